@@ -1,0 +1,51 @@
+# Quillbrook: the two commands a new machine needs are `make demo` and `make check`.
+BUILD      ?= build
+ASAN_BUILD ?= build-asan
+BENCH_BUILD ?= build-release
+FUZZ_BUILD ?= build-fuzz
+JOBS       ?= $(shell nproc)
+
+.PHONY: all bootstrap configure build demo check test asan bench fuzz clean
+
+all: build
+
+bootstrap:
+	@scripts/bootstrap
+
+configure: bootstrap
+	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release
+
+build: configure
+	cmake --build $(BUILD) -j$(JOBS)
+
+# Build, then convert the shipped samples and say where the output is.
+demo: build
+	@scripts/demo $(BUILD)
+
+# Every test, then the same tests again under AddressSanitizer and UndefinedBehaviorSanitizer.
+check: build test asan
+
+test:
+	ctest --test-dir $(BUILD) --output-on-failure -j$(JOBS)
+
+asan: bootstrap
+	cmake -S . -B $(ASAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DQB_SANITIZE=ON -DQB_BUILD_UI=OFF \
+	  -DQB_BUILD_BENCH=OFF
+	cmake --build $(ASAN_BUILD) -j$(JOBS)
+	ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+	  ctest --test-dir $(ASAN_BUILD) --output-on-failure -j$(JOBS)
+
+bench: bootstrap
+	cmake -S . -B $(BENCH_BUILD) -DCMAKE_BUILD_TYPE=Release -DQB_BUILD_UI=OFF -DQB_BUILD_TESTS=OFF
+	cmake --build $(BENCH_BUILD) -j$(JOBS)
+	@bench/run $(BENCH_BUILD)
+
+# Sixty seconds of libFuzzer on RDF loading, starting from the shipped samples.
+fuzz: bootstrap
+	CXX=clang++ cmake -S . -B $(FUZZ_BUILD) -DCMAKE_BUILD_TYPE=Debug -DQB_FUZZ=ON -DQB_BUILD_UI=OFF \
+	  -DQB_BUILD_TESTS=OFF -DQB_BUILD_BENCH=OFF
+	cmake --build $(FUZZ_BUILD) -j$(JOBS)
+	@tests/fuzz/run $(FUZZ_BUILD) 60
+
+clean:
+	rm -rf $(BUILD) $(ASAN_BUILD) $(BENCH_BUILD) $(FUZZ_BUILD)

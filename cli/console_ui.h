@@ -1,0 +1,39 @@
+#pragma once
+// The terminal side of the user interface: messages go to standard error, progress is a
+// bar on standard error when that is a terminal.
+
+#include <chrono>
+#include <cstdio>
+#include <string>
+
+#include "settings/user_interface.h"
+
+namespace qb::cli {
+
+class ConsoleUI final : public UserInterface {
+ public:
+  explicit ConsoleUI(std::FILE* err = stderr);
+
+  void message(std::string_view text, std::string_view title, MessageIcon icon) override;
+  // qbconvert never waits for an answer: questions are printed and answered No.
+  bool question(std::string_view text, std::string_view title, MessageIcon icon) override;
+  void status(std::string_view text) override;
+  void progress(int percent) override;
+
+  // Extra text shown after the bar ("12345 lines").
+  void setProgressDetail(std::string detail) { detail_ = std::move(detail); }
+  // Ends the bar's line so later output starts on a fresh one.
+  void finishProgress();
+
+ private:
+  void clearBar();
+
+  std::FILE* err_;
+  bool tty_;
+  bool barShown_ = false;
+  std::string status_;
+  std::string detail_;
+  std::chrono::steady_clock::time_point start_;
+};
+
+}  // namespace qb::cli

@@ -1,0 +1,117 @@
+#include "cli/options.h"
+
+#include <array>
+
+namespace qb::cli {
+namespace {
+
+constexpr std::array<OptionSpec, 12> kOptions{{
+    {Opt::Report, "report", "FILE", false,
+     "the report to convert (.txt, .prn, .rpt print image; .pdf; a delimited file)"},
+    {Opt::Rdf, "rdf", "FILE",
+     false, "the Report Description File; found from the report when left out"},
+    {Opt::Output, "output", "FILE", false,
+     "the output file; its extension (.txt, .csv, .xls) sets the output type"},
+    {Opt::Home, "home", "DIR", false,
+     "the program folder (qbcfg.ini, qbsys.txt, log/, out/); default: $QUILLBROOK_HOME, "
+     "else the folder of this program"},
+    {Opt::Set, "set", "KEY=VALUE", true,
+     "override one setting for this run (delim, textq, tqswt, rtype, ...); may be repeated"},
+    {Opt::Fields, "fields", "N,N,...", false,
+     "output only these field numbers, in this order"},
+    {Opt::Overwrite, "overwrite", "", false, "replace an existing output file"},
+    {Opt::Quiet, "quiet", "", false, "print nothing on success"},
+    {Opt::ListFields, "list-fields", "", false,
+     "print the RDF's output fields (number, output, order, type, label) and stop"},
+    {Opt::SaveRdf, "save-rdf", "FILE", false,
+     "write the loaded RDF, with the field choices and settings, as a plain RDF"},
+    {Opt::Help, "help", "", false, "show this help and exit"},
+    {Opt::Version, "version", "", false, "show the version and exit"},
+}};
+
+const OptionSpec* Find(std::string_view name) {
+  for (const OptionSpec& o : kOptions) {
+    if (o.name == name) return &o;
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+std::span<const OptionSpec> Options() { return kOptions; }
+
+std::optional<std::string> ParsedOptions::value(Opt o) const {
+  auto it = values_.find(o);
+  if (it == values_.end() || it->second.empty()) return std::nullopt;
+  return it->second.front();
+}
+
+const std::vector<std::string>& ParsedOptions::values(Opt o) const {
+  static const std::vector<std::string> kNone;
+  auto it = values_.find(o);
+  return it == values_.end() ? kNone : it->second;
+}
+
+ParsedOptions ParseCommandLine(std::span<const char* const> args) {
+  ParsedOptions parsed;
+  for (size_t i = 0; i < args.size(); ++i) {
+    std::string_view arg = args[i];
+    if (arg.substr(0, 2) != "--") {
+      throw UsageError("unexpected argument '" + std::string(arg) +
+                       "': every argument belongs to an option such as --report");
+    }
+    arg.remove_prefix(2);
+    std::optional<std::string> inlineValue;
+    if (size_t eq = arg.find('='); eq != std::string_view::npos) {
+      inlineValue = std::string(arg.substr(eq + 1));
+      arg = arg.substr(0, eq);
+    }
+    const OptionSpec* spec = Find(arg);
+    if (!spec) throw UsageError("unknown option '--" + std::string(arg) + "'");
+    auto& slot = parsed.values_[spec->id];
+    if (!slot.empty() && !spec->repeatable) {
+      throw UsageError("--" + std::string(spec->name) + " is given more than once");
+    }
+    if (spec->valueName.empty()) {
+      if (inlineValue) throw UsageError("--" + std::string(spec->name) + " takes no value");
+      slot.emplace_back();
+      continue;
+    }
+    if (!inlineValue) {
+      if (i + 1 >= args.size()) {
+        throw UsageError("--" + std::string(spec->name) + " needs a value: " +
+                         std::string(spec->valueName));
+      }
+      inlineValue = args[++i];
+    }
+    slot.push_back(std::move(*inlineValue));
+  }
+  return parsed;
+}
+
+std::string HelpText() {
+  std::string s =
+      "qbconvert: turns a printed business report into rows of data, as its Report\n"
+      "Description File (RDF) says.\n\n"
+      "Usage:\n"
+      "  qbconvert --report FILE [--rdf FILE] --output FILE [options]\n"
+      "  qbconvert --rdf FILE [--report FILE] --list-fields\n"
+      "  qbconvert --rdf FILE [--report FILE] --save-rdf FILE [--set KEY=VALUE]... "
+      "[--fields N,...]\n"
+      "  qbconvert [--home DIR]          check the program folder and show its settings\n"
+      "  qbconvert --help | --version\n\n"
+      "Options:\n";
+  for (const OptionSpec& o : kOptions) {
+    std::string left = "  --" + std::string(o.name);
+    if (!o.valueName.empty()) left += " " + std::string(o.valueName);
+    if (left.size() < 24) left.append(24 - left.size(), ' ');
+    else left += "\n" + std::string(24, ' ');
+    s += left + std::string(o.help) + "\n";
+  }
+  s +=
+      "\nExit status: 0 done, 1 the run or the RDF failed (standard error says why),\n"
+      "2 a usage error, 130 cancelled with Ctrl-C (the rows so far are kept).\n";
+  return s;
+}
+
+}  // namespace qb::cli

@@ -1,0 +1,49 @@
+#include "settings/application.h"
+
+#include <cstdlib>
+#include <system_error>
+
+#include "settings/errors.h"
+
+namespace qb {
+
+std::filesystem::path ResolveProgramFolder(const std::optional<std::string>& homeOption) {
+  if (homeOption) return std::filesystem::absolute(*homeOption);
+  if (const char* env = std::getenv("QUILLBROOK_HOME"); env && *env) {
+    return std::filesystem::absolute(env);
+  }
+  std::error_code ec;
+  std::filesystem::path exe = std::filesystem::read_symlink("/proc/self/exe", ec);
+  if (!ec) return exe.parent_path();
+  return std::filesystem::current_path();
+}
+
+Application::Application(std::filesystem::path programFolder, UserInterface& ui, Clock clock)
+    : folder_(std::move(programFolder)),
+      log_(ui, folder_ / "log" / "qbuia.log", std::move(clock)) {}
+
+bool Application::ResetForm() {
+  try {
+    std::error_code ec;
+    if (!std::filesystem::exists(folder_ / "qbsys.txt", ec)) {
+      throw QbError(513, "ResetForm", "Autofind Settings File Does not Exist ");
+    }
+    Systems = clsSystems();
+    Settings = LoadSettings(folder_, kSettingsFileName);
+    Systems = clsSystems(folder_, log_);
+    SnapshotSettings();
+    return true;
+  } catch (const QbError& e) {
+    log_.LogError("ResetForm", e.number(), e.description(), log_.AppLogFile());
+    return false;
+  }
+}
+
+void Application::SetReportLogFile(const std::filesystem::path& report) {
+  reportLogFile_ = std::filesystem::path(Settings["logdir"]) / report.stem();
+  reportLogFile_ += ".log";
+  std::error_code ec;
+  std::filesystem::remove(reportLogFile_, ec);
+}
+
+}  // namespace qb

@@ -1,0 +1,84 @@
+#include "settings/file_io.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+
+#include "settings/errors.h"
+
+namespace qb {
+namespace {
+
+// Writes all of `data` to `fd`; returns 0 or the errno of the failure.
+int WriteAll(int fd, std::string_view data) {
+  while (!data.empty()) {
+    ssize_t n = ::write(fd, data.data(), data.size());
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      return errno;
+    }
+    data.remove_prefix(static_cast<size_t>(n));
+  }
+  return 0;
+}
+
+}  // namespace
+
+std::string ReadWholeFile(const std::filesystem::path& path, std::string_view source) {
+  int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) {
+    int err = errno;
+    if (err == ENOENT) throw QbError::Runtime(kFileNotFound, std::string(source)).at(path);
+    throw ErrorFromErrno(err, std::string(source)).at(path);
+  }
+  std::string out;
+  char buf[65536];
+  for (;;) {
+    ssize_t n = ::read(fd, buf, sizeof buf);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      int err = errno;
+      ::close(fd);
+      throw ErrorFromErrno(err, std::string(source)).at(path);
+    }
+    if (n == 0) break;
+    out.append(buf, static_cast<size_t>(n));
+  }
+  ::close(fd);
+  return out;
+}
+
+void WriteFileAtomically(const std::filesystem::path& path, std::string_view contents,
+                         std::string_view source) {
+  std::string tmpl = path.string() + ".XXXXXX";
+  int fd = ::mkstemp(tmpl.data());
+  if (fd < 0) throw ErrorFromErrno(errno, std::string(source)).at(path);
+  int err = WriteAll(fd, contents);
+  if (err == 0 && ::fsync(fd) != 0) err = errno;
+  if (::close(fd) != 0 && err == 0) err = errno;
+  if (err == 0) {
+    // Keep the permissions an existing file had; a new one gets the usual 0644.
+    struct stat st;
+    ::fchmodat(AT_FDCWD, tmpl.c_str(), ::stat(path.c_str(), &st) == 0 ? st.st_mode & 07777 : 0644,
+               0);
+    if (::rename(tmpl.c_str(), path.c_str()) != 0) err = errno;
+  }
+  if (err != 0) {
+    ::unlink(tmpl.c_str());
+    throw ErrorFromErrno(err, std::string(source)).at(path);
+  }
+}
+
+void AppendToFile(const std::filesystem::path& path, std::string_view contents,
+                  std::string_view source) {
+  int fd = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+  if (fd < 0) throw ErrorFromErrno(errno, std::string(source)).at(path);
+  int err = WriteAll(fd, contents);
+  if (::close(fd) != 0 && err == 0) err = errno;
+  if (err != 0) throw ErrorFromErrno(err, std::string(source)).at(path);
+}
+
+}  // namespace qb

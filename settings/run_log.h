@@ -1,0 +1,58 @@
+#pragma once
+// The application log: one time-stamped line per event, appended and closed at once so
+// another program can read the log at any moment.
+//
+//   11/15/09 14:05  Quillbrook            --- Started...
+//   <time stamp>  <source, 20 wide>  --- <message>
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <string_view>
+
+#include "settings/user_interface.h"
+
+namespace qb {
+
+class QbError;
+
+// The clock behind the time stamps; tests pin it.
+using Clock = std::function<std::chrono::system_clock::time_point()>;
+
+class RunLog {
+ public:
+  RunLog(UserInterface& ui, std::filesystem::path appLogFile, Clock clock = {});
+
+  // The program folder's log\qbuia.log.
+  const std::filesystem::path& AppLogFile() const { return appLogFile_; }
+
+  // Appends one line. A failure shows the "An error occurred while Writing To Log :" box
+  // and the line is lost; the caller goes on.
+  void WriteLog(const std::filesystem::path& logFile, std::string_view source,
+                std::string_view message) const;
+  void WriteLog(std::string_view source, std::string_view message) const {
+    WriteLog(appLogFile_, source, message);
+  }
+
+  // Shows "Error: <n>" and the description in a box, then logs it under `procedure` when
+  // `logFile` is not empty.
+  void LogError(std::string_view procedure, int32_t number, std::string_view description,
+                const std::filesystem::path& logFile) const;
+  // The same for a trapped error, into the application log, under the error's source.
+  void LogError(const QbError& error) const;
+
+  // The line as written, without its CR LF.
+  static std::string FormatLine(std::chrono::system_clock::time_point when,
+                                std::string_view source, std::string_view message);
+
+  UserInterface& ui() const { return ui_; }
+
+ private:
+  UserInterface& ui_;
+  std::filesystem::path appLogFile_;
+  Clock clock_;
+};
+
+}  // namespace qb

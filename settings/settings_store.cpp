@@ -1,0 +1,136 @@
+#include "settings/settings_store.h"
+
+#include <pwd.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdlib>
+#include <utility>
+
+#include "settings/errors.h"
+#include "settings/profile_file.h"
+
+namespace qb {
+namespace {
+
+constexpr size_t kMaxValueLength = 199;  // the profile reader's 200-character buffer
+
+constexpr std::array<SettingDefinition, 13> kDefinitions{{
+    {"qbpaths", "rptdir", ""},
+    {"qbpaths", "rdfdir", ""},
+    {"qbpaths", "outdir", ""},
+    {"qbpaths", "logdir", ""},
+    {"qbdefaults", "pfset", "Default - By Filename,0,1,1,."},
+    {"qbdefaults", "tqswt", "0"},
+    {"qbdefaults", "textq", "\""},
+    {"qbdefaults", "delim", "|"},
+    {"qbdefaults", "opfmt", ".txt"},
+    {"qbdefaults", "rtype", "All Records"},
+    {"qbdefaults", "rmode", "6"},
+    {"qbdefaults", "exswt", "1"},
+    {"qbdefaults", "lmeth", "1"},
+}};
+
+bool WriteKeys(const clsKeys& settings, std::span<const std::string_view> names,
+               const std::filesystem::path& file) {
+  try {
+    for (std::string_view name : names) {
+      const clsKey& key = settings.Item(name);
+      WriteProfileString(file, key.Section, key.Name, key.Value);
+    }
+    return true;
+  } catch (const QbError&) {
+    return false;  // the settings procedures end quietly; the caller sees false
+  }
+}
+
+}  // namespace
+
+clsKey& clsKeys::Add(std::string name, std::string value, std::string section) {
+  if (indexOf(name) >= 0) throw QbError::Runtime(kDuplicateKey, "clsKeys");
+  keys_.emplace_back(std::move(name), std::move(value), std::move(section));
+  return keys_.back();
+}
+
+int clsKeys::indexOf(std::string_view name) const {
+  for (size_t i = 0; i < keys_.size(); ++i) {
+    if (EqualsNoCase(keys_[i].Name, name)) return static_cast<int>(i);
+  }
+  return -1;
+}
+
+void clsKeys::Remove(int position) {
+  Item(position);  // validates
+  keys_.erase(keys_.begin() + (position - 1));
+}
+
+void clsKeys::Remove(std::string_view name) {
+  int i = indexOf(name);
+  if (i < 0) throw QbError::Runtime(kInvalidCall, "clsKeys");
+  keys_.erase(keys_.begin() + i);
+}
+
+clsKey& clsKeys::Item(int position) {
+  return const_cast<clsKey&>(std::as_const(*this).Item(position));
+}
+
+const clsKey& clsKeys::Item(int position) const {
+  if (position < 1 || position > static_cast<int>(keys_.size())) {
+    throw QbError::Runtime(kSubscript, "clsKeys");
+  }
+  return keys_[static_cast<size_t>(position - 1)];
+}
+
+clsKey& clsKeys::Item(std::string_view name) {
+  return const_cast<clsKey&>(std::as_const(*this).Item(name));
+}
+
+const clsKey& clsKeys::Item(std::string_view name) const {
+  int i = indexOf(name);
+  if (i < 0) throw QbError(kInvalidCall, "clsKeys", "No setting named \"" + std::string(name) + "\"");
+  return keys_[static_cast<size_t>(i)];
+}
+
+std::span<const SettingDefinition> SettingDefinitions() { return kDefinitions; }
+
+std::string DefaultFolder() {
+#ifdef _WIN32
+  return "C:\\";
+#else
+  if (const char* home = std::getenv("HOME"); home && *home) return home;
+  if (const passwd* pw = ::getpwuid(::getuid()); pw && pw->pw_dir) return pw->pw_dir;
+  return "/";
+#endif
+}
+
+clsKeys LoadSettings(const std::filesystem::path& programFolder, std::string_view fileName) {
+  const std::filesystem::path file =
+      fileName.empty() ? std::filesystem::path() : programFolder / fileName;
+  const std::string folder = DefaultFolder();
+  clsKeys keys;
+  for (const SettingDefinition& d : kDefinitions) {
+    std::string_view def = d.defaultValue.empty() ? std::string_view(folder) : d.defaultValue;
+    keys.Add(std::string(d.name), ReadProfileString(file, d.section, d.name, def, kMaxValueLength),
+             std::string(d.section));
+  }
+  return keys;
+}
+
+bool SaveAllSettings(const clsKeys& settings, const std::filesystem::path& programFolder,
+                     std::string_view fileName) {
+  if (fileName.empty()) return false;
+  std::vector<std::string_view> names;
+  for (const clsKey& k : settings) names.push_back(k.Name);
+  return WriteKeys(settings, names, programFolder / fileName);
+}
+
+bool SaveOptions(const clsKeys& settings, bool saveFolders,
+                 const std::filesystem::path& programFolder, std::string_view fileName) {
+  if (fileName.empty()) return false;
+  static constexpr std::array<std::string_view, 5> kOptionKeys{"pfset", "rmode", "lmeth",
+                                                               "rdfdir", "rptdir"};
+  return WriteKeys(settings, std::span(kOptionKeys).first(saveFolders ? 5 : 3),
+                   programFolder / fileName);
+}
+
+}  // namespace qb

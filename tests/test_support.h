@@ -1,0 +1,99 @@
+#pragma once
+// Fakes and helpers shared by the tests: a temporary folder, a user interface that records
+// what it was told and answers from a script, a pinned clock and file helpers.
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <deque>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "settings/user_interface.h"
+
+namespace qb::test {
+
+class TempDir {
+ public:
+  TempDir() {
+    std::string tmpl = (std::filesystem::temp_directory_path() / "qbtest.XXXXXX").string();
+    path_ = ::mkdtemp(tmpl.data());
+  }
+  ~TempDir() {
+    std::error_code ec;
+    std::filesystem::remove_all(path_, ec);
+  }
+  const std::filesystem::path& path() const { return path_; }
+  std::filesystem::path operator/(std::string_view name) const { return path_ / name; }
+
+ private:
+  std::filesystem::path path_;
+};
+
+struct RecordedMessage {
+  std::string text;
+  std::string title;
+  MessageIcon icon;
+};
+
+class RecordingUI final : public UserInterface {
+ public:
+  void message(std::string_view text, std::string_view title, MessageIcon icon) override {
+    messages.push_back({std::string(text), std::string(title), icon});
+  }
+  bool question(std::string_view text, std::string_view title, MessageIcon icon) override {
+    messages.push_back({std::string(text), std::string(title), icon});
+    if (answers.empty()) return false;
+    bool a = answers.front();
+    answers.pop_front();
+    return a;
+  }
+  void status(std::string_view text) override { statuses.emplace_back(text); }
+  void progress(int percent) override { percents.push_back(percent); }
+
+  std::vector<RecordedMessage> messages;
+  std::deque<bool> answers;
+  std::vector<std::string> statuses;
+  std::vector<int> percents;
+};
+
+// 2009-11-15 14:05 local time, for log lines that compare exactly.
+inline std::chrono::system_clock::time_point PinnedTime() {
+  std::tm tm{};
+  tm.tm_year = 109;
+  tm.tm_mon = 10;
+  tm.tm_mday = 15;
+  tm.tm_hour = 14;
+  tm.tm_min = 5;
+  tm.tm_isdst = -1;
+  return std::chrono::system_clock::from_time_t(std::mktime(&tm));
+}
+
+inline void WriteFile(const std::filesystem::path& p, std::string_view bytes) {
+  std::ofstream out(p, std::ios::binary | std::ios::trunc);
+  out << bytes;
+}
+
+inline std::string ReadFile(const std::filesystem::path& p) {
+  std::ifstream in(p, std::ios::binary);
+  std::ostringstream s;
+  s << in.rdbuf();
+  return s.str();
+}
+
+// The lines of a file, without their CR LF or LF.
+inline std::vector<std::string> ReadLines(const std::filesystem::path& p) {
+  std::vector<std::string> lines;
+  std::istringstream in(ReadFile(p));
+  for (std::string line; std::getline(in, line);) {
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    lines.push_back(line);
+  }
+  return lines;
+}
+
+}  // namespace qb::test
