@@ -23,11 +23,12 @@ std::string_view RuntimeErrorText(int32_t number) {
 
 std::string QbError::describe() const {
   std::string s = "Error " + std::to_string(number_);
-  if (!source_.empty()) s += " (" + source_ + ")";
+  if (!source_.empty()) s += " in " + source_;
   s += ": " + std::string(Trim(description_));
   if (!file_.empty()) {
-    s += ", in " + file_.string();
-    if (line_ > 0) s += " line " + std::to_string(line_);
+    s += " (" + file_.string();
+    if (line_ > 0) s += ", line " + std::to_string(line_);
+    s += ")";
   }
   return s;
 }

@@ -62,7 +62,7 @@ class QbError : public std::runtime_error {
     return *this;
   }
 
-  // "Error 519 (LoadRDFHeader): Corrupted RDF, in x.rdf line 12" for lines on standard error.
+  // "Error 519 in LoadRDFHeader: Corrupted RDF (x.rdf, line 12)" for lines on standard error.
   std::string describe() const;
 
  private:

@@ -55,4 +55,21 @@ void RunLog::LogError(const QbError& error) const {
   LogError(error.source(), error.number(), error.description(), appLogFile_);
 }
 
+bool RunTrapped(const RunLog& log, std::string_view procedure, std::optional<QbError>& lastError,
+                const std::function<void()>& body) {
+  try {
+    body();
+    return true;
+  } catch (QbError& e) {
+    e.withSource(std::string(procedure));
+    lastError = e;
+  } catch (const std::bad_alloc&) {
+    lastError = QbError(7, std::string(procedure), "Out of memory");
+  } catch (const std::exception& e) {
+    lastError = QbError(51, std::string(procedure), e.what());
+  }
+  log.LogError(procedure, lastError->number(), lastError->description(), log.AppLogFile());
+  return false;
+}
+
 }  // namespace qb

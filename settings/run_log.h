@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -54,5 +55,11 @@ class RunLog {
   std::filesystem::path appLogFile_;
   Clock clock_;
 };
+
+// Runs `body` under an error trap, the common end of every trapped procedure: an error is
+// logged under `procedure` through LogError (which also tells the user), kept in
+// `lastError` with `procedure` as its source, and false is returned.
+bool RunTrapped(const RunLog& log, std::string_view procedure, std::optional<QbError>& lastError,
+                const std::function<void()>& body);
 
 }  // namespace qb

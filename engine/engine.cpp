@@ -1,0 +1,166 @@
+// Loading orchestration, RDF settings, auto-find and saving.
+
+#include "engine/engine.h"
+
+#include <array>
+
+#include "engine/line_reader.h"
+#include "engine/text.h"
+#include "settings/file_io.h"
+
+namespace qb {
+namespace {
+
+// The RDF setting records and the settings they set, in the order they are saved.
+constexpr std::array<std::pair<std::string_view, std::string_view>, 6> kRdfSettingKeys{{
+    {"OF", "opfmt"}, {"QS", "tqswt"}, {"TQ", "textq"}, {"DL", "delim"}, {"RT", "rtype"}, {"ES", "exswt"}}};
+
+// The settings put back to the saved values before an RDF applies its own.
+constexpr std::array<std::string_view, 6> kRestoredKeys{"delim", "textq", "tqswt",
+                                                         "opfmt", "exswt", "rtype"};
+
+// Text at `start`/`length` on line `row` of the report (the last line read when the report
+// is shorter), or "" for an empty report.
+std::string ReportText(const std::filesystem::path& report, const clsSystem& system,
+                       std::string_view procedure) {
+  LineReader reader(report, procedure);
+  std::string last;
+  std::string_view line;
+  for (int row = 0; row < system.Row && reader.Next(line); ++row) last.assign(line);
+  return std::string(Mid(last, system.Start, system.Length, procedure));
+}
+
+}  // namespace
+
+bool Engine::LoadRDF(const std::filesystem::path& rdfPath, const std::filesystem::path& reportPath) {
+  lastError_.reset();
+  DestroyRecordsets();
+  CreateRecordsets();
+  bool ok = GetRDFInfo(rdfPath);
+  if (ok && !flags.PdfReport && !reportPath.empty()) {
+    // The report/RDF program check: a warning only, loading goes on.
+    try {
+      clsSystem system = ParseSystemEntry(app_.Settings["pfset"], "LoadRDF");
+      if (system.Row >= 1) {
+        std::string program(Trim(ReportText(reportPath, system, "LoadRDF")));
+        std::string rdfProgram = rdf.ProgramName;
+        if (size_t dot = rdfProgram.find('.'); dot != std::string::npos && dot >= 1) {
+          rdfProgram.resize(dot);
+        }
+        if (!program.empty() && rdfProgram.find(program) == std::string::npos) {
+          app_.ui().message("Report and RDF Program names don't match.", "Report / RDF MisMatch",
+                            MessageIcon::Exclamation);
+        }
+      }
+    } catch (const QbError&) {
+      // No usable system entry or an unreadable report: there is nothing to compare.
+    }
+  }
+  std::string reportId = "01";
+  if (ok) ok = LoadRDFHeader(rdfPath);
+  if (ok && rdf.Number > 1 && !reportPath.empty()) {
+    std::optional<std::string> id = GetReportID(reportPath);
+    ok = id.has_value();
+    if (ok) reportId = *id;
+  }
+  if (ok && reportId != "00") {
+    ok = LoadRDFDetail(reportId, rdfPath);
+    if (ok) ApplyRDFSettings();
+  }
+  flags.DffReport = flags.DffRdf;
+  if (!ok) app_.ui().message("Error loading RDF", "Quillbrook", MessageIcon::Exclamation);
+  return ok;
+}
+
+void Engine::ApplyRDFSettings() {
+  clsKeys& settings = app_.Settings;
+  if (flags.SettingsRestore) {
+    for (std::string_view key : kRestoredKeys) {
+      settings.Item(key).Value = app_.SavedSettings[key];
+    }
+    flags.SettingsRestore = false;
+  }
+  Recordset& rs = tables.rsSettings;
+  for (rs.MoveFirst(); !rs.IsEOF(); rs.MoveNext()) {
+    std::string_view code = rs.GetText(col::Settings::fldTYP);
+    std::string_view value = rs.GetText(col::Settings::fldVAL);
+    for (auto [rdfCode, key] : kRdfSettingKeys) {
+      if (code != rdfCode) continue;
+      settings.Item(key).Value = (key == "delim" && EqualsNoCase(value, "comma")) ? "," : value;
+      flags.SettingsRestore = true;
+    }
+  }
+}
+
+bool Engine::BuildRDF(const std::filesystem::path& path) {
+  return Trap("BuildRDF", [&] {
+    std::string out;
+    auto line = [&out](std::string_view text) {
+      out.append(text);
+      out.append("\r\n");
+    };
+    Recordset& lines = tables.rsLines;
+    for (lines.MoveFirst(); !lines.IsEOF(); lines.MoveNext()) line(lines.GetText(col::Lines::fldRDL));
+
+    Recordset& f = tables.rsFields;
+    f.Sort("fldFLD");
+    for (f.MoveFirst(); !f.IsEOF(); f.MoveNext()) {
+      std::string label(f.GetText(col::Fields::fldLAB));
+      for (char& c : label) {
+        if (c == ',' || c == '[' || c == ']') c = ' ';
+      }
+      line(std::to_string(f.GetInt(col::Fields::fldFLD)) + "," +
+           (f.GetBool(col::Fields::fldOUT) ? "y" : "n") + "," +
+           std::string(f.GetText(col::Fields::fldTYP)) + "," +
+           std::to_string(f.GetInt(col::Fields::fldORD)) + "," +
+           std::to_string(f.GetInt(col::Fields::fldDLB)) + "," + std::string(Trim(label)) + "," +
+           std::string(f.GetText(col::Fields::fldACT)));
+    }
+    f.Sort("fldORD");
+
+    std::string heading = "Output Fields";
+    Recordset& s = tables.rsSettings;
+    s.Filter("fldTYP = 'HD'");
+    if (!s.IsEOF()) heading = s.GetText(col::Settings::fldVAL);
+    s.Filter("");
+    const clsKeys& settings = app_.Settings;
+    line("RLF SECTION");
+    line("HD," + heading);
+    for (auto [code, key] : kRdfSettingKeys) {
+      std::string value = settings[key];
+      if (key == "delim" && value == ",") value = "comma";
+      line(std::string(code) + "," + value);
+    }
+    WriteFileAtomically(path, out, "BuildRDF");
+  });
+}
+
+std::string ReportIdentifier(const std::filesystem::path& report, const clsSystem& system) {
+  std::string id = system.Row == 0 ? report.filename().string()
+                                   : ReportText(report, system, "ReportIdentifier");
+  id = std::string(Trim(id));
+  if (!system.Extension.empty()) {
+    if (size_t at = id.find(system.Extension); at != std::string::npos) id.resize(at);
+  }
+  return id;
+}
+
+std::optional<std::filesystem::path> FindRdf(const std::filesystem::path& report,
+                                             const clsSystem& system,
+                                             const std::filesystem::path& rdfFolder) {
+  std::string id;
+  try {
+    id = ReportIdentifier(report, system);
+  } catch (const QbError&) {
+    return std::nullopt;
+  }
+  if (id.empty() || id.find("..") != std::string::npos) return std::nullopt;
+  for (unsigned char c : id) {
+    if (c < 32 || c == 127 || std::string_view("/\\:*?\"<>|").find(static_cast<char>(c)) != std::string_view::npos) {
+      return std::nullopt;
+    }
+  }
+  return rdfFolder / (id + ".rdf");
+}
+
+}  // namespace qb

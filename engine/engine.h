@@ -1,0 +1,87 @@
+#pragma once
+// The conversion engine's RDF side: a loaded RDF as twelve tables, with the procedures that
+// load it, identify the report's layout and save it again.
+//
+// Each procedure traps its own errors the way the rest of the system expects: it logs them
+// under its own name through the application's log (which also tells the user), keeps them
+// as LastError() and returns failure.
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "engine/rdf_tables.h"
+#include "settings/application.h"
+#include "settings/errors.h"
+
+namespace qb {
+
+// What an RDF's first line says about it.
+struct clsRDF {
+  int16_t Number = 0;       // number of detail parts (report layouts)
+  std::string Kind;         // one letter
+  std::string Name;         // the RDF's description
+  std::string ProgramName;  // the program that prints the report
+};
+
+class Engine {
+ public:
+  explicit Engine(Application& app) : app_(app) {}
+
+  void CreateRecordsets() { tables.CreateRecordsets(); }
+  void DestroyRecordsets() { tables.DestroyRecordsets(); }
+
+  // Reads the first line into `rdf`. Errors 517/518 "Corrupted RDF".
+  bool GetRDFInfo(const std::filesystem::path& rdfPath);
+  // The header part into rsHeader, rsIdentify, rsReportFlags, the PDF and delimited tables
+  // and rsLines. Errors 519, 515 and 516.
+  bool LoadRDFHeader(const std::filesystem::path& rdfPath);
+  // The report's layout id ("01" unless an identification rule decides otherwise), or
+  // nothing when the report cannot be read.
+  std::optional<std::string> GetReportID(const std::filesystem::path& reportPath);
+  // The detail part of `reportId` into rsMarkers, rsPickups, rsFields, rsSettings, rsLines.
+  bool LoadRDFDetail(std::string_view reportId, const std::filesystem::path& rdfPath);
+
+  // The whole load: fresh tables, first line, the report/RDF program check (text reports),
+  // header, layout id, detail part and the RDF's settings. Shows "Error loading RDF" on
+  // failure; the tables stay as far as they were filled. `reportPath` may be empty when no
+  // report is chosen (layout "01", no program check).
+  bool LoadRDF(const std::filesystem::path& rdfPath, const std::filesystem::path& reportPath);
+
+  // Restores the six output settings when the previous RDF changed them, then applies this
+  // RDF's setting records (DL, TQ, QS, OF, ES, RT).
+  void ApplyRDFSettings();
+
+  // Writes the loaded RDF, plain, with the current fields and output settings.
+  bool BuildRDF(const std::filesystem::path& path);
+
+  const std::optional<QbError>& LastError() const { return lastError_; }
+  Application& app() const { return app_; }
+
+  RdfTables tables;
+  EngineFlags flags;
+  clsRDF rdf;
+
+ private:
+  bool Trap(std::string_view procedure, const std::function<void()>& body) {
+    return RunTrapped(app_.Log(), procedure, lastError_, body);
+  }
+
+  Application& app_;
+  std::optional<QbError> lastError_;
+};
+
+// RDF auto-find. The report's identifier for a source system: row 0 takes the report's
+// file name; row 1 or more the text at Start and Length on that line (the last line read
+// when the report is shorter). Trimmed, then cut before the system's end marker.
+std::string ReportIdentifier(const std::filesystem::path& report, const clsSystem& system);
+// "rdfdir" / identifier + ".rdf", or nothing when the identifier is empty or could lead
+// outside the RDF folder (a path separator, "..", a character not allowed in file names).
+std::optional<std::filesystem::path> FindRdf(const std::filesystem::path& report,
+                                             const clsSystem& system,
+                                             const std::filesystem::path& rdfFolder);
+
+}  // namespace qb

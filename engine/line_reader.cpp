@@ -1,0 +1,92 @@
+#include "engine/line_reader.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+
+#include "settings/errors.h"
+
+namespace qb {
+namespace {
+constexpr size_t kChunk = 1 << 20;
+}
+
+LineReader::LineReader(const std::filesystem::path& path, std::string_view source)
+    : buf_(kChunk), source_(source) {
+  fd_ = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd_ < 0) {
+    int err = errno;
+    if (err == ENOENT) throw QbError::Runtime(kFileNotFound, std::string(source)).at(path);
+    throw ErrorFromErrno(err, std::string(source)).at(path);
+  }
+  struct stat st;
+  if (::fstat(fd_, &st) == 0) {
+    if (S_ISDIR(st.st_mode)) {
+      ::close(fd_);
+      fd_ = -1;
+      throw QbError::Runtime(kPathFileAccess, std::string(source)).at(path);
+    }
+    size_ = st.st_size;
+  }
+#ifdef POSIX_FADV_SEQUENTIAL
+  ::posix_fadvise(fd_, 0, 0, POSIX_FADV_SEQUENTIAL);
+#endif
+}
+
+LineReader::~LineReader() {
+  if (fd_ >= 0) ::close(fd_);
+}
+
+// Moves the unread tail to the front and reads more after it; false when nothing came.
+bool LineReader::fill() {
+  if (eof_) return false;
+  if (begin_ > 0) {
+    std::memmove(buf_.data(), buf_.data() + begin_, end_ - begin_);
+    end_ -= begin_;
+    begin_ = 0;
+  }
+  if (end_ == buf_.size()) buf_.resize(buf_.size() * 2);  // a line longer than the buffer
+  for (;;) {
+    ssize_t n = ::read(fd_, buf_.data() + end_, buf_.size() - end_);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      throw ErrorFromErrno(errno, std::string(source_));
+    }
+    if (n == 0) {
+      eof_ = true;
+      return false;
+    }
+    end_ += static_cast<size_t>(n);
+    return true;
+  }
+}
+
+bool LineReader::Next(std::string_view& line) {
+  size_t scanFrom = begin_;
+  for (;;) {
+    const char* start = buf_.data() + scanFrom;
+    const void* lf = std::memchr(start, '\n', end_ - scanFrom);
+    if (lf) {
+      size_t at = static_cast<size_t>(static_cast<const char*>(lf) - buf_.data());
+      size_t len = at - begin_;
+      if (len > 0 && buf_[at - 1] == '\r') --len;
+      line = std::string_view(buf_.data() + begin_, len);
+      begin_ = at + 1;
+      return true;
+    }
+    size_t scanned = end_ - begin_;
+    if (!fill()) {
+      if (begin_ == end_) return false;
+      line = std::string_view(buf_.data() + begin_, end_ - begin_);  // last line, no LF
+      begin_ = end_;
+      return true;
+    }
+    scanFrom = begin_ + scanned;
+  }
+}
+
+}  // namespace qb

@@ -1,0 +1,38 @@
+#pragma once
+// Reads a file as lines of bytes, one byte a character, through one reused buffer.
+// A line ends at LF; a CR just before the LF is dropped; a lone CR stays in the line; a last
+// line without LF is still a line; a file ending with LF has no empty line after it.
+
+#include <cstdint>
+#include <filesystem>
+#include <string_view>
+#include <vector>
+
+namespace qb {
+
+class LineReader {
+ public:
+  // Throws QbError 53 when the file does not exist, or the errno error, naming `source`.
+  LineReader(const std::filesystem::path& path, std::string_view source);
+  ~LineReader();
+  LineReader(const LineReader&) = delete;
+  LineReader& operator=(const LineReader&) = delete;
+
+  // The next line, valid until the next call; false at the end of the file.
+  bool Next(std::string_view& line);
+
+  // Size of the file in bytes when it was opened.
+  int64_t FileSize() const { return size_; }
+
+ private:
+  bool fill();
+
+  int fd_ = -1;
+  int64_t size_ = 0;
+  std::vector<char> buf_;
+  size_t begin_ = 0, end_ = 0;
+  bool eof_ = false;
+  std::string_view source_;
+};
+
+}  // namespace qb

@@ -1,0 +1,73 @@
+#include "engine/pattern.h"
+
+namespace qb {
+namespace {
+
+constexpr std::string_view kPunctuation = ":;,-+_\\*(){}[]@&%$#|!<>?=^";
+
+// One position. `c` is 0 when the segment has no character there; an absent character is
+// not a blank and is found in every class list, as the empty string was by the original's
+// substring search, but never equals a punctuation character.
+template <typename PatternAt>
+bool Match(PatternAt patternAt, std::string_view segment, size_t length) {
+  bool inS = false, sSeen = false, inD = false, dSeen = false;
+  for (size_t i = 0; i < length; ++i) {
+    const char p = patternAt(i);
+    const bool has = i < segment.size();
+    const char c = has ? segment[i] : 0;
+    if (p != 's' && inS) {
+      if (!sSeen) return false;
+      inS = false;
+    }
+    if (p != 'd' && inD) {
+      if (!dSeen) return false;
+      inD = false;
+    }
+    switch (p) {
+      case 'x':
+        if (has && c == ' ') return false;
+        break;
+      case 'b':
+        if (!has || c != ' ') return false;
+        break;
+      case 'n':
+        if (has && !((c >= '0' && c <= '9') || c == '?')) return false;
+        break;
+      case '.':
+        if (has && c != '.' && c != '?') return false;
+        break;
+      case '/':
+        if (has && c != '/' && c != '?') return false;
+        break;
+      case 's':
+        if (!inS) sSeen = false;
+        inS = true;
+        if (!has || c != ' ') sSeen = true;
+        break;
+      case 'd':
+        if (!inD) dSeen = false;
+        inD = true;
+        if (!has || c == '.' || c == '?') dSeen = true;
+        break;
+      default:
+        if (p != 0 && kPunctuation.find(p) != std::string_view::npos && (!has || c != p)) {
+          return false;
+        }
+        break;
+    }
+  }
+  return !(inS && !sSeen) && !(inD && !dSeen);
+}
+
+}  // namespace
+
+bool PatternMatch(std::string_view pattern, std::string_view segment, size_t length) {
+  return Match([pattern](size_t i) { return i < pattern.size() ? pattern[i] : char{0}; }, segment,
+               length);
+}
+
+bool MatchesClass(char cls, std::string_view text) {
+  return Match([cls](size_t) { return cls; }, text, text.size());
+}
+
+}  // namespace qb
