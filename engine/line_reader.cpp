@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <string>
@@ -12,11 +13,12 @@
 
 namespace qb {
 namespace {
-constexpr size_t kChunk = 1 << 20;
+constexpr size_t kMinChunk = 4096;
+constexpr size_t kMaxChunk = 1 << 20;
 }
 
 LineReader::LineReader(const std::filesystem::path& path, std::string_view source)
-    : buf_(kChunk), source_(source) {
+    : source_(source) {
   fd_ = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (fd_ < 0) {
     int err = errno;
@@ -32,6 +34,9 @@ LineReader::LineReader(const std::filesystem::path& path, std::string_view sourc
     }
     size_ = st.st_size;
   }
+  // Small files (RDFs) get a small buffer; reports stream through 1 MiB.
+  capacity_ = std::clamp(static_cast<size_t>(size_) + 1, kMinChunk, kMaxChunk);
+  buf_ = std::make_unique_for_overwrite<char[]>(capacity_);
 #ifdef POSIX_FADV_SEQUENTIAL
   ::posix_fadvise(fd_, 0, 0, POSIX_FADV_SEQUENTIAL);
 #endif
@@ -45,13 +50,18 @@ LineReader::~LineReader() {
 bool LineReader::fill() {
   if (eof_) return false;
   if (begin_ > 0) {
-    std::memmove(buf_.data(), buf_.data() + begin_, end_ - begin_);
+    std::memmove(buf_.get(), buf_.get() + begin_, end_ - begin_);
     end_ -= begin_;
     begin_ = 0;
   }
-  if (end_ == buf_.size()) buf_.resize(buf_.size() * 2);  // a line longer than the buffer
+  if (end_ == capacity_) {  // a line longer than the buffer
+    auto bigger = std::make_unique_for_overwrite<char[]>(capacity_ * 2);
+    std::memcpy(bigger.get(), buf_.get(), end_);
+    buf_ = std::move(bigger);
+    capacity_ *= 2;
+  }
   for (;;) {
-    ssize_t n = ::read(fd_, buf_.data() + end_, buf_.size() - end_);
+    ssize_t n = ::read(fd_, buf_.get() + end_, capacity_ - end_);
     if (n < 0) {
       if (errno == EINTR) continue;
       throw ErrorFromErrno(errno, std::string(source_));
@@ -68,20 +78,20 @@ bool LineReader::fill() {
 bool LineReader::Next(std::string_view& line) {
   size_t scanFrom = begin_;
   for (;;) {
-    const char* start = buf_.data() + scanFrom;
+    const char* start = buf_.get() + scanFrom;
     const void* lf = std::memchr(start, '\n', end_ - scanFrom);
     if (lf) {
-      size_t at = static_cast<size_t>(static_cast<const char*>(lf) - buf_.data());
+      size_t at = static_cast<size_t>(static_cast<const char*>(lf) - buf_.get());
       size_t len = at - begin_;
       if (len > 0 && buf_[at - 1] == '\r') --len;
-      line = std::string_view(buf_.data() + begin_, len);
+      line = std::string_view(buf_.get() + begin_, len);
       begin_ = at + 1;
       return true;
     }
     size_t scanned = end_ - begin_;
     if (!fill()) {
       if (begin_ == end_) return false;
-      line = std::string_view(buf_.data() + begin_, end_ - begin_);  // last line, no LF
+      line = std::string_view(buf_.get() + begin_, end_ - begin_);  // last line, no LF
       begin_ = end_;
       return true;
     }

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <string_view>
-#include <vector>
+#include <memory>
 
 namespace qb {
 
@@ -29,7 +29,8 @@ class LineReader {
 
   int fd_ = -1;
   int64_t size_ = 0;
-  std::vector<char> buf_;
+  std::unique_ptr<char[]> buf_;  // not zero-filled: only bytes read are looked at
+  size_t capacity_ = 0;
   size_t begin_ = 0, end_ = 0;
   bool eof_ = false;
   std::string_view source_;

@@ -73,6 +73,11 @@ struct Recordset::Compiled {
   std::vector<Node> nodes;
   int root = -1;  // -1: no condition (every record)
 
+  // The records this filter matched, valid while the table's generation is unchanged, so
+  // a table that does not change (the pickup rows during a run) is scanned once per text.
+  uint64_t matchedGeneration = ~uint64_t{0};
+  std::vector<uint32_t> matched;
+
   struct Key {
     int field;
     bool descending;
@@ -97,6 +102,7 @@ struct Recordset::Compiled {
 };
 
 struct Recordset::Store {
+  uint64_t generation = 0;  // bumped by every change of records or field values
   std::vector<FieldDef> fields;
   std::vector<Record> records;  // never shrinks: deleted records leave the live list only
   std::vector<uint32_t> live;
@@ -105,7 +111,7 @@ struct Recordset::Store {
 
   // The compiled form of a filter or sort text, parsed on first use only.
   template <typename ParseFn>
-  const Compiled* Compile(
+  Compiled* Compile(
       std::unordered_map<std::string, std::unique_ptr<Compiled>, StringHash, std::equal_to<>>& cache,
       std::string_view text, ParseFn parse) {
     auto it = cache.find(text);
@@ -365,6 +371,7 @@ void Recordset::AddNew() {
     const FieldDef& f = store_->fields[i];
     if (f.type == FieldType::Text) r.cells[i].text.assign(static_cast<size_t>(f.width), ' ');
   }
+  ++store_->generation;
   store_->records.push_back(std::move(r));
   uint32_t id = static_cast<uint32_t>(store_->records.size() - 1);
   store_->live.push_back(id);
@@ -375,6 +382,7 @@ void Recordset::AddNew() {
 void Recordset::Delete() {
   current();  // validates the position
   uint32_t id = view()[static_cast<size_t>(pos_)];
+  ++store_->generation;
   std::erase(store_->live, id);
   if (!allRecords_) std::erase(view_, id);
 }
@@ -397,6 +405,7 @@ void Recordset::SetText(int field, std::string_view value) {
   const FieldDef& f = store_->fields.at(static_cast<size_t>(field));
   if (!IsTextType(f.type)) throw QbError::Runtime(kTypeMismatch, "Recordset");
   std::string& cell = current().cells[static_cast<size_t>(field)].text;
+  ++store_->generation;
   if (f.type == FieldType::Text) {
     size_t width = static_cast<size_t>(f.width);
     cell.assign(value.substr(0, width));
@@ -415,6 +424,7 @@ void Recordset::SetInt(int field, int64_t value) {
   }
   if (f.type == FieldType::Bool) value = value != 0;
   current().cells[static_cast<size_t>(field)].number = value;
+  ++store_->generation;
 }
 
 void Recordset::SetBool(int field, bool value) { SetInt(field, value ? 1 : 0); }
@@ -433,9 +443,18 @@ void Recordset::rebuildView() {
   pos_ = 0;
   allRecords_ = filter_ == nullptr && sort_ == nullptr;
   if (allRecords_) return;
-  view_.clear();
-  for (uint32_t id : store_->live) {
-    if (!filter_ || filter_->Matches(store_->records[id])) view_.push_back(id);
+  if (filter_) {
+    Compiled& f = *filter_;
+    if (f.matchedGeneration != store_->generation) {
+      f.matched.clear();
+      for (uint32_t id : store_->live) {
+        if (f.Matches(store_->records[id])) f.matched.push_back(id);
+      }
+      f.matchedGeneration = store_->generation;
+    }
+    view_.assign(f.matched.begin(), f.matched.end());
+  } else {
+    view_.assign(store_->live.begin(), store_->live.end());
   }
   if (!sort_) return;
   // Insertion sort: stable, in place, and quick for tables of a few dozen records.

@@ -89,8 +89,8 @@ class Recordset {
   struct Record& current();
 
   std::shared_ptr<Store> store_;
-  const Compiled* filter_ = nullptr;  // owned by the store's cache
-  const Compiled* sort_ = nullptr;
+  Compiled* filter_ = nullptr;  // owned by the store's cache
+  Compiled* sort_ = nullptr;
   bool allRecords_ = true;  // no filter and no sort: the view is every live record
   std::vector<uint32_t> view_;
   int pos_ = 0;

@@ -43,5 +43,33 @@ check "start-up with qbsys.txt exits 0" test $rc -eq 0
 check "systems listed" contains "$tmp/out" "Ledger,1,1,8, "
 check "log kept, not deleted" contains "$tmp/home/log/qbuia.log" "Error: 513"
 
+# --list-fields and --save-rdf on the samples; the scrambled RDF saved plain lists the same.
+samples=$2/samples
+"$qbconvert" --home "$tmp/home" --rdf "$samples/ARINV01.rdf" --list-fields >"$tmp/plain.txt" 2>&1
+check "list-fields" contains "$tmp/plain.txt" "   11  y          10  w4     Ship To"
+"$qbconvert" --home "$tmp/home" --rdf "$samples/ARINV01S.rdf" --save-rdf "$tmp/unscrambled.rdf" 2>"$tmp/err"; rc=$?
+check "save-rdf exits 0" test $rc -eq 0
+check "saved RDF is plain" test "$(head -c 3 "$tmp/unscrambled.rdf")" = "RDF"
+"$qbconvert" --home "$tmp/home" --rdf "$tmp/unscrambled.rdf" --list-fields >"$tmp/again.txt" 2>&1
+check "scrambled, saved plain, lists the same" cmp -s "$tmp/plain.txt" "$tmp/again.txt"
+"$qbconvert" --home "$tmp/home" --rdf "$samples/APCHK01.rdf" --report "$samples/APCHK01.txt" \
+  --fields 5,2,6 --save-rdf "$tmp/chosen.rdf" 2>/dev/null
+"$qbconvert" --home "$tmp/home" --rdf "$tmp/chosen.rdf" --list-fields >"$tmp/out" 2>&1
+check "--fields saved" contains "$tmp/out" "    5  y           1  c      Vendor Name"
+check "--fields deselects others" contains "$tmp/out" "    1  n           0  r      Type"
+
+# Loading errors: what failed and why, exit 1.
+printf 'RDF 0001T broken, no at sign\r\n' >"$tmp/broken.rdf"
+"$qbconvert" --home "$tmp/home" --rdf "$tmp/broken.rdf" --list-fields >"$tmp/out" 2>"$tmp/err"; rc=$?
+check "damaged RDF exits 1" test $rc -eq 1
+check "damaged RDF says why" contains "$tmp/err" "Error 518 in GetRDFInfo: Corrupted RDF ($tmp/broken.rdf, line 1)"
+"$qbconvert" --home "$tmp/home" --rdf "$samples/APCHK01.rdf" --fields 9 --list-fields >"$tmp/out" 2>"$tmp/err"; rc=$?
+check "unknown field number is a usage error" test $rc -eq 2
+"$qbconvert" --home "$tmp/home" --list-fields >"$tmp/out" 2>"$tmp/err"; rc=$?
+check "--list-fields without --rdf" test $rc -eq 2
+"$qbconvert" --home "$tmp/home" --rdf x.rdf --list-fields --set colour=red >"$tmp/out" 2>"$tmp/err"; rc=$?
+check "unknown --set key" test $rc -eq 2
+check "unknown --set key lists the keys" contains "$tmp/err" "rptdir rdfdir outdir"
+
 echo "$passed passed, $failed failed"
 test $failed -eq 0
