@@ -3,12 +3,19 @@
 #include <cstdio>
 #include <string>
 
+#include <pthread.h>
+#include <signal.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cctype>
+#include <thread>
 #include <vector>
 
 #include "cli/console_ui.h"
 #include "cli/options.h"
 #include "engine/engine.h"
+#include "run/run_driver.h"
 #include "settings/application.h"
 #include "settings/errors.h"
 
@@ -110,9 +117,18 @@ void ListFields(Recordset& rs) {
   rs.Sort("");
 }
 
-// Loads the RDF (found from the report when not named) and applies the command line's
-// settings and field choices. Throws UsageError; returns false when loading failed.
-bool LoadForJob(const ParsedOptions& opts, Engine& engine) {
+// ".txt", ".csv" or ".xls" for an output file, or nothing.
+std::optional<std::string> OutputType(const std::filesystem::path& output) {
+  std::string ext = output.extension().string();
+  for (char& c : ext) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  if (ext == ".txt" || ext == ".csv" || ext == ".xls") return ext;
+  return std::nullopt;
+}
+
+// Loads the RDF (found from the report when not named) and applies, in this order, the
+// output type of the output file and the command line's settings and field choices.
+// Throws UsageError; returns the RDF's path, or nothing when loading failed.
+std::optional<std::filesystem::path> LoadForJob(const ParsedOptions& opts, Engine& engine) {
   Application& app = engine.app();
   std::filesystem::path report = opts.value(Opt::Report).value_or("");
   std::filesystem::path rdf;
@@ -125,7 +141,7 @@ bool LoadForJob(const ParsedOptions& opts, Engine& engine) {
     } catch (const QbError&) {
       std::fprintf(stderr, "qbconvert: the \"pfset\" setting '%s' is not a source system entry; "
                    "name the RDF with --rdf\n", app.Settings["pfset"].c_str());
-      return false;
+      return std::nullopt;
     }
     std::optional<std::filesystem::path> found = FindRdf(report, system, app.Settings["rdfdir"]);
     if (!found || !std::filesystem::exists(*found)) {
@@ -134,7 +150,7 @@ bool LoadForJob(const ParsedOptions& opts, Engine& engine) {
                    "with --rdf, or set rdfdir and pfset (qbcfg.ini or --set).\n",
                    report.c_str(), system.System.c_str(),
                    found ? found->c_str() : "no usable identifier");
-      return false;
+      return std::nullopt;
     }
     rdf = *found;
   }
@@ -142,11 +158,94 @@ bool LoadForJob(const ParsedOptions& opts, Engine& engine) {
   if (!engine.LoadRDF(rdf, report)) {
     std::string why = engine.LastError() ? engine.LastError()->describe() : "unknown error";
     std::fprintf(stderr, "qbconvert: cannot load RDF %s: %s\n", rdf.c_str(), why.c_str());
-    return false;
+    return std::nullopt;
   }
+  if (auto output = opts.value(Opt::Output)) app.Settings.Item("opfmt").Value = *OutputType(*output);
   for (const auto& [key, value] : ParseSets(opts)) app.Settings.Item(key).Value = value;
   ApplyFieldList(engine.tables.rsFields, ParseFieldList(opts));
-  return true;
+  return rdf;
+}
+
+// Ctrl-C during a run: the first sets the cancel flag (the rows so far are still written),
+// the second ends the program at once. A thread waits for the signal, so no handler state
+// is needed; SIGUSR1 tells it the run is over.
+class InterruptWatch {
+ public:
+  explicit InterruptWatch(std::atomic<bool>& cancel) {
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGINT);
+    sigaddset(&set, SIGUSR1);
+    pthread_sigmask(SIG_BLOCK, &set, &old_);
+    thread_ = std::thread([set, &cancel] {
+      for (int presses = 0;;) {
+        int sig = 0;
+        if (sigwait(&set, &sig) != 0 || sig == SIGUSR1) return;
+        if (++presses == 1) {
+          cancel = true;
+          std::fputs("\nqbconvert: cancelling; the rows so far are kept (Ctrl-C again to stop at once)\n",
+                     stderr);
+        } else {
+          _exit(kExitCancelled);
+        }
+      }
+    });
+  }
+  ~InterruptWatch() {
+    pthread_kill(thread_.native_handle(), SIGUSR1);
+    thread_.join();
+    pthread_sigmask(SIG_SETMASK, &old_, nullptr);
+  }
+
+ private:
+  sigset_t old_;
+  std::thread thread_;
+};
+
+int Convert(const ParsedOptions& opts, Application& app, ConsoleUI& ui) {
+  const std::filesystem::path report = *opts.value(Opt::Report);
+  const std::filesystem::path output = *opts.value(Opt::Output);
+  std::error_code ec;
+  if (!std::filesystem::is_regular_file(report, ec)) {
+    std::fprintf(stderr, "qbconvert: the report %s does not exist or is not a file\n", report.c_str());
+    return kExitFailed;
+  }
+  if (std::filesystem::exists(output, ec) && !opts.has(Opt::Overwrite)) {
+    std::fprintf(stderr, "Output file already exists.\n%s: give --overwrite to replace it\n",
+                 output.c_str());
+    return kExitFailed;
+  }
+  Engine engine(app);
+  std::optional<std::filesystem::path> rdf = LoadForJob(opts, engine);
+  if (!rdf) return kExitFailed;
+
+  RunDriver driver(engine);
+  ui.setAnswer(opts.has(Opt::Overwrite));
+  switch (driver.CheckRun(report, *rdf, output)) {
+    case RunDriver::Check::Ready: break;
+    case RunDriver::Check::NothingToDo:
+    case RunDriver::Check::NoOutputField:
+    case RunDriver::Check::Declined: return kExitFailed;
+  }
+  ui.setProgressDetail([&driver] { return std::to_string(driver.LinesProcessed()) + " lines"; });
+  bool ok;
+  {
+    InterruptWatch watch(driver.State().CancelFlag);
+    ok = driver.Run(report, output);
+  }
+  ui.finishProgress();
+  if (!ok) {
+    std::fprintf(stderr, "qbconvert: the conversion of %s failed: %s\n", report.c_str(),
+                 driver.LastError() ? driver.LastError()->describe().c_str() : "unknown error");
+    return kExitFailed;
+  }
+  const RunStats& stats = driver.Stats();
+  if (!opts.has(Opt::Quiet) || stats.cancelled) {
+    std::printf("%s\n%s\n%s\n%s\n", stats.cancelled ? "** Cancelled **" : "Complete",
+                stats.RunTimeText().c_str(), stats.LinesWrittenText().c_str(),
+                stats.LinesProcessedText().c_str());
+  }
+  return stats.cancelled ? kExitCancelled : kExitOk;
 }
 
 // The command line's combinations, checked before start-up.
@@ -158,6 +257,13 @@ void Validate(const ParsedOptions& opts) {
   if (list && save) throw UsageError("--list-fields and --save-rdf do not go together");
   if ((list || save) && opts.has(Opt::Output)) {
     throw UsageError("--output does not go with --list-fields or --save-rdf");
+  }
+  if (opts.has(Opt::Output)) {
+    if (!opts.has(Opt::Report)) throw UsageError("--output needs --report FILE");
+    if (!OutputType(*opts.value(Opt::Output))) {
+      throw UsageError("--output must end in .txt, .csv or .xls, not '" +
+                       *opts.value(Opt::Output) + "'");
+    }
   }
   if (!list && !save && !opts.has(Opt::Output) &&
       (opts.has(Opt::Report) || opts.has(Opt::Rdf) || opts.has(Opt::Fields) || opts.has(Opt::Set))) {
@@ -205,6 +311,13 @@ int RunCommand(std::span<const char* const> args) {
                      engine.LastError()->describe().c_str());
         status = kExitFailed;
       }
+    } catch (const UsageError& e) {
+      std::fprintf(stderr, "qbconvert: %s\n", e.what());
+      status = kExitUsage;
+    }
+  } else if (opts.has(Opt::Output)) {
+    try {
+      status = Convert(opts, app, ui);
     } catch (const UsageError& e) {
       std::fprintf(stderr, "qbconvert: %s\n", e.what());
       status = kExitUsage;

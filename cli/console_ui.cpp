@@ -35,8 +35,8 @@ void ConsoleUI::message(std::string_view text, std::string_view title, MessageIc
 }
 
 bool ConsoleUI::question(std::string_view text, std::string_view title, MessageIcon icon) {
-  message(std::string(text) + " (answered No)", title, icon);
-  return false;
+  if (!answer_) message(std::string(text) + " (answered No)", title, icon);
+  return answer_;
 }
 
 void ConsoleUI::status(std::string_view text) { status_ = text; }
@@ -50,8 +50,9 @@ void ConsoleUI::progress(int percent) {
                         .count();
   std::string bar(static_cast<size_t>(filled), '#');
   bar.append(static_cast<size_t>(kWidth - filled), '.');
+  const std::string detail = detail_ ? detail_() : std::string();
   std::fprintf(err_, "\r\033[K%s [%s] %3d%%  %s  %lld:%02lld", status_.c_str(), bar.c_str(),
-               percent, detail_.c_str(), static_cast<long long>(secs / 60),
+               percent, detail.c_str(), static_cast<long long>(secs / 60),
                static_cast<long long>(secs % 60));
   std::fflush(err_);
   barShown_ = true;

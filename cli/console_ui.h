@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cstdio>
+#include <functional>
 #include <string>
 
 #include "settings/user_interface.h"
@@ -15,13 +16,15 @@ class ConsoleUI final : public UserInterface {
   explicit ConsoleUI(std::FILE* err = stderr);
 
   void message(std::string_view text, std::string_view title, MessageIcon icon) override;
-  // qbconvert never waits for an answer: questions are printed and answered No.
+  // qbconvert never waits for an answer: questions are printed and answered as set (No
+  // unless the command line said otherwise, e.g. --overwrite).
   bool question(std::string_view text, std::string_view title, MessageIcon icon) override;
+  void setAnswer(bool yes) { answer_ = yes; }
   void status(std::string_view text) override;
   void progress(int percent) override;
 
-  // Extra text shown after the bar ("12345 lines").
-  void setProgressDetail(std::string detail) { detail_ = std::move(detail); }
+  // Extra text shown after the bar, asked for at each redraw ("12345 lines").
+  void setProgressDetail(std::function<std::string()> detail) { detail_ = std::move(detail); }
   // Ends the bar's line so later output starts on a fresh one.
   void finishProgress();
 
@@ -32,7 +35,8 @@ class ConsoleUI final : public UserInterface {
   bool tty_;
   bool barShown_ = false;
   std::string status_;
-  std::string detail_;
+  std::function<std::string()> detail_;
+  bool answer_ = false;
   std::chrono::steady_clock::time_point start_;
 };
 

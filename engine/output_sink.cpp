@@ -1,0 +1,53 @@
+#include "engine/output_sink.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "settings/errors.h"
+
+namespace qb {
+namespace {
+constexpr size_t kBufferSize = 1 << 20;
+}
+
+TextFileSink::TextFileSink(const std::filesystem::path& path, std::string_view source)
+    : path_(path), source_(source) {
+  fd_ = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  if (fd_ < 0) throw ErrorFromErrno(errno, source_).at(path_);
+  buffer_.reserve(kBufferSize);
+}
+
+TextFileSink::~TextFileSink() {
+  if (fd_ >= 0) ::close(fd_);
+}
+
+void TextFileSink::Write(const OutputRow& row) {
+  if (buffer_.size() + row.joined.size() + 2 > kBufferSize) flush();
+  buffer_.append(row.joined);
+  buffer_.append("\r\n");
+}
+
+void TextFileSink::flush() {
+  std::string_view data = buffer_;
+  while (!data.empty()) {
+    ssize_t n = ::write(fd_, data.data(), data.size());
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      throw ErrorFromErrno(errno, source_).at(path_);
+    }
+    data.remove_prefix(static_cast<size_t>(n));
+  }
+  buffer_.clear();
+}
+
+void TextFileSink::Close() {
+  if (fd_ < 0) return;
+  flush();
+  int fd = fd_;
+  fd_ = -1;
+  if (::close(fd) != 0) throw ErrorFromErrno(errno, source_).at(path_);
+}
+
+}  // namespace qb

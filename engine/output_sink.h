@@ -1,0 +1,49 @@
+#pragma once
+// Where WriteLine's rows go: a text file for .txt and .csv, the spreadsheet for .xls.
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace qb {
+
+// One output row: the column texts (after the numeric clean-up, before qualifying) and the
+// line as joined for a text file.
+struct OutputRow {
+  std::span<const std::string_view> columns;
+  std::string_view joined;
+  bool header = false;
+};
+
+class OutputSink {
+ public:
+  virtual ~OutputSink() = default;
+  // Throws QbError when the row cannot be written (disk full, ...).
+  virtual void Write(const OutputRow& row) = 0;
+  // Flushes and closes. Throws QbError on failure.
+  virtual void Close() = 0;
+};
+
+// A text file written through one buffer; each row is the joined text and CR LF.
+class TextFileSink final : public OutputSink {
+ public:
+  // Creates the file (replacing one of that name). Throws QbError naming `source`.
+  TextFileSink(const std::filesystem::path& path, std::string_view source);
+  ~TextFileSink() override;
+
+  void Write(const OutputRow& row) override;
+  void Close() override;
+
+ private:
+  void flush();
+
+  int fd_ = -1;
+  std::filesystem::path path_;
+  std::string buffer_;
+  std::string source_;
+};
+
+}  // namespace qb
