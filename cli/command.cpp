@@ -132,6 +132,10 @@ std::optional<std::filesystem::path> LoadForJob(const ParsedOptions& opts, Engin
   Application& app = engine.app();
   std::filesystem::path report = opts.value(Opt::Report).value_or("");
   std::filesystem::path rdf;
+  // --set counts for finding the RDF too ("rdfdir", "pfset"); it is applied again after
+  // loading so it also wins over the RDF's own setting records.
+  const auto sets = ParseSets(opts);
+  for (const auto& [key, value] : sets) app.Settings.Item(key).Value = value;
   if (auto named = opts.value(Opt::Rdf)) {
     rdf = *named;
   } else {
@@ -161,7 +165,7 @@ std::optional<std::filesystem::path> LoadForJob(const ParsedOptions& opts, Engin
     return std::nullopt;
   }
   if (auto output = opts.value(Opt::Output)) app.Settings.Item("opfmt").Value = *OutputType(*output);
-  for (const auto& [key, value] : ParseSets(opts)) app.Settings.Item(key).Value = value;
+  for (const auto& [key, value] : sets) app.Settings.Item(key).Value = value;
   ApplyFieldList(engine.tables.rsFields, ParseFieldList(opts));
   return rdf;
 }

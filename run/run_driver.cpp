@@ -85,6 +85,11 @@ void RunDriver::Process(const std::filesystem::path& report, const std::filesyst
   std::memset(line_, ' ', sizeof line_);
   dirty_ = 0;
 
+  if (engine_.flags.PdfReport || engine_.flags.DffReport) {
+    throw QbError(kInvalidCall, "Process",
+                  std::string(engine_.flags.PdfReport ? "PDF" : "Delimited") +
+                      " reports need a preprocessing step this build does not have yet");
+  }
   LineReader reader(report, "Process");
   const int64_t size = reader.FileSize();
   std::unique_ptr<OutputSink> sink;

@@ -71,5 +71,53 @@ check "--list-fields without --rdf" test $rc -eq 2
 check "unknown --set key" test $rc -eq 2
 check "unknown --set key lists the keys" contains "$tmp/err" "rptdir rdfdir outdir"
 
+# Every sample converts to the hand-checked golden files, as .csv and as .txt.
+golden=$2/tests/golden
+grep -v '^#' "$samples/samples.txt" | while read -r report rdf what; do
+  [[ "$rdf" == *S.rdf ]] && continue
+  for ext in csv txt; do
+    out="$tmp/${report%.*}.$ext"
+    "$qbconvert" --home "$tmp/home" --report "$samples/$report" --rdf "$samples/$rdf" --output "$out" --quiet
+    cmp -s "$out" "$golden/${report%.*}.$ext" && echo PASS || echo "FAIL: ${report%.*}.$ext differs from the golden file"
+  done
+done >"$tmp/golden.log"
+check "golden conversions" test "$(grep -c PASS "$tmp/golden.log")" -eq 10
+grep FAIL "$tmp/golden.log" || true
+"$qbconvert" --home "$tmp/home" --report "$samples/ARINV01.txt" --rdf "$samples/ARINV01S.rdf" \
+  --output "$tmp/scr.csv" --quiet
+check "scrambled RDF converts the same" cmp -s "$tmp/scr.csv" "$golden/ARINV01.csv"
+
+# The output rules: refuse to overwrite, --overwrite replaces, statistics, --set, --fields.
+"$qbconvert" --home "$tmp/home" --report "$samples/ARINV01.txt" --rdf "$samples/ARINV01.rdf" \
+  --output "$tmp/scr.csv" >"$tmp/out" 2>"$tmp/err"; rc=$?
+check "existing output refused" test $rc -eq 1
+check "existing output message" contains "$tmp/err" "Output file already exists."
+"$qbconvert" --home "$tmp/home" --report "$samples/ARAGE02.txt" --rdf "$samples/ARAGE02.rdf" \
+  --output "$tmp/scr.csv" --overwrite --set rtype="Totals Only" --fields 8,3 >"$tmp/out" 2>"$tmp/err"; rc=$?
+check "--overwrite replaces" test $rc -eq 0
+check "statistics printed" test "$(cat "$tmp/out")" = "$(printf 'Complete\nRun Time: 00:00\n1 Lines Written\n25 Lines Processed')"
+check "Totals Only with chosen fields" test "$(cat "$tmp/scr.csv")" = "$(printf 'Balance,Customer Name\r\n34832.81,\r')"
+check "Process lines logged" contains "$tmp/home/log/qbuia.log" "Process               --- Last Write"
+"$qbconvert" --home "$tmp/home" --report "$samples/ARINV01.txt" --rdf "$samples/ARINV01.rdf" \
+  --output "$tmp/x.pdf" >"$tmp/out" 2>"$tmp/err"; rc=$?
+check "unknown output type is a usage error" test $rc -eq 2
+"$qbconvert" --home "$tmp/home" --report "$samples/ARINV01.txt" --rdf "$samples/ARINV01.rdf" \
+  --fields 7 --set "tqswt=1" --output "$tmp/none.csv" --fields 9 >"$tmp/out" 2>"$tmp/err"; rc=$?
+check "repeated --fields is a usage error" test $rc -eq 2
+"$qbconvert" --home "$tmp/home" --report "$tmp/missing.txt" --rdf "$samples/ARINV01.rdf" \
+  --output "$tmp/m.csv" >"$tmp/out" 2>"$tmp/err"; rc=$?
+check "missing report exits 1" test $rc -eq 1
+check "missing report is named" contains "$tmp/err" "missing.txt does not exist"
+
+# Without --rdf, the RDF is found from the report's file name in rdfdir.
+mkdir -p "$tmp/rdfs" && cp "$samples/ARINV01.rdf" "$tmp/rdfs/"
+"$qbconvert" --home "$tmp/home" --report "$samples/ARINV01.txt" --set "rdfdir=$tmp/rdfs" \
+  --output "$tmp/auto.csv" --quiet; rc=$?
+check "auto-found RDF converts" cmp -s "$tmp/auto.csv" "$golden/ARINV01.csv"
+"$qbconvert" --home "$tmp/home" --report "$samples/GLDET01.txt" --set "rdfdir=$tmp/rdfs" \
+  --output "$tmp/auto2.csv" >"$tmp/out" 2>"$tmp/err"; rc=$?
+check "no RDF found exits 1" test $rc -eq 1
+check "no RDF found says where it looked" contains "$tmp/err" "$tmp/rdfs/GLDET01.rdf"
+
 echo "$passed passed, $failed failed"
 test $failed -eq 0

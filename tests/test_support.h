@@ -9,6 +9,7 @@
 #include <deque>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -53,8 +54,12 @@ class RecordingUI final : public UserInterface {
     return a;
   }
   void status(std::string_view text) override { statuses.emplace_back(text); }
-  void progress(int percent) override { percents.push_back(percent); }
+  void progress(int percent) override {
+    percents.push_back(percent);
+    if (onProgress) onProgress(percent);
+  }
 
+  std::function<void(int)> onProgress;
   std::vector<RecordedMessage> messages;
   std::deque<bool> answers;
   std::vector<std::string> statuses;
