@@ -1,6 +1,7 @@
 #include "engine/converter.h"
 
 #include <charconv>
+#include <cstring>
 #include <cstdlib>
 #include <limits>
 
@@ -26,6 +27,37 @@ void AppendInt(std::string& out, int64_t v) {
   char digits[24];
   auto r = std::to_chars(digits, digits + sizeof digits, v);
   out.append(digits, r.ptr);
+}
+
+// A set of bytes as a lookup table, for per-character tests on the hot path.
+struct ByteSet {
+  constexpr explicit ByteSet(std::string_view chars, bool bothCases = false) {
+    for (char c : chars) {
+      in[static_cast<unsigned char>(c)] = true;
+      if (bothCases && c >= 'a' && c <= 'z') in[static_cast<unsigned char>(c - 'a' + 'A')] = true;
+    }
+  }
+  bool operator()(char c) const { return in[static_cast<unsigned char>(c)]; }
+  bool in[256] = {};
+};
+constexpr ByteSet kNumericDrop("()%#*$,+-cdr", /*bothCases=*/true);
+
+// True when `v` holds a comma or a double quote: eight bytes at a time, with the usual
+// "has a zero byte" test on the word XORed with each character repeated.
+bool HasCsvSpecial(std::string_view v) {
+  constexpr uint64_t kOnes = 0x0101010101010101ULL, kHighs = 0x8080808080808080ULL;
+  constexpr uint64_t kCommas = kOnes * ',', kQuotes = kOnes * '"';
+  auto hasZero = [](uint64_t x) { return ((x - kOnes) & ~x & kHighs) != 0; };
+  size_t i = 0;
+  for (; i + 8 <= v.size(); i += 8) {
+    uint64_t w;
+    std::memcpy(&w, v.data() + i, 8);
+    if (hasZero(w ^ kCommas) || hasZero(w ^ kQuotes)) return true;
+  }
+  for (; i < v.size(); ++i) {
+    if (v[i] == ',' || v[i] == '"') return true;
+  }
+  return false;
 }
 
 // A filter value in single quotes, with quotes doubled.
@@ -126,7 +158,13 @@ bool Converter::CheckDataMarker(std::string_view line) {
     const MarkerRow& m = markers_[i];
     bool match;
     switch (m.rule) {
-      case '=': match = Mid(line, m.start, m.length, "CheckDataMarker") == m.marker; break;
+      case '=': {
+        const std::string_view seg = Mid(line, m.start, m.length, "CheckDataMarker");
+        match = seg.size() == m.marker.size() &&
+                (seg.empty() || (seg.front() == m.marker.front() &&
+                                 std::memcmp(seg.data(), m.marker.data(), seg.size()) == 0));
+        break;
+      }
       case 'p':
         match = PatternMatch(m.marker, Mid(line, m.start, m.length, "CheckDataMarker"),
                              static_cast<size_t>(m.length));
@@ -268,68 +306,66 @@ const std::vector<Converter::PickupRow>& Converter::PickupRows(size_t marker) {
 void Converter::PickupData(size_t marker, std::string_view line) {
   try {
     for (const PickupRow& r : PickupRows(marker)) {
-      pickValue_.assign(Trim(Mid(line, r.start, r.length, "PickupData")));
+      const std::string_view text = Trim(Mid(line, r.start, r.length, "PickupData"));
       if (r.slot < 0) {
         throw QbError(kNoCurrentRecordError, "PickupData", "No output field for this pickup row");
       }
       FieldSlot& f = slots_[static_cast<size_t>(r.slot)];
-      std::string& value = pickValue_;
-      bool store = true;
-      switch (r.rule) {
-        case PickRule::Equal:
-          if (value == r.value) {
-            if (r.act == PickAct::Skip) store = false;
-            else if (r.act == PickAct::Prev) value = f.pde;
-          }
-          break;
-        case PickRule::Action:
-          switch (r.act) {
-            case PickAct::Set: value = r.value; break;
-            case PickAct::SetH:
-              f.hde = r.value;
-              store = false;
-              break;
-            case PickAct::Cat:
-              if (!f.rde.empty()) {
-                value.insert(0, 1, ' ');
-                value.insert(0, f.rde);
-              }
-              break;
-            case PickAct::CatV:
-              value = f.rde;
-              value += ' ';
-              value += r.value;
-              break;
-            case PickAct::Get: value = f.hde; break;
-            case PickAct::GetC:
-              value = f.hde;
-              f.hde.clear();
-              break;
-            case PickAct::GetZ:
-              value = f.hde;
-              f.hde = "0.00";
-              break;
-            case PickAct::Hold:
-              f.hde = value;
-              store = false;
-              break;
-            case PickAct::Keep: store = f.rde.empty(); break;
-            default: break;
-          }
-          break;
-        case PickRule::EqualPrev: {
-          const int32_t slot = markers_[marker].wait;
-          if (slot < 1 || slot > 10) throw QbError::Runtime(kSubscript, "PickupData");
-          if (r.act == PickAct::Set && f.rde == f.pde && state_.WaitSeen[static_cast<size_t>(slot)]) {
-            value = r.value;
-          } else {
-            value = f.rde;
-          }
-          break;
-        }
-        case PickRule::Other: break;
+      if (r.rule == PickRule::Equal) {
+        if (r.act == PickAct::None || text != r.value) {
+          f.rde.assign(text);
+        } else if (r.act == PickAct::Prev) {
+          f.rde.assign(f.pde.view());
+        }  // "skip": the value equals the word, nothing is stored
+        continue;
       }
-      if (store) f.rde = value;
+      if (r.rule == PickRule::EqualPrev) {
+        const int32_t slot = markers_[marker].wait;
+        if (slot < 1 || slot > 10) throw QbError::Runtime(kSubscript, "PickupData");
+        if (r.act == PickAct::Set && f.rde.view() == f.pde.view() &&
+            state_.WaitSeen[static_cast<size_t>(slot)]) {
+          f.rde.assign(r.value);
+        }  // otherwise the field keeps what it had
+        continue;
+      }
+      if (r.rule == PickRule::Other) {
+        f.rde.assign(text);
+        continue;
+      }
+      switch (r.act) {  // rule "a"
+        case PickAct::Set: f.rde.assign(r.value); break;
+        case PickAct::SetH: f.hde.assign(r.value); break;
+        case PickAct::Cat:
+          if (f.rde.empty()) {
+            f.rde.assign(text);
+          } else {
+            pickValue_.assign(f.rde.view());
+            pickValue_ += ' ';
+            pickValue_ += text;
+            f.rde.assign(pickValue_);
+          }
+          break;
+        case PickAct::CatV:
+          pickValue_.assign(f.rde.view());
+          pickValue_ += ' ';
+          pickValue_ += r.value;
+          f.rde.assign(pickValue_);
+          break;
+        case PickAct::Get: f.rde.assign(f.hde.view()); break;
+        case PickAct::GetC:
+          f.rde.assign(f.hde.view());
+          f.hde.clear();
+          break;
+        case PickAct::GetZ:
+          f.rde.assign(f.hde.view());
+          f.hde.assign("0.00");
+          break;
+        case PickAct::Hold: f.hde.assign(text); break;
+        case PickAct::Keep:
+          if (f.rde.empty()) f.rde.assign(text);
+          break;
+        default: f.rde.assign(text); break;
+      }
     }
   } catch (FatalRunError&) {
     throw;
@@ -343,55 +379,85 @@ void Converter::PickupData(size_t marker, std::string_view line) {
 // "1,234.50CR" -> "-1234.50", "(12.00)" -> "-12.00": a value with "(", "-" or "cr" is
 // negative; the characters of "()%#*$,+-cdr" (any case) go; blanks at both ends go.
 std::string_view Converter::NumericCleanUp(std::string_view value, std::string& out) const {
+  // Room for the sign in front of the kept text; the kept text is never longer than value.
+  if (out.size() < value.size() + 1) out.resize(value.size() + 1);
+  char* kept = out.data() + 1;
+  size_t n = 0;
   bool negative = false;
   for (size_t i = 0; i < value.size(); ++i) {
     const char c = value[i];
-    if (c == '(' || c == '-') negative = true;
-    if (Lower(c) == 'c' && i + 1 < value.size() && Lower(value[i + 1]) == 'r') negative = true;
+    if (!kNumericDrop(c)) {
+      kept[n++] = c;
+      continue;
+    }
+    if (c == '(' || c == '-' ||
+        (Lower(c) == 'c' && i + 1 < value.size() && Lower(value[i + 1]) == 'r')) {
+      negative = true;
+    }
   }
-  out.assign(1, '-');  // room for the sign in front of the kept text
-  for (char c : value) {
-    if (std::string_view("()%#*$,+-cdr").find(Lower(c)) == std::string_view::npos) out += c;
-  }
-  size_t begin = 1, end = out.size();
-  while (begin < end && out[begin] == ' ') ++begin;
-  while (end > begin && out[end - 1] == ' ') --end;
+  size_t begin = 0;
+  while (begin < n && kept[begin] == ' ') ++begin;
+  while (n > begin && kept[n - 1] == ' ') --n;
   if (negative) {
-    out[begin - 1] = '-';
-    return std::string_view(out).substr(begin - 1, end - begin + 1);
+    kept[begin - 1] = '-';
+    return std::string_view(kept + begin - 1, n - begin + 1);
   }
-  return std::string_view(out).substr(begin, end - begin);
+  return std::string_view(kept + begin, n - begin);
 }
 
-void Converter::AppendQualified(std::string& out, std::string_view value, bool text) const {
+char* Converter::PutQualified(char* p, std::string_view value, bool text) const {
+  auto put = [&p](std::string_view v) {
+    std::memcpy(p, v.data(), v.size());
+    p += v.size();
+  };
   if (format_ == OutputFormat::Csv) {
-    if (text && value.find_first_of(",\"") != std::string_view::npos) {
-      out += '"';
-      for (char c : value) {
-        if (c == '"') out += '"';
-        out += c;
-      }
-      out += '"';
-      return;
+    if (!text || !HasCsvSpecial(value)) {
+      put(value);
+      return p;
     }
-    out += value;
-    return;
-  }
-  if (format_ == OutputFormat::Txt && qualify_ && text && !value.empty() && !qualifier_.empty()) {
-    out += qualifier_;
-    for (size_t i = 0; i < value.size();) {
-      if (value.compare(i, qualifier_.size(), qualifier_) == 0) {
-        out += qualifier_;
-        out += qualifier_;
-        i += qualifier_.size();
-      } else {
-        out += value[i++];
-      }
+    *p++ = '"';
+    for (char c : value) {
+      if (c == '"') *p++ = '"';
+      *p++ = c;
     }
-    out += qualifier_;
-    return;
+    *p++ = '"';
+    return p;
   }
-  out += value;
+  if (format_ != OutputFormat::Txt || !qualify_ || !text || value.empty() || qualifier_.empty()) {
+    put(value);
+    return p;
+  }
+  put(qualifier_);
+  for (size_t i = 0; i < value.size();) {
+    if (value.compare(i, qualifier_.size(), qualifier_) == 0) {
+      put(qualifier_);
+      put(qualifier_);
+      i += qualifier_.size();
+    } else {
+      *p++ = value[i++];
+    }
+  }
+  put(qualifier_);
+  return p;
+}
+
+std::string_view Converter::JoinLine(bool header) {
+  // Room for the worst case: every character doubled by qualifying, two qualifiers and a
+  // delimiter per column.
+  size_t bound = 0;
+  const size_t extra = 2 * qualifier_.size() + delimiter_.size() + 2;
+  for (std::string_view v : values_) bound += 2 * v.size() + extra;
+  if (line_.size() < bound) line_.resize(bound + line_.size());
+  char* const begin = line_.data();
+  char* p = begin;
+  for (size_t c = 0; c < columns_.size(); ++c) {
+    if (c > 0) {
+      std::memcpy(p, delimiter_.data(), delimiter_.size());
+      p += delimiter_.size();
+    }
+    p = PutQualified(p, values_[c], (header && format_ == OutputFormat::Csv) || columns_[c].text);
+  }
+  return std::string_view(begin, static_cast<size_t>(p - begin));
 }
 
 void Converter::WriteLine(int level) {
@@ -410,37 +476,30 @@ void Converter::WriteLine(int level) {
   }
 
   if (write || state_.LastWriteFlag) {
-    if (header) {
-      header_.clear();
-      for (size_t c = 0; c < columns_.size(); ++c) {
-        const Column& col = columns_[c];
-        std::string_view label = col.label;
-        if (col.labelSlot >= 0) label = slots_[static_cast<size_t>(col.labelSlot)].rde;
-        values_[c] = label;
-        if (c > 0) header_ += delimiter_;
-        AppendQualified(header_, label, format_ == OutputFormat::Csv || col.text);
-      }
-      try {
-        sink_->Write({values_, header_, true});
-      } catch (const QbError& e) {
-        throw FatalRunError(e);
-      }
-    }
-    line_.clear();
-    if (write) {
-      for (size_t c = 0; c < columns_.size(); ++c) {
-        const Column& col = columns_[c];
-        std::string_view v = col.slot >= 0 ? std::string_view(slots_[static_cast<size_t>(col.slot)].rde)
-                                           : std::string_view();
-        if (col.numeric) v = NumericCleanUp(v, cleaned_[c]);
-        values_[c] = v;
-        if (c > 0) line_ += delimiter_;
-        AppendQualified(line_, v, col.text);
-      }
-    }
     try {
-      sink_->Write({write ? std::span<const std::string_view>(values_) : std::span<const std::string_view>(),
-                    line_, false});
+      if (header) {
+        for (size_t c = 0; c < columns_.size(); ++c) {
+          const Column& col = columns_[c];
+          values_[c] = col.labelSlot >= 0 ? slots_[static_cast<size_t>(col.labelSlot)].rde.view()
+                                          : std::string_view(col.label);
+        }
+        sink_->Write({values_, JoinLine(true), true});
+      }
+      std::string_view joined;
+      if (write) {
+        for (size_t c = 0; c < columns_.size(); ++c) {
+          const Column& col = columns_[c];
+          std::string_view v =
+              col.slot >= 0 ? slots_[static_cast<size_t>(col.slot)].rde.view() : std::string_view();
+          values_[c] = col.numeric ? NumericCleanUp(v, cleaned_[c]) : v;
+        }
+        joined = JoinLine(false);
+      }
+      sink_->Write({write ? std::span<const std::string_view>(values_)
+                          : std::span<const std::string_view>(),
+                    joined, false});
+    } catch (FatalRunError&) {
+      throw;
     } catch (const QbError& e) {
       throw FatalRunError(e);
     }
@@ -449,7 +508,7 @@ void Converter::WriteLine(int level) {
   WaitSlotReset(level + 1);
   SequenceReset();
   for (FieldSlot& f : slots_) {
-    std::swap(f.pde, f.rde);
+    f.pde.swap(f.rde);
     f.rde.clear();
   }
 }

@@ -19,6 +19,7 @@
 
 #include "engine/engine.h"
 #include "engine/output_sink.h"
+#include "engine/text.h"
 
 namespace qb {
 
@@ -94,7 +95,7 @@ class Converter {
   };
   struct FieldSlot {
     int32_t number = 0;
-    std::string rde, pde, hde;
+    ValueBuffer rde, pde, hde;
   };
   struct Column {
     int slot;
@@ -110,7 +111,11 @@ class Converter {
   void WaitSlotReset(int from);
   void SequenceReset();
   void ApplySubGroup(const MarkerRow& m);
-  void AppendQualified(std::string& out, std::string_view value, bool text) const;
+  // Writes a value, qualified or quoted as the output type wants, at `p`; returns the end.
+  // Needs room for twice the value plus two qualifiers.
+  char* PutQualified(char* p, std::string_view value, bool text) const;
+  // Builds a header or data line from values_ into line_; returns it.
+  std::string_view JoinLine(bool header);
   std::string_view NumericCleanUp(std::string_view value, std::string& scratch) const;
 
   Engine& engine_;
@@ -134,8 +139,7 @@ class Converter {
   std::string pickValue_;
   std::vector<std::string> cleaned_;
   std::vector<std::string_view> values_;
-  std::string line_;
-  std::string header_;
+  std::string line_;  // sized to the longest line so far; JoinLine writes into it
 
   std::map<std::pair<std::string, int32_t>, int64_t> errorsSeen_;
   int64_t errorsLogged_ = 0;

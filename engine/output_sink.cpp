@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 
 #include "settings/errors.h"
 
@@ -16,7 +17,7 @@ TextFileSink::TextFileSink(const std::filesystem::path& path, std::string_view s
     : path_(path), source_(source) {
   fd_ = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
   if (fd_ < 0) throw ErrorFromErrno(errno, source_).at(path_);
-  buffer_.reserve(kBufferSize);
+  buffer_.resize(kBufferSize);
 }
 
 TextFileSink::~TextFileSink() {
@@ -24,13 +25,19 @@ TextFileSink::~TextFileSink() {
 }
 
 void TextFileSink::Write(const OutputRow& row) {
-  if (buffer_.size() + row.joined.size() + 2 > kBufferSize) flush();
-  buffer_.append(row.joined);
-  buffer_.append("\r\n");
+  const size_t need = row.joined.size() + 2;
+  if (used_ + need > buffer_.size()) {
+    flush();
+    if (need > buffer_.size()) buffer_.resize(need);
+  }
+  std::memcpy(buffer_.data() + used_, row.joined.data(), row.joined.size());
+  used_ += row.joined.size();
+  buffer_[used_++] = '\r';
+  buffer_[used_++] = '\n';
 }
 
 void TextFileSink::flush() {
-  std::string_view data = buffer_;
+  std::string_view data(buffer_.data(), used_);
   while (!data.empty()) {
     ssize_t n = ::write(fd_, data.data(), data.size());
     if (n < 0) {
@@ -39,7 +46,7 @@ void TextFileSink::flush() {
     }
     data.remove_prefix(static_cast<size_t>(n));
   }
-  buffer_.clear();
+  used_ = 0;
 }
 
 void TextFileSink::Close() {

@@ -42,7 +42,8 @@ class TextFileSink final : public OutputSink {
 
   int fd_ = -1;
   std::filesystem::path path_;
-  std::string buffer_;
+  std::string buffer_;  // a fixed-size staging area; used_ bytes of it are pending
+  size_t used_ = 0;
   std::string source_;
 };
 
