@@ -108,7 +108,7 @@ int main(int argc, char** argv) {
   char line[256];
   int64_t region[4] = {0, 0, 0, 0};
   int customers = 0;
-  uint32_t invoiceNo = 100000;
+  uint32_t invoices = 0;  // invoice numbers stay six digits: 100000 to 999999, then again
   while (!w.Full()) {
     const std::string cid = "C" + std::to_string(100000 + rnd.Below(900000));
     const char* name = kNames[rnd.Below(12)];
@@ -117,8 +117,8 @@ int main(int argc, char** argv) {
     const std::string header = line;
     w.Line(header);
     int64_t tot[4] = {0, 0, 0, 0};
-    const uint32_t invoices = 1 + rnd.Below(8);
-    for (uint32_t i = 0; i < invoices; ++i) {
+    const uint32_t count = 1 + rnd.Below(8);
+    for (uint32_t i = 0; i < count; ++i) {
       if (w.AtPageTop()) w.Line(header.substr(0, 50) + "(CONTINUED)");
       const bool credit = rnd.Below(12) == 0;
       int64_t amount = 100 + rnd.Below(2500000);
@@ -128,7 +128,8 @@ int main(int argc, char** argv) {
       const int64_t total = amount + tax + freight;
       std::snprintf(line, sizeof line,
                     "  %s%06u  %02u/%02u/26  PO-%06u    %-10s SR%02u  W%02u   %6u  %12s  %10s  %10s  %13s",
-                    credit ? "CM" : "IN", ++invoiceNo, 1 + rnd.Below(12), 1 + rnd.Below(28),
+                    credit ? "CM" : "IN", 100000 + invoices++ % 900000, 1 + rnd.Below(12),
+                    1 + rnd.Below(28),
                     rnd.Below(1000000), kTerms[rnd.Below(5)], rnd.Below(30), rnd.Below(9),
                     1 + rnd.Below(5000), Money(amount, true).c_str(), Money(tax, true).c_str(),
                     Money(freight, true).c_str(), Money(total, true).c_str());

@@ -42,6 +42,24 @@ struct ByteSet {
 };
 constexpr ByteSet kNumericDrop("()%#*$,+-cdr", /*bothCases=*/true);
 
+// Copies `n` bytes; short values (most report fields) without a library call.
+inline char* CopyBytes(char* dst, const char* src, size_t n) {
+  if (n <= 16) {
+    if (n >= 8) {
+      std::memcpy(dst, src, 8);
+      std::memcpy(dst + n - 8, src + n - 8, 8);
+    } else if (n >= 4) {
+      std::memcpy(dst, src, 4);
+      std::memcpy(dst + n - 4, src + n - 4, 4);
+    } else {
+      for (size_t i = 0; i < n; ++i) dst[i] = src[i];
+    }
+    return dst + n;
+  }
+  std::memcpy(dst, src, n);
+  return dst + n;
+}
+
 // True when `v` holds a comma or a double quote: eight bytes at a time, with the usual
 // "has a zero byte" test on the word XORed with each character repeated.
 bool HasCsvSpecial(std::string_view v) {
@@ -406,10 +424,7 @@ std::string_view Converter::NumericCleanUp(std::string_view value, std::string& 
 }
 
 char* Converter::PutQualified(char* p, std::string_view value, bool text) const {
-  auto put = [&p](std::string_view v) {
-    std::memcpy(p, v.data(), v.size());
-    p += v.size();
-  };
+  auto put = [&p](std::string_view v) { p = CopyBytes(p, v.data(), v.size()); };
   if (format_ == OutputFormat::Csv) {
     if (!text || !HasCsvSpecial(value)) {
       put(value);
@@ -450,12 +465,17 @@ std::string_view Converter::JoinLine(bool header) {
   if (line_.size() < bound) line_.resize(bound + line_.size());
   char* const begin = line_.data();
   char* p = begin;
+  const bool oneCharDelimiter = delimiter_.size() == 1;
+  const bool csvHeader = header && format_ == OutputFormat::Csv;
   for (size_t c = 0; c < columns_.size(); ++c) {
     if (c > 0) {
-      std::memcpy(p, delimiter_.data(), delimiter_.size());
-      p += delimiter_.size();
+      if (oneCharDelimiter) {
+        *p++ = delimiter_[0];
+      } else {
+        p = CopyBytes(p, delimiter_.data(), delimiter_.size());
+      }
     }
-    p = PutQualified(p, values_[c], (header && format_ == OutputFormat::Csv) || columns_[c].text);
+    p = PutQualified(p, values_[c], csvHeader || columns_[c].text);
   }
   return std::string_view(begin, static_cast<size_t>(p - begin));
 }
