@@ -238,6 +238,11 @@ int Convert(const ParsedOptions& opts, Application& app, ConsoleUI& ui) {
     ok = driver.Run(report, output);
   }
   ui.finishProgress();
+  if (ok) {
+    ok = driver.RunEnd(output, opts.has(Opt::Launch));
+  } else {
+    driver.DiscardTurboFile();
+  }
   if (!ok) {
     std::fprintf(stderr, "qbconvert: the conversion of %s failed: %s\n", report.c_str(),
                  driver.LastError() ? driver.LastError()->describe().c_str() : "unknown error");

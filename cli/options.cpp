@@ -5,7 +5,7 @@
 namespace qb::cli {
 namespace {
 
-constexpr std::array<OptionSpec, 12> kOptions{{
+constexpr std::array<OptionSpec, 13> kOptions{{
     {Opt::Report, "report", "FILE", false,
      "the report to convert (.txt, .prn, .rpt print image; .pdf; a delimited file)"},
     {Opt::Rdf, "rdf", "FILE",
@@ -21,6 +21,8 @@ constexpr std::array<OptionSpec, 12> kOptions{{
      "output only these field numbers, in this order"},
     {Opt::Overwrite, "overwrite", "", false, "replace an existing output file"},
     {Opt::Quiet, "quiet", "", false, "print nothing on success"},
+    {Opt::Launch, "launch", "", false,
+     "open an .xls output in the spreadsheet program afterwards (launch method from lmeth)"},
     {Opt::ListFields, "list-fields", "", false,
      "print the RDF's output fields (number, output, order, type, label) and stop"},
     {Opt::SaveRdf, "save-rdf", "FILE", false,
@@ -95,6 +97,8 @@ std::string HelpText() {
       "Description File (RDF) says.\n\n"
       "Usage:\n"
       "  qbconvert --report FILE [--rdf FILE] --output FILE [options]\n"
+      "            .xls output uses the buffer mode of rmode (6, the default, builds the\n"
+      "            workbook from a text file in outdir at the end)\n"
       "  qbconvert --rdf FILE [--report FILE] --list-fields\n"
       "  qbconvert --rdf FILE [--report FILE] --save-rdf FILE [--set KEY=VALUE]... "
       "[--fields N,...]\n"

@@ -20,6 +20,7 @@ enum class Opt {
   Fields,
   Overwrite,
   Quiet,
+  Launch,
   ListFields,
   SaveRdf,
   Help,

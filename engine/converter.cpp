@@ -159,7 +159,8 @@ void Converter::PrepareOutput() {
       if (c != '[' && c != ']') label += c;
     }
     const int64_t dlb = f.GetInt(col::Fields::fldDLB);
-    columns_.push_back({slotOf(f.GetInt(col::Fields::fldFLD)), !type.empty() && type.front() == 'n',
+    columns_.push_back({slotOf(f.GetInt(col::Fields::fldFLD)), std::string(type),
+                        !type.empty() && type.front() == 'n',
                         type == "c" || type == "r" || (!type.empty() && type.front() == 'w'),
                         std::string(Trim(label)), dlb > 0 ? slotOf(dlb) : -1});
   }
@@ -521,7 +522,8 @@ void Converter::WriteLine(int level) {
     } catch (FatalRunError&) {
       throw;
     } catch (const QbError& e) {
-      throw FatalRunError(e);
+      if (e.number() == 521) throw;  // a paste that did not match: reported like a line error
+      throw FatalRunError(e);        // the output cannot be written: the run ends
     }
   }
 

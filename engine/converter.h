@@ -71,6 +71,12 @@ class Converter {
   void FinishErrorReport();
 
   RunState& State() { return state_; }
+  // The type codes of the output columns, in output order (after PrepareOutput).
+  std::vector<std::string> ColumnTypes() const {
+    std::vector<std::string> types;
+    for (const Column& c : columns_) types.push_back(c.type);
+    return types;
+  }
   Engine& engine() { return engine_; }
 
   // The compiled tables, exposed for the window's and the tests' inspection.
@@ -99,6 +105,7 @@ class Converter {
   };
   struct Column {
     int slot;
+    std::string type;  // the field's type code
     bool numeric, text;
     std::string label;
     int labelSlot;  // field whose value labels this column, or -1

@@ -30,7 +30,9 @@ void TextFileSink::Write(const OutputRow& row) {
     flush();
     if (need > buffer_.size()) buffer_.resize(need);
   }
-  std::memcpy(buffer_.data() + used_, row.joined.data(), row.joined.size());
+  if (!row.joined.empty()) {  // an empty line may have no data pointer at all
+    std::memcpy(buffer_.data() + used_, row.joined.data(), row.joined.size());
+  }
   used_ += row.joined.size();
   buffer_[used_++] = '\r';
   buffer_[used_++] = '\n';

@@ -1,6 +1,10 @@
 #include "run/run_driver.h"
 
+#include <unistd.h>
+
+#include <cerrno>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <memory>
@@ -49,7 +53,17 @@ bool RunDriver::Run(const std::filesystem::path& report, const std::filesystem::
   linesProcessed_ = 0;
   const auto start = std::chrono::steady_clock::now();
   converter_.PrepareOutput();
-  const bool ok = RunTrapped(engine_.app().Log(), "Process", lastError_, [&] { Process(report, output); });
+  // CreateSheet and SaveTheSheet failures are logged under their own names, the rest under
+  // "Process".
+  bool ok = true;
+  try {
+    Process(report, output);
+  } catch (const QbError& e) {
+    const bool own = e.source() == "CreateSheet" || e.source() == "SaveTheSheet";
+    ok = RunTrapped(engine_.app().Log(), own ? e.source() : "Process", lastError_, [&e] { throw e; });
+  } catch (...) {
+    ok = RunTrapped(engine_.app().Log(), "Process", lastError_, [] { throw; });
+  }
   converter_.FinishErrorReport();
   stats_.runTime = std::chrono::steady_clock::now() - start;
   stats_.linesWritten = converter_.State().LinesWritten;
@@ -85,6 +99,8 @@ void RunDriver::Process(const std::filesystem::path& report, const std::filesyst
   std::memset(line_, ' ', sizeof line_);
   dirty_ = 0;
 
+  turboFile_.clear();
+  spreadsheet_.reset();
   if (engine_.flags.PdfReport || engine_.flags.DffReport) {
     throw QbError(kInvalidCall, "Process",
                   std::string(engine_.flags.PdfReport ? "PDF" : "Delimited") +
@@ -92,12 +108,31 @@ void RunDriver::Process(const std::filesystem::path& report, const std::filesyst
   }
   LineReader reader(report, "Process");
   const int64_t size = reader.FileSize();
-  std::unique_ptr<OutputSink> sink;
-  if (converter_.Format() == OutputFormat::Xls) {
-    throw QbError(kInvalidCall, "Process", ".xls output is not available in this build; use .csv or .txt");
+  const bool xlsOutput = converter_.Format() == OutputFormat::Xls;
+  const int mode = xlsOutput ? BufferMode(engine_.app().Settings["rmode"]) : 0;
+  std::unique_ptr<OutputSink> textSink;
+  OutputSink* sink = nullptr;
+  if (!xlsOutput) {
+    textSink = std::make_unique<TextFileSink>(output, "Process");
+    sink = textSink.get();
+  } else if (mode != 6) {
+    spreadsheet_ = std::make_unique<SpreadsheetRun>(engine_, state, converter_.ColumnTypes(), mode);
+    if (!spreadsheet_->CreateSheet()) {
+      const QbError& e = *spreadsheet_->LastError();
+      throw QbError(e.number(), "CreateSheet", e.description());
+    }
+    sink = spreadsheet_.get();
+  } else {
+    // The turbo file: rows go to a text file that RunEnd imports in one go.
+    std::string name = (std::filesystem::path(engine_.app().Settings["outdir"]) / "qbXXXXXX.tmp").string();
+    const int fd = ::mkstemps(name.data(), 4);
+    if (fd < 0) throw ErrorFromErrno(errno, "Process").at(std::filesystem::path(name).parent_path());
+    ::close(fd);
+    turboFile_ = name;
+    textSink = std::make_unique<TextFileSink>(turboFile_, "Process");
+    sink = textSink.get();
   }
-  sink = std::make_unique<TextFileSink>(output, "Process");
-  converter_.SetSink(sink.get());
+  converter_.SetSink(sink);
 
   if (!state.CancelFlag && !state.StopFlag) {
     ui.status(converter_.Format() == OutputFormat::Xls ? "Generating Spreadsheet ..."
@@ -140,6 +175,43 @@ void RunDriver::Process(const std::filesystem::path& report, const std::filesyst
   } catch (const QbError& e) {
     throw FatalRunError(e);
   }
+  if (xlsOutput && mode <= 5) {
+    log.WriteLog("Process", "XLS");
+    if (mode > 0) spreadsheet_->ClearClipboard();
+    if (!spreadsheet_->SaveTheSheet(output)) {
+      const QbError& e = *spreadsheet_->LastError();
+      throw QbError(e.number(), "SaveTheSheet", e.description()).at(output);
+    }
+    log.WriteLog("Process", "After SAVEAS");
+    spreadsheet_->CloseSheet();
+    log.WriteLog("Process", "After CloseSheet");
+  }
+}
+
+void RunDriver::DiscardTurboFile() {
+  std::error_code ec;
+  if (!turboFile_.empty()) std::filesystem::remove(turboFile_, ec);
+  turboFile_.clear();
+}
+
+bool RunDriver::RunEnd(const std::filesystem::path& output, bool launch) {
+  const clsKeys& settings = engine_.app().Settings;
+  const bool xlsOutput = settings["opfmt"] == ".xls";
+  if (xlsOutput && BufferMode(settings["rmode"]) == 6 && !turboFile_.empty()) {
+    std::optional<QbError> error;
+    const bool built = TurboCreate(engine_, converter_.ColumnTypes(), turboFile_, output, error);
+    turboFile_.clear();
+    if (!built) {
+      lastError_ = error;
+      return false;
+    }
+  }
+  if (xlsOutput && launch) {
+    engine_.app().ui().status("Opening Spreadsheet ...");
+    LaunchSpreadsheet(engine_, settings["lmeth"], output);
+  }
+  engine_.app().ui().status("");
+  return true;
 }
 
 }  // namespace qb

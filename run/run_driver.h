@@ -11,6 +11,7 @@
 #include <string>
 
 #include "engine/converter.h"
+#include "run/spreadsheet_output.h"
 
 namespace qb {
 
@@ -46,6 +47,14 @@ class RunDriver {
   // report could not be read: the error was shown and logged under "Process".
   bool Run(const std::filesystem::path& report, const std::filesystem::path& output);
 
+  // The end of a run, after Run whatever its outcome: in buffer mode 6 the workbook is built
+  // from the turbo file, then, when `launch`, the spreadsheet program opens it by the launch
+  // method "lmeth". False when the workbook could not be built (the error is in LastError).
+  bool RunEnd(const std::filesystem::path& output, bool launch);
+
+  // Deletes the turbo file of a run that is not to be finished (a failed run, an exit).
+  void DiscardTurboFile();
+
   const RunStats& Stats() const { return stats_; }
   RunState& State() { return converter_.State(); }
   Converter& converter() { return converter_; }
@@ -59,6 +68,8 @@ class RunDriver {
 
   Engine& engine_;
   Converter converter_;
+  std::unique_ptr<SpreadsheetRun> spreadsheet_;
+  std::filesystem::path turboFile_;
   RunStats stats_;
   std::optional<QbError> lastError_;
   std::atomic<int64_t> linesProcessed_{0};

@@ -1,0 +1,115 @@
+#pragma once
+// A small spreadsheet object model, shaped like the automation interface the spreadsheet
+// procedures were written against (Workbooks.Add, Worksheets(1), Columns(c).NumberFormat,
+// Cells(r, c).Value, a range paste, SaveAs), so those procedures read step for step.
+// Behind it is one in-memory sheet that SaveAs writes as an .xls workbook.
+
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "run/xls_writer.h"
+
+namespace qb::xls {
+
+inline constexpr int xlTop = -4160;
+inline constexpr int xlWorkbookNormal = -4143;
+inline constexpr int xlDelimited = 1;
+
+// Turbo import column types (OpenText FieldInfo).
+enum ImportType { kImportGeneral = 1, kImportText = 2, kImportMDY = 3 };
+
+class Worksheet;
+
+// Cells(r, c): a handle on one cell.
+class CellRef {
+ public:
+  CellRef(Worksheet& sheet, int row, int column) : sheet_(sheet), row_(row), column_(column) {}
+  // Value = text, taken as typed input: text in a "@" column, else a number when it reads
+  // as one, a date in a date column when it reads as mm/dd/yy or mm/dd/yyyy, else text.
+  void Value(std::string_view text);
+  void FontBold(bool bold);
+
+ private:
+  Worksheet& sheet_;
+  int row_, column_;
+};
+
+class Worksheet {
+ public:
+  std::string Name = "Sheet1";
+
+  // Columns(c), 1-based: NumberFormat, WrapText, ColumnWidth.
+  ColumnSpec& Columns(int column);
+  // Columns.AutoFit: every column fits its longest cell text (at most 255 characters);
+  // a wrapped column keeps its width, its text wraps to it.
+  void ColumnsAutoFit();
+  // Columns.VerticalAlignment = xlTop.
+  void ColumnsVerticalAlignment(int alignment);
+
+  // Cells(r, c), 1-based. Throws QbError when r passes the sheet's 65,536 rows.
+  CellRef Cells(int row, int column);
+
+  // Pastes tab-separated lines (CR LF between rows) into Range(Cells(r1, c1), Cells(r2, c2)):
+  // what falls outside the range is dropped. Returns the pasted range read back as text.
+  std::string PasteText(int r1, int c1, int r2, int c2, std::string_view text);
+
+  int UsedRows() const { return static_cast<int>(data_.rows.size()); }
+  const SheetData& Data() const { return data_; }
+
+ private:
+  friend class CellRef;
+  friend class Workbook;
+  friend class Application;
+  void Put(int row, int column, std::string_view text, std::optional<bool> bold);
+  CellData* Find(int row, int column);
+
+  SheetData data_;
+  std::vector<int> importTypes_;  // per column, set by OpenText; 0 when none
+};
+
+class Workbook {
+ public:
+  Workbook() : sheet_(std::make_unique<Worksheet>()) {}
+  Worksheet& Worksheets(int index);
+  // Writes the workbook. With createBackup, an existing file of that name is first renamed
+  // to "Backup of <name>.xlk" in the same folder. Throws QbError on failure.
+  void SaveAs(const std::filesystem::path& fileName, int fileFormat, bool createBackup);
+  void Close() {}
+
+ private:
+  friend class Application;
+  std::unique_ptr<Worksheet> sheet_;
+};
+
+class Application {
+ public:
+  class WorkbookList {
+   public:
+    Workbook& Add();
+    // Reads a tab-delimited text file into a new workbook; `fieldInfo` gives (column, type)
+    // pairs. Throws QbError when the file cannot be read or has more rows than a sheet.
+    Workbook& OpenText(const std::filesystem::path& fileName, int dataType, bool tab,
+                       const std::vector<std::pair<int, int>>& fieldInfo);
+
+   private:
+    friend class Application;
+    std::vector<std::unique_ptr<Workbook>> books_;
+  };
+
+  WorkbookList Workbooks;
+  Workbook* ActiveWorkbook() {
+    return Workbooks.books_.empty() ? nullptr : Workbooks.books_.back().get();
+  }
+  void Quit() { Workbooks.books_.clear(); }
+};
+
+// A typed-input value: the number or day serial `text` stands for, if any.
+std::optional<double> ParseNumber(std::string_view text);
+std::optional<double> ParseDate(std::string_view text);
+
+}  // namespace qb::xls

@@ -1,0 +1,385 @@
+#include "run/xls_writer.h"
+
+#include <gsf/gsf-outfile-msole.h>
+#include <gsf/gsf-outfile.h>
+#include <gsf/gsf-output-stdio.h>
+#include <gsf/gsf-utils.h>
+
+#include <cmath>
+#include <cstring>
+#include <map>
+#include <mutex>
+#include <tuple>
+
+#include "settings/errors.h"
+
+namespace qb::xls {
+namespace {
+
+constexpr size_t kMaxRecordData = 8224;  // BIFF8: larger records continue in CONTINUE
+
+enum Record : uint16_t {
+  kBof = 0x0809, kEof = 0x000A, kCodepage = 0x0042, kWindow1 = 0x003D, kFont = 0x0031,
+  kFormat = 0x041E, kXf = 0x00E0, kStyle = 0x0293, kBoundSheet = 0x0085, kSst = 0x00FC,
+  kContinue = 0x003C, kExtSst = 0x00FF, kDimensions = 0x0200, kColInfo = 0x007D,
+  kLabelSst = 0x00FD, kNumber = 0x0203, kWindow2 = 0x023E,
+};
+
+// Windows-1252 bytes 0x80 to 0x9F as UTF-16; the rest of the code page is Latin-1.
+constexpr uint16_t kCp1252High[32] = {
+    0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
+    0x2039, 0x0152, 0x008D, 0x017D, 0x008F, 0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
+    0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
+
+uint16_t Unit(char c) {
+  const auto b = static_cast<unsigned char>(c);
+  return b >= 0x80 && b < 0xA0 ? kCp1252High[b - 0x80] : b;
+}
+
+// Whether every character fits BIFF's compressed (one byte a character) form.
+bool Compressible(std::string_view s) {
+  for (char c : s) {
+    if (Unit(c) > 0xFF) return false;
+  }
+  return true;
+}
+
+// A BIFF stream built in memory, one record at a time.
+class Stream {
+ public:
+  void Begin(uint16_t type) {
+    start_ = data_.size();
+    Put16(type);
+    Put16(0);
+  }
+  void End() {
+    const size_t len = data_.size() - start_ - 4;
+    data_[start_ + 2] = static_cast<char>(len & 0xFF);
+    data_[start_ + 3] = static_cast<char>(len >> 8);
+  }
+  size_t RecordLength() const { return data_.size() - start_ - 4; }
+  size_t RecordStart() const { return start_; }
+
+  void Put8(uint8_t v) { data_ += static_cast<char>(v); }
+  void Put16(uint16_t v) {
+    Put8(static_cast<uint8_t>(v));
+    Put8(static_cast<uint8_t>(v >> 8));
+  }
+  void Put32(uint32_t v) {
+    Put16(static_cast<uint16_t>(v));
+    Put16(static_cast<uint16_t>(v >> 16));
+  }
+  void PutDouble(double v) {
+    uint64_t bits;
+    std::memcpy(&bits, &v, 8);
+    Put32(static_cast<uint32_t>(bits));
+    Put32(static_cast<uint32_t>(bits >> 32));
+  }
+  void PutChars(std::string_view s, bool compressed) {
+    for (char c : s) {
+      if (compressed) Put8(static_cast<uint8_t>(Unit(c)));
+      else Put16(Unit(c));
+    }
+  }
+  // A string with an 8-bit (sheet names, font names) or 16-bit (formats) length.
+  void PutString(std::string_view s, bool longLength) {
+    const bool compressed = Compressible(s);
+    if (longLength) Put16(static_cast<uint16_t>(s.size()));
+    else Put8(static_cast<uint8_t>(s.size()));
+    Put8(compressed ? 0 : 1);
+    PutChars(s, compressed);
+  }
+  void Patch32(size_t at, uint32_t v) {
+    for (int i = 0; i < 4; ++i) data_[at + static_cast<size_t>(i)] = static_cast<char>(v >> (8 * i));
+  }
+  size_t Size() const { return data_.size(); }
+  const std::string& Data() const { return data_; }
+
+ private:
+  std::string data_;
+  size_t start_ = 0;
+};
+
+void PutBof(Stream& s, uint16_t kind) {
+  s.Begin(kBof);
+  s.Put16(0x0600);  // BIFF8
+  s.Put16(kind);    // 0x0005 workbook globals, 0x0010 worksheet
+  s.Put16(0x0DBB);  // build
+  s.Put16(0x07CC);  // year
+  s.Put32(0x00000041);
+  s.Put32(0x00000006);
+  s.End();
+}
+
+void PutEof(Stream& s) {
+  s.Begin(kEof);
+  s.End();
+}
+
+// The cell formats in use: number format, bold, wrap and top alignment, deduplicated.
+class Styles {
+ public:
+  explicit Styles(const SheetData& sheet) : sheet_(sheet) {}
+
+  uint16_t Xf(const std::string& format, bool bold, bool wrap) {
+    const uint16_t fmt = FormatIndex(format);
+    auto key = std::make_tuple(fmt, bold, wrap);
+    auto it = xfs_.find(key);
+    if (it != xfs_.end()) return it->second;
+    const uint16_t index = static_cast<uint16_t>(kFirstCellXf + order_.size());
+    order_.push_back(key);
+    xfs_.emplace(key, index);
+    return index;
+  }
+
+  void WriteGlobals(Stream& s) const {
+    for (int i = 0; i < 4; ++i) PutFont(s, i == 1);
+    for (const auto& [code, index] : customFormats_) {
+      s.Begin(kFormat);
+      s.Put16(index);
+      s.PutString(code, true);
+      s.End();
+    }
+    for (int i = 0; i < kFirstCellXf; ++i) PutXf(s, 0, 0, false, false, true);
+    for (const auto& [fmt, bold, wrap] : order_) PutXf(s, bold ? 1 : 0, fmt, wrap, sheet_.alignTop, false);
+    s.Begin(kStyle);  // "Normal", the built-in style on XF 0
+    s.Put16(0x8000);
+    s.Put8(0);
+    s.Put8(0xFF);
+    s.End();
+  }
+
+  static constexpr int kFirstCellXf = 15;
+
+ private:
+  uint16_t FormatIndex(const std::string& code) {
+    static const std::map<std::string, uint16_t, std::less<>> kBuiltIn = {
+        {"General", 0}, {"0", 1}, {"0.00", 2}, {"@", 49}};
+    if (auto it = kBuiltIn.find(code); it != kBuiltIn.end()) return it->second;
+    for (const auto& [c, index] : customFormats_) {
+      if (c == code) return index;
+    }
+    const uint16_t index = static_cast<uint16_t>(164 + customFormats_.size());
+    customFormats_.emplace_back(code, index);
+    return index;
+  }
+
+  static void PutFont(Stream& s, bool bold) {
+    s.Begin(kFont);
+    s.Put16(200);           // 10 points, in twentieths
+    s.Put16(bold ? 1 : 0);  // the old bold flag, which some readers still look at
+    s.Put16(0x7FFF);  // automatic colour
+    s.Put16(bold ? 700 : 400);
+    s.Put16(0);  // no super/subscript
+    s.Put8(0);   // no underline
+    s.Put8(0);   // family
+    s.Put8(0);   // character set
+    s.Put8(0);
+    s.PutString("Arial", false);
+    s.End();
+  }
+
+  static void PutXf(Stream& s, uint16_t font, uint16_t format, bool wrap, bool top, bool style) {
+    s.Begin(kXf);
+    s.Put16(font);
+    s.Put16(format);
+    s.Put16(style ? 0xFFF5 : 0x0001);  // style XF, or a locked cell XF on parent 0
+    s.Put8(static_cast<uint8_t>((wrap ? 0x08 : 0) | ((top ? 0 : 2) << 4)));  // vertical: top or bottom
+    s.Put8(0);                 // rotation
+    s.Put8(0);                 // indent, shrink, reading order
+    s.Put8(style ? 0 : 0xFC);  // the cell XF's own attributes are used
+    s.Put32(0);                // borders
+    s.Put32(0);
+    s.Put16(0x20C0);  // pattern colours: automatic foreground and background
+    s.End();
+  }
+
+  const SheetData& sheet_;
+  std::vector<std::pair<std::string, uint16_t>> customFormats_;
+  std::map<std::tuple<uint16_t, bool, bool>, uint16_t> xfs_;
+  std::vector<std::tuple<uint16_t, bool, bool>> order_;
+};
+
+// The shared string table, continued into CONTINUE records where it outgrows one record;
+// a string that is split starts its continuation with a fresh option byte.
+void PutSst(Stream& s, const SheetData& sheet, uint32_t totalRefs) {
+  const uint32_t count = static_cast<uint32_t>(sheet.strings.size());
+  const uint32_t bucket = std::max<uint32_t>(8, count / 128 + 1);
+  std::vector<std::pair<uint32_t, uint16_t>> ext;  // stream position, offset in its record
+
+  s.Begin(kSst);
+  s.Put32(totalRefs);
+  s.Put32(count);
+  auto room = [&s] { return kMaxRecordData - s.RecordLength(); };
+  auto next = [&s] {
+    s.End();
+    s.Begin(kContinue);
+  };
+  for (uint32_t i = 0; i < count; ++i) {
+    std::string_view str = sheet.strings[i];
+    const bool compressed = Compressible(str);
+    const size_t charSize = compressed ? 1 : 2;
+    if (room() < 3 + charSize) next();
+    if (i % bucket == 0) {
+      ext.emplace_back(static_cast<uint32_t>(s.Size()),
+                       static_cast<uint16_t>(s.Size() - s.RecordStart()));
+    }
+    s.Put16(static_cast<uint16_t>(str.size()));
+    s.Put8(compressed ? 0 : 1);
+    while (!str.empty()) {
+      size_t fit = room() / charSize;
+      if (fit == 0) {
+        next();
+        s.Put8(compressed ? 0 : 1);
+        fit = room() / charSize;
+      }
+      const size_t n = std::min(fit, str.size());
+      s.PutChars(str.substr(0, n), compressed);
+      str.remove_prefix(n);
+    }
+  }
+  s.End();
+
+  s.Begin(kExtSst);
+  s.Put16(static_cast<uint16_t>(bucket));
+  for (const auto& [pos, offset] : ext) {
+    s.Put32(pos);
+    s.Put16(offset);
+    s.Put16(0);
+  }
+  s.End();
+}
+
+std::string BuildStream(const SheetData& sheet) {
+  Styles styles(sheet);
+  // Cell formats: a column's default, and bold for the header cells.
+  std::vector<uint16_t> columnXf(sheet.columns.size()), boldXf(sheet.columns.size());
+  for (size_t c = 0; c < sheet.columns.size(); ++c) {
+    columnXf[c] = styles.Xf(sheet.columns[c].numberFormat, false, sheet.columns[c].wrap);
+    boldXf[c] = styles.Xf(sheet.columns[c].numberFormat, true, sheet.columns[c].wrap);
+  }
+  const uint16_t generalXf = styles.Xf("General", false, false);
+  const uint16_t generalBoldXf = styles.Xf("General", true, false);
+  uint32_t textRefs = 0;
+  uint16_t lastColumn = 0;
+  for (const auto& row : sheet.rows) {
+    for (const CellData& cell : row) {
+      textRefs += cell.kind == CellData::Kind::Text;
+      lastColumn = std::max<uint16_t>(lastColumn, static_cast<uint16_t>(cell.column + 1));
+    }
+  }
+
+  Stream s;
+  PutBof(s, 0x0005);
+  s.Begin(kCodepage);
+  s.Put16(1200);  // strings are UTF-16 (compressed where they fit in a byte)
+  s.End();
+  s.Begin(kWindow1);
+  for (uint16_t v : {0, 0, 0x4000, 0x2000, 0x0038, 0, 0, 1, 600}) s.Put16(v);
+  s.End();
+  styles.WriteGlobals(s);
+  s.Begin(kBoundSheet);
+  const size_t sheetOffsetAt = s.Size();
+  s.Put32(0);  // patched below: where the sheet's BOF record starts
+  s.Put16(0);  // visible worksheet
+  s.PutString(sheet.name, false);
+  s.End();
+  PutSst(s, sheet, textRefs);
+  PutEof(s);
+
+  s.Patch32(sheetOffsetAt, static_cast<uint32_t>(s.Size()));
+  PutBof(s, 0x0010);
+  s.Begin(kDimensions);
+  s.Put32(0);
+  s.Put32(static_cast<uint32_t>(sheet.rows.size()));
+  s.Put16(0);
+  s.Put16(lastColumn);
+  s.Put16(0);
+  s.End();
+  for (size_t c = 0; c < sheet.columns.size(); ++c) {
+    const ColumnSpec& col = sheet.columns[c];
+    const double width = col.width >= 0 ? col.width : 8.43;
+    s.Begin(kColInfo);
+    s.Put16(static_cast<uint16_t>(c));
+    s.Put16(static_cast<uint16_t>(c));
+    s.Put16(static_cast<uint16_t>(std::lround(std::min(255.0, width) * 256.0 + 182.0)));
+    s.Put16(columnXf[c]);
+    s.Put16(0);
+    s.Put16(0);
+    s.End();
+  }
+  for (size_t r = 0; r < sheet.rows.size(); ++r) {
+    for (const CellData& cell : sheet.rows[r]) {
+      const bool known = cell.column < sheet.columns.size();
+      const uint16_t xf = cell.bold ? (known ? boldXf[cell.column] : generalBoldXf)
+                                    : (known ? columnXf[cell.column] : generalXf);
+      if (cell.kind == CellData::Kind::Text) {
+        s.Begin(kLabelSst);
+        s.Put16(static_cast<uint16_t>(r));
+        s.Put16(cell.column);
+        s.Put16(xf);
+        s.Put32(cell.text);
+      } else {
+        s.Begin(kNumber);
+        s.Put16(static_cast<uint16_t>(r));
+        s.Put16(cell.column);
+        s.Put16(xf);
+        s.PutDouble(cell.number);
+      }
+      s.End();
+    }
+  }
+  s.Begin(kWindow2);
+  s.Put16(0x06B6);  // gridlines, headings, zeros, selected and active sheet
+  for (int i = 0; i < 8; ++i) s.Put16(i == 2 ? 64 : 0);  // top row, left column, header colour
+  s.End();
+  PutEof(s);
+  return s.Data();
+}
+
+[[noreturn]] void Fail(const std::filesystem::path& path, const std::string& why) {
+  throw QbError(kPathFileAccess, "SaveAs", "Cannot write the workbook: " + why).at(path);
+}
+
+}  // namespace
+
+uint32_t SheetData::Intern(std::string_view text) {
+  auto [it, added] = index_.try_emplace(std::string(text), static_cast<uint32_t>(strings.size()));
+  if (added) strings.emplace_back(text);
+  return it->second;
+}
+
+void WriteWorkbook(const SheetData& sheet, const std::filesystem::path& path) {
+  static std::once_flag init;
+  std::call_once(init, [] { gsf_init(); });
+  const std::string stream = BuildStream(sheet);
+
+  const std::filesystem::path partial = path.string() + ".partial";
+  GError* error = nullptr;
+  GsfOutput* sink = gsf_output_stdio_new(partial.c_str(), &error);
+  if (!sink) {
+    std::string why = error ? error->message : "cannot create the file";
+    if (error) g_error_free(error);
+    Fail(path, why);
+  }
+  GsfOutfile* ole = gsf_outfile_msole_new(sink);
+  g_object_unref(sink);
+  GsfOutput* workbook = gsf_outfile_new_child(ole, "Workbook", FALSE);
+  bool ok = gsf_output_write(workbook, stream.size(), reinterpret_cast<const guint8*>(stream.data()));
+  ok = gsf_output_close(workbook) && ok;
+  g_object_unref(workbook);
+  ok = gsf_output_close(GSF_OUTPUT(ole)) && ok;
+  g_object_unref(ole);
+  std::error_code ec;
+  if (!ok) {
+    std::filesystem::remove(partial, ec);
+    Fail(path, "the disk may be full or the folder not writable");
+  }
+  std::filesystem::rename(partial, path, ec);
+  if (ec) {
+    std::filesystem::remove(partial, ec);
+    Fail(path, ec.message());
+  }
+}
+
+}  // namespace qb::xls

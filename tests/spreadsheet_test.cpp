@@ -1,0 +1,131 @@
+// Spreadsheet output: typed input, the paste blocks and their check, the sheet's row limit
+// and the backup on save.
+
+#include <gtest/gtest.h>
+
+#include "run/run_driver.h"
+#include "run/spreadsheet_output.h"
+#include "tests/engine_fixture.h"
+
+namespace qb {
+namespace {
+
+using test::ReadFile;
+using test::WriteFile;
+
+TEST(TypedInput, NumbersAndDates) {
+  EXPECT_EQ(xls::ParseNumber(" -12.50 "), -12.5);
+  EXPECT_EQ(xls::ParseNumber("2e3"), 2000.0);
+  EXPECT_EQ(xls::ParseNumber(".5"), 0.5);
+  for (const char* text : {"", "-", "1,234", "12a", "1e", "0x10", "nan", "1.2.3"}) {
+    EXPECT_FALSE(xls::ParseNumber(text)) << text;
+  }
+  EXPECT_EQ(xls::ParseDate("10/02/26"), 46297.0);    // 00-29: the 2000s
+  EXPECT_EQ(xls::ParseDate("12/31/99"), 36525.0);    // 30-99: the 1900s
+  EXPECT_EQ(xls::ParseDate("1/1/1900"), 2.0);        // serials count from 1899-12-30
+  EXPECT_EQ(xls::ParseDate("02/29/2024"), 45351.0);
+  for (const char* text : {"02/29/2023", "13/01/26", "00/10/26", "1/32/26", "1/2/3", "1-2-26",
+                           "1/2/26/4", "123/1/26"}) {
+    EXPECT_FALSE(xls::ParseDate(text)) << text;
+  }
+}
+
+class SpreadsheetTest : public test::EngineTest {
+ protected:
+  SpreadsheetTest() {
+    Rdf("RDF 0001T T@T\r\nRDF 01 D\r\nDLM\r\n1,=,D,0,1,DET\r\nDLC\r\nDET,0,0,1,3,6,=,,\r\n"
+        "DET,0,0,2,10,20,=,,\r\nFLD\r\n1,y,c,1,0,Code,\r\n2,y,c,2,0,Text,\r\nRLF SECTION\r\n"
+        "HD,Rows\r\n");
+  }
+
+  // Converts `report` to .xls in buffer `mode`; returns the driver after RunEnd.
+  std::unique_ptr<RunDriver> ConvertXls(const std::string& report, const char* mode, bool* ok) {
+    WriteFile(home_ / "r.txt", report);
+    EXPECT_TRUE(engine_.LoadRDF(home_ / "t.rdf", home_ / "r.txt"));
+    app_.Settings.Item("opfmt").Value = ".xls";
+    app_.Settings.Item("rmode").Value = mode;
+    app_.Settings.Item("outdir").Value = home_.path().string();
+    auto driver = std::make_unique<RunDriver>(engine_);
+    *ok = driver->Run(home_ / "r.txt", home_ / "out.xls") && driver->RunEnd(home_ / "out.xls", false);
+    return driver;
+  }
+};
+
+TEST_F(SpreadsheetTest, BlocksArePastedEveryModeRowsAndTheRestAtTheEnd) {
+  RunState state;
+  SpreadsheetRun run(engine_, state, {"c", "n"}, 3);
+  ASSERT_TRUE(run.CreateSheet());
+  std::vector<std::string_view> labels{"Code", "Amount"};
+  std::vector<int> usedAfter;
+  for (int k = 1; k <= 7; ++k) {
+    state.LinesWritten = k;
+    state.LastWriteFlag = k == 7;  // the 7th row comes with the final write
+    if (k == 1) run.Write({labels, "", true});
+    const std::string code = "R" + std::to_string(k);
+    std::vector<std::string_view> values{code, "1.5"};
+    const std::string joined = code + "\t1.5";
+    run.Write({values, joined, false});
+    usedAfter.push_back(run.Sheet()->UsedRows());
+  }
+  // Rows 2-4 land with the 3rd row, 5-7 with the 6th, row 8 alone in the final call.
+  EXPECT_EQ(usedAfter, (std::vector<int>{1, 1, 4, 4, 4, 7, 8}));
+  EXPECT_EQ(run.Sheet()->Data().rows[7][1].number, 1.5);
+
+  // A value holding a Tab spills out of the pasted range: "Match Error."
+  SpreadsheetRun tabbed(engine_, state, {"c", "c"}, 1);
+  ASSERT_TRUE(tabbed.CreateSheet());
+  state.LinesWritten = 1;
+  state.LastWriteFlag = false;
+  std::vector<std::string_view> values{"a\tb", "c"};
+  try {
+    tabbed.Write({values, "a\tb\tc", false});
+    FAIL() << "no error";
+  } catch (const QbError& e) {
+    EXPECT_EQ(e.number(), 521);
+    EXPECT_EQ(e.source(), "WriteLine");
+    EXPECT_EQ(e.description(), "Match Error.");
+  }
+}
+
+TEST_F(SpreadsheetTest, ATabInAValueIsReportedAndTheRunGoesOn) {
+  bool ok = false;
+  auto driver = ConvertXls("D 000001 plain\r\nD 000002 with\ttab\r\nD 000003 plain\r\n", "1", &ok);
+  EXPECT_TRUE(ok);
+  ASSERT_EQ(ui_.messages.size(), 1u);
+  EXPECT_EQ(ui_.messages[0].text, "Error: 521\rMatch Error.");
+  EXPECT_NE(Log().find("WriteLine             --- Error: 521  Match Error."), std::string::npos);
+}
+
+TEST_F(SpreadsheetTest, MoreRowsThanASheetHoldsFailWithoutAFile) {
+  std::string report;
+  report.reserve(70000 * 10);
+  for (int i = 0; i < xls::kMaxRows + 5; ++i) report += "D " + std::to_string(100000 + i) + "\r\n";
+  for (const char* mode : {"0", "6"}) {
+    ui_.messages.clear();
+    bool ok = true;
+    auto driver = ConvertXls(report, mode, &ok);
+    EXPECT_FALSE(ok) << mode;
+    ASSERT_TRUE(driver->LastError()) << mode;
+    EXPECT_NE(driver->LastError()->description().find("Convert it to .csv or .txt"), std::string::npos);
+    EXPECT_FALSE(std::filesystem::exists(home_ / "out.xls")) << mode;
+    for (const auto& entry : std::filesystem::directory_iterator(home_.path())) {
+      EXPECT_NE(entry.path().extension(), ".tmp") << "turbo file left: " << entry.path();
+      EXPECT_NE(entry.path().extension(), ".partial") << entry.path();
+    }
+  }
+}
+
+TEST_F(SpreadsheetTest, SavingOverAWorkbookKeepsABackup) {
+  xls::Application excel;
+  xls::Workbook& book = excel.Workbooks.Add();
+  book.Worksheets(1).Cells(1, 1).Value("new");
+  WriteFile(home_ / "report.xls", "old workbook");
+  book.SaveAs(home_ / "report.xls", xls::xlWorkbookNormal, /*createBackup=*/true);
+  EXPECT_EQ(ReadFile(home_ / "Backup of report.xlk"), "old workbook");
+  EXPECT_NE(ReadFile(home_ / "report.xls"), "old workbook");
+  // A folder that does not exist: an error, nothing written.
+  EXPECT_THROW(book.SaveAs(home_ / "none" / "x.xls", xls::xlWorkbookNormal, false), QbError);
+}
+
+}  // namespace
+}  // namespace qb
