@@ -1,6 +1,7 @@
 #include "run/spreadsheet.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <system_error>
@@ -68,7 +69,10 @@ std::optional<double> ParseNumber(std::string_view text) {
     i = j;
   }
   if (i != text.size()) return std::nullopt;
-  return std::strtod(std::string(text).c_str(), nullptr);
+  double value = 0;
+  const char* first = text.data() + (text.front() == '+' ? 1 : 0);  // from_chars takes no '+'
+  std::from_chars(first, text.data() + text.size(), value);
+  return value;
 }
 
 std::optional<double> ParseDate(std::string_view text) {

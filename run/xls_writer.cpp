@@ -344,9 +344,11 @@ std::string BuildStream(const SheetData& sheet) {
 }  // namespace
 
 uint32_t SheetData::Intern(std::string_view text) {
-  auto [it, added] = index_.try_emplace(std::string(text), static_cast<uint32_t>(strings.size()));
-  if (added) strings.emplace_back(text);
-  return it->second;
+  if (auto it = index_.find(text); it != index_.end()) return it->second;
+  const auto index = static_cast<uint32_t>(strings.size());
+  index_.emplace(std::string(text), index);
+  strings.emplace_back(text);
+  return index;
 }
 
 void WriteWorkbook(const SheetData& sheet, const std::filesystem::path& path) {

@@ -42,7 +42,11 @@ struct SheetData {
   uint32_t Intern(std::string_view text);
 
  private:
-  std::unordered_map<std::string, uint32_t> index_;
+  struct Hash {
+    using is_transparent = void;
+    size_t operator()(std::string_view s) const { return std::hash<std::string_view>{}(s); }
+  };
+  std::unordered_map<std::string, uint32_t, Hash, std::equal_to<>> index_;
 };
 
 // Writes `sheet` to `path`, replacing a file of that name only when the whole workbook was
