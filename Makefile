@@ -5,7 +5,7 @@ BENCH_BUILD ?= build-release
 FUZZ_BUILD ?= build-fuzz
 JOBS       ?= $(shell nproc)
 
-.PHONY: all bootstrap configure build demo check test asan bench fuzz clean
+.PHONY: all bootstrap configure build demo check test asan bench fuzz screenshots clean
 
 all: build
 
@@ -46,6 +46,11 @@ fuzz: bootstrap
 	  -DQB_BUILD_TESTS=OFF -DQB_BUILD_BENCH=OFF
 	cmake --build $(FUZZ_BUILD) -j$(JOBS)
 	@tests/fuzz/run $(FUZZ_BUILD) 60
+
+# Pictures of the window and its dialogs, in build/screenshots/.
+screenshots: build
+	rm -rf $(BUILD)/screenshots
+	QT_QPA_PLATFORM=offscreen $(BUILD)/tests/qb_screenshots $(CURDIR) $(CURDIR)/$(BUILD)/screenshots
 
 clean:
 	rm -rf $(BUILD) $(ASAN_BUILD) $(BENCH_BUILD) $(FUZZ_BUILD)

@@ -1,0 +1,341 @@
+// The window and its dialogs, driven through their widgets by object name. Message boxes and
+// file pickers go through ScriptedDialogs, which records them and answers from a script.
+
+#include <QAction>
+#include <QApplication>
+#include <QCheckBox>
+#include <QComboBox>
+#include <QGroupBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QTableView>
+#include <QTest>
+#include <QTimer>
+#include <deque>
+
+#include "tests/test_support.h"
+#include "ui/main_window.h"
+#include "ui/settings_dialogs.h"
+
+namespace qb::ui {
+namespace {
+
+using test::ReadFile;
+using test::WriteFile;
+
+class ScriptedDialogs final : public Dialogs {
+ public:
+  struct Shown {
+    QString text, title;
+    MessageIcon icon;
+  };
+  void message(QWidget*, const QString& text, const QString& title, MessageIcon icon) override {
+    shown.push_back({text, title, icon});
+  }
+  bool question(QWidget*, const QString& text, const QString& title, MessageIcon icon) override {
+    shown.push_back({text, title, icon});
+    return answerYes;
+  }
+  QString openFile(QWidget*, const QString& title, const QString& filters, int selected,
+                   const QString& folder) override {
+    return pick(title, filters, selected, folder);
+  }
+  QString saveFile(QWidget*, const QString& title, const QString& filters, int selected,
+                   const QString& folder) override {
+    return pick(title, filters, selected, folder);
+  }
+
+  std::vector<Shown> shown;
+  std::deque<QString> files;  // answers of the pickers, in order; "" cancels
+  bool answerYes = true;
+  QString lastTitle, lastFilters, lastFolder;
+  int lastSelected = 0;
+
+ private:
+  QString pick(const QString& title, const QString& filters, int selected, const QString& folder) {
+    lastTitle = title;
+    lastFilters = filters;
+    lastSelected = selected;
+    lastFolder = folder;
+    if (files.empty()) return {};
+    QString f = files.front();
+    files.pop_front();
+    return f;
+  }
+};
+
+const std::filesystem::path kSamples = QB_SAMPLES_DIR;
+
+class WindowTest : public ::testing::Test {
+ protected:
+  WindowTest() {
+    std::filesystem::create_directories(home_ / "log");
+    std::filesystem::copy_file(std::filesystem::path(QB_SOURCE_DIR) / "settings" / "qbsys.txt",
+                               home_ / "qbsys.txt");
+    WriteFile(home_ / "qbcfg.ini", "[qbpaths]\r\nrdfdir=" + (home_ / "rdf").string() +
+                                       "\r\nlogdir=" + home_.path().string() + "\r\n");
+    std::filesystem::create_directories(home_ / "rdf");
+    std::filesystem::copy_file(kSamples / "ARINV01.rdf", home_ / "rdf" / "ARINV01.rdf");
+    window_ = std::make_unique<MainWindow>(home_.path(), dialogs_);
+  }
+
+  template <typename T>
+  T* Find(const char* name) {
+    T* w = window_->findChild<T*>(name);
+    EXPECT_NE(w, nullptr) << name;
+    return w;
+  }
+  QAction* Action(const char* name) { return Find<QAction>(name); }
+  void WaitForRun() {
+    QSignalSpy done(window_.get(), &MainWindow::runFinished);
+    if (window_->RunActive()) {
+      ASSERT_TRUE(done.wait(60000));
+    }
+  }
+  std::string Log() const { return ReadFile(home_ / "log" / "qbuia.log"); }
+
+  test::TempDir home_;
+  ScriptedDialogs dialogs_;
+  std::unique_ptr<MainWindow> window_;
+};
+
+TEST_F(WindowTest, StartUpWritesAFreshLogAndNeedsTheSystemsList) {
+  WriteFile(home_ / "log" / "qbuia.log", "a line from the last start\r\n");
+  ASSERT_TRUE(window_->Startup());
+  EXPECT_EQ(Log().find("a line from the last start"), std::string::npos);
+  EXPECT_NE(Log().find("Quillbrook            --- Started..."), std::string::npos);
+
+  std::filesystem::remove(home_ / "qbsys.txt");
+  MainWindow second(home_.path(), dialogs_);
+  EXPECT_FALSE(second.Startup());
+  ASSERT_EQ(dialogs_.shown.size(), 1u);
+  EXPECT_EQ(dialogs_.shown[0].text, "Error: 513\rAutofind Settings File Does not Exist ");
+}
+
+TEST_F(WindowTest, ChoosingFilesSetsSettingsLoadsTheRdfAndEnablesRun) {
+  ASSERT_TRUE(window_->Startup());
+  auto* run = Find<QPushButton>("btnRun");
+  EXPECT_FALSE(run->isEnabled());
+
+  // The report picker: its title, filters and start folder; the RDF is found by file name.
+  WriteFile(home_ / "ARINV01.log", "old per-report log");
+  dialogs_.files = {QString::fromStdString((kSamples / "ARINV01.txt").string())};
+  QTest::mouseClick(Find<QPushButton>("btnReport"), Qt::LeftButton);
+  EXPECT_EQ(dialogs_.lastTitle, "Select a Report to Process ...");
+  EXPECT_TRUE(dialogs_.lastFilters.startsWith("All Files (*.*);;Text files (*.txt);;PDF files"));
+  EXPECT_EQ(window_->app().Settings["rptdir"], kSamples.string());
+  EXPECT_FALSE(std::filesystem::exists(home_ / "ARINV01.log"));
+  EXPECT_NE(Log().find("Report-Click          --- " + (kSamples / "ARINV01.txt").string()), std::string::npos);
+  EXPECT_EQ(Find<QLineEdit>("txtDfile")->text().toStdString(), (home_ / "rdf" / "ARINV01.rdf").string());
+  EXPECT_EQ(Find<QTableView>("dgdFields")->model()->rowCount(), 11);
+  EXPECT_EQ(Find<QComboBox>("cboDelimiter")->currentText(), ",");  // the RDF's "DL,comma"
+
+  // The output picker opens on the type's filter; the extension sets the type.
+  window_->app().Settings.Item("opfmt").Value = ".xls";
+  dialogs_.files = {QString::fromStdString((home_ / "out.csv").string())};
+  QTest::mouseClick(Find<QPushButton>("btnOutput"), Qt::LeftButton);
+  EXPECT_EQ(dialogs_.lastSelected, 3);
+  EXPECT_EQ(window_->app().Settings["opfmt"], ".csv");
+  EXPECT_EQ(window_->app().Settings["outdir"], home_.path().string());
+  EXPECT_TRUE(run->isEnabled());
+
+  // A cancelled picker changes nothing.
+  dialogs_.files = {""};
+  QTest::mouseClick(Find<QPushButton>("btnRDF"), Qt::LeftButton);
+  EXPECT_EQ(Find<QLineEdit>("txtDfile")->text().toStdString(), (home_ / "rdf" / "ARINV01.rdf").string());
+  EXPECT_TRUE(dialogs_.shown.empty());
+}
+
+TEST_F(WindowTest, TypedNamesAreCheckedOnLeavingTheBox) {
+  window_->show();
+  window_->activateWindow();
+  ASSERT_TRUE(QTest::qWaitForWindowActive(window_.get()));
+  ASSERT_TRUE(window_->Startup());
+  auto* box = Find<QLineEdit>("txtRfile");
+  box->setFocus();
+  QTest::keyClicks(box, "/no/such/report.txt");
+  QTest::keyClick(box, Qt::Key_Tab);
+  ASSERT_EQ(dialogs_.shown.size(), 1u);
+  EXPECT_EQ(dialogs_.shown[0].text, "Report File: /no/such/report.txt  \r\rDoes not exist.");
+  EXPECT_EQ(dialogs_.shown[0].title, "File Not Found");
+  EXPECT_EQ(dialogs_.shown[0].icon, MessageIcon::Critical);
+  EXPECT_TRUE(box->hasFocus());
+  EXPECT_NE(window_->app().Settings["rptdir"], "/no/such");
+
+  auto* out = Find<QLineEdit>("txtOfile");
+  out->setFocus();
+  QTest::keyClicks(out, "/no/folder/x.csv");
+  QTest::keyClick(out, Qt::Key_Tab);
+  ASSERT_EQ(dialogs_.shown.size(), 2u);
+  EXPECT_EQ(dialogs_.shown[1].title, "File's Path Not Found");
+  EXPECT_TRUE(out->hasFocus());
+}
+
+TEST_F(WindowTest, TheGridChecksOrdersMovesAndGroupsFields) {
+  ASSERT_TRUE(window_->Startup());
+  window_->ChooseRdf(QString::fromStdString((kSamples / "ARINV01.rdf").string()));
+  QAbstractItemModel* model = Find<QTableView>("dgdFields")->model();
+  EXPECT_EQ(model->headerData(0, Qt::Horizontal).toString(), "Output");
+  EXPECT_EQ(model->data(model->index(6, 0)).toString(), "N");  // Terms is not output
+  EXPECT_FALSE(model->setData(model->index(0, 1), "100", Qt::EditRole));
+  EXPECT_FALSE(model->setData(model->index(0, 1), "0", Qt::EditRole));
+  ASSERT_EQ(dialogs_.shown.size(), 2u);
+  EXPECT_EQ(dialogs_.shown[0].text, "Invalid Output Order number must be > 0 or <= 99");
+  EXPECT_FALSE(model->setData(model->index(0, 1), "4a", Qt::EditRole));  // digits only
+  EXPECT_FALSE(model->setData(model->index(0, 0), "x", Qt::EditRole));   // y or n
+  EXPECT_TRUE(model->setData(model->index(6, 0), "y", Qt::EditRole));
+  EXPECT_TRUE(model->setData(model->index(6, 1), "11", Qt::EditRole));
+
+  // Group Fields: output fields first, by order; then a field moves up one place.
+  Action("mnuGroupFields")->trigger();
+  EXPECT_EQ(model->data(model->index(10, 2)).toString(), "Terms");
+  auto* view = Find<QTableView>("dgdFields");
+  view->setCurrentIndex(model->index(10, 0));
+  QTest::mouseClick(Find<QPushButton>("cmdUp"), Qt::LeftButton);
+  EXPECT_EQ(model->data(model->index(9, 2)).toString(), "Terms");
+  EXPECT_EQ(model->data(model->index(9, 1)).toInt(), 10);
+  EXPECT_EQ(model->data(model->index(10, 2)).toString(), "Ship To");
+
+  // Deselect with no selection: every field off.
+  view->clearSelection();
+  Action("mnuDeselect")->trigger();
+  for (int r = 0; r < model->rowCount(); ++r) EXPECT_EQ(model->data(model->index(r, 0)).toString(), "N");
+}
+
+TEST_F(WindowTest, ARunWritesWhatQbconvertWrites) {
+  ASSERT_TRUE(window_->Startup());
+  window_->ChooseReport(QString::fromStdString((kSamples / "ARINV01.txt").string()));
+  window_->ChooseOutput(QString::fromStdString((home_ / "out.csv").string()));
+  QTest::mouseClick(Find<QPushButton>("btnRun"), Qt::LeftButton);
+  EXPECT_FALSE(Action("mnuNew")->isEnabled());
+  EXPECT_TRUE(Find<QPushButton>("btnCancel")->isVisibleTo(window_.get()));
+  WaitForRun();
+  EXPECT_EQ(ReadFile(home_ / "out.csv"), ReadFile(std::filesystem::path(QB_SOURCE_DIR) / "tests" / "golden" / "ARINV01.csv"));
+  EXPECT_EQ(Find<QLabel>("lblStatus")->text(), "Complete");
+  EXPECT_EQ(Find<QLabel>("lblLinesWritten")->text(), "15 Lines Written");
+  EXPECT_EQ(Find<QLabel>("lblLinesProcessed")->text(), "40 Lines Processed");
+  EXPECT_TRUE(Find<QLabel>("lblRunTime")->text().startsWith("Run Time: 00:0"));
+  EXPECT_TRUE(Action("mnuNew")->isEnabled());
+
+  // Again: the overwrite question; No changes nothing.
+  dialogs_.answerYes = false;
+  QTest::mouseClick(Find<QPushButton>("btnRun"), Qt::LeftButton);
+  EXPECT_FALSE(window_->RunActive());
+  EXPECT_EQ(dialogs_.shown.back().text, "Output file already exists.\nDo you want to Overwrite it?");
+  EXPECT_EQ(dialogs_.shown.back().title, "File Found");
+}
+
+class BigRunTest : public WindowTest {
+ protected:
+  BigRunTest() {
+    std::string report;
+    report.reserve(static_cast<size_t>(kLines) * 12);
+    for (int i = 0; i < kLines; ++i) report += "D " + std::to_string(1000000 + i) + "\r\n";
+    WriteFile(home_ / "big.txt", report);
+    WriteFile(home_ / "big.rdf",
+              "RDF 0001T Big@BIG\r\nRDF 01 D\r\nDLM\r\n1,=,D,0,1,DET\r\nDLC\r\nDET,0,0,1,3,7,=,,\r\n"
+              "FLD\r\n1,y,c,1,0,Number,\r\n");
+  }
+  void StartBigRun() {
+    ASSERT_TRUE(window_->Startup());
+    window_->ChooseReport(QString::fromStdString((home_ / "big.txt").string()));
+    window_->ChooseRdf(QString::fromStdString((home_ / "big.rdf").string()));
+    window_->ChooseOutput(QString::fromStdString((home_ / "big.csv").string()));
+    window_->Run();
+    ASSERT_TRUE(window_->RunActive());
+    QTRY_VERIFY_WITH_TIMEOUT(Find<QProgressBar>("prgRun")->value() >= 2, 30000);
+  }
+  static constexpr int kLines = 3000000;
+};
+
+TEST_F(BigRunTest, CancelKeepsTheRowsSoFar) {
+  StartBigRun();
+  QTest::mouseClick(Find<QPushButton>("btnCancel"), Qt::LeftButton);
+  WaitForRun();
+  EXPECT_EQ(Find<QLabel>("lblStatus")->text(), "** Cancelled **");
+  const RunStats& stats = window_->Driver()->Stats();
+  EXPECT_TRUE(stats.cancelled);
+  EXPECT_GT(stats.linesWritten, 0);
+  EXPECT_LT(stats.linesProcessed, kLines);
+  EXPECT_EQ(test::ReadLines(home_ / "big.csv").size(), static_cast<size_t>(stats.linesWritten) + 1);
+}
+
+TEST_F(BigRunTest, ExitDuringARunCancelsItAndThenCloses) {
+  window_->show();
+  StartBigRun();
+  Action("mnuExit")->trigger();
+  EXPECT_TRUE(window_->isVisible());  // not yet: the run ends first
+  WaitForRun();
+  EXPECT_FALSE(window_->isVisible());
+  EXPECT_TRUE(window_->Driver()->Stats().cancelled);
+  EXPECT_NE(Log().find("Quillbrook            --- Closed..."), std::string::npos);
+}
+
+TEST_F(WindowTest, ConfigurationOptionsSavesOnlyItsKeys) {
+  ASSERT_TRUE(window_->Startup());
+  Application& app = window_->app();
+  app.Settings.Item("delim").Value = "tab";  // changed in memory only
+  {
+    ConfigOptionsDialog dialog(app, dialogs_);
+    auto* system = dialog.findChild<QComboBox*>("cboSystem");
+    EXPECT_EQ(system->currentText(), "Default - By Filename");
+    EXPECT_FALSE(dialog.findChild<QPushButton*>("btnSave")->isEnabled());
+    dialog.findChild<QPushButton*>("btnClose")->click();
+    EXPECT_TRUE(dialogs_.shown.empty());  // nothing changed: no message
+  }
+  {
+    ConfigOptionsDialog dialog(app, dialogs_);
+    dialog.show();
+    auto* excel = dialog.findChild<QGroupBox*>("fraExcelSettings");
+    EXPECT_TRUE(excel->isVisible());
+    auto* system = dialog.findChild<QComboBox*>("cboSystem");
+    system->setCurrentIndex(system->findText("Harbor Payroll"));
+    emit system->activated(system->currentIndex());
+    dialog.findChild<QComboBox*>("cboBuffer")->setCurrentText("3");
+    dialog.findChild<QComboBox*>("cboLaunch")->setCurrentText("2");
+    dialog.findChild<QPushButton*>("btnSave")->click();
+    dialog.findChild<QPushButton*>("btnClose")->click();
+  }
+  const std::string ini = ReadFile(home_ / "qbcfg.ini");
+  EXPECT_NE(ini.find("pfset=Harbor Payroll,1,100,10,-\r\n"), std::string::npos);
+  EXPECT_NE(ini.find("rmode=3\r\n"), std::string::npos);
+  EXPECT_NE(ini.find("lmeth=2\r\n"), std::string::npos);
+  EXPECT_EQ(ini.find("delim"), std::string::npos);
+  EXPECT_TRUE(dialogs_.shown.empty());
+
+  // A change not saved: "Changes Cancelled".
+  ConfigOptionsDialog dialog(app, dialogs_);
+  emit dialog.findChild<QComboBox*>("cboLaunch")->activated(0);
+  dialog.findChild<QPushButton*>("btnClose")->click();
+  ASSERT_EQ(dialogs_.shown.size(), 1u);
+  EXPECT_EQ(dialogs_.shown[0].text, "Changes Cancelled");
+}
+
+TEST_F(WindowTest, SaveCurrentSettingsWritesEveryKey) {
+  ASSERT_TRUE(window_->Startup());
+  Application& app = window_->app();
+  app.Settings.Item("exswt").Value = "0";
+  CurrentSettingsDialog dialog(app, dialogs_);
+  EXPECT_EQ(dialog.findChild<QLineEdit*>("txtExcelSwitch")->text(), "no");
+  EXPECT_EQ(dialog.findChild<QLineEdit*>("txtRecType")->text(), "All Records");
+  dialog.findChild<QPushButton*>("cmdSave")->click();
+  ASSERT_EQ(dialogs_.shown.size(), 1u);
+  EXPECT_EQ(dialogs_.shown[0].text, "Current Settings Saved");
+  EXPECT_EQ(dialogs_.shown[0].title, "Settings Saved");
+  const clsKeys saved = LoadSettings(home_.path(), kSettingsFileName);
+  for (const clsKey& k : app.Settings) EXPECT_EQ(saved[k.Name], k.Value) << k.Name;
+  EXPECT_NE(ReadFile(home_ / "qbcfg.ini").find("exswt=0"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace qb::ui
+
+int main(int argc, char** argv) {
+  qputenv("QT_QPA_PLATFORM", "offscreen");
+  QApplication app(argc, argv);
+  ::testing::InitGoogleTest(&argc, argv);
+  return RUN_ALL_TESTS();
+}

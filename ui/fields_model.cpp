@@ -1,0 +1,108 @@
+#include "ui/fields_model.h"
+
+#include "engine/rdf_tables.h"
+
+namespace qb::ui {
+
+using F = col::Fields;
+
+bool FieldsModel::seek(int row) const {
+  if (!fields_.IsOpen() || row < 0) return false;
+  fields_.MoveFirst();
+  for (int i = 0; i < row && !fields_.IsEOF(); ++i) fields_.MoveNext();
+  return !fields_.IsEOF();
+}
+
+int FieldsModel::rowCount(const QModelIndex& parent) const {
+  return parent.isValid() || !fields_.IsOpen() ? 0 : fields_.RecordCount();
+}
+
+QVariant FieldsModel::data(const QModelIndex& index, int role) const {
+  if ((role != Qt::DisplayRole && role != Qt::EditRole) || !seek(index.row())) return {};
+  switch (index.column()) {
+    case 0: return fields_.GetBool(F::fldOUT) ? QStringLiteral("Y") : QStringLiteral("N");
+    case 1: return static_cast<int>(fields_.GetInt(F::fldORD));
+    default: return QString::fromLatin1(fields_.GetText(F::fldLAB).data(),
+                                        static_cast<int>(fields_.GetText(F::fldLAB).size()));
+  }
+}
+
+QVariant FieldsModel::headerData(int section, Qt::Orientation orientation, int role) const {
+  if (role != Qt::DisplayRole) return {};
+  if (orientation == Qt::Vertical) return section + 1;
+  static const char* kTitles[] = {"Output", "Order", "Column Label"};
+  return QString::fromLatin1(kTitles[section]);
+}
+
+Qt::ItemFlags FieldsModel::flags(const QModelIndex& index) const {
+  return QAbstractTableModel::flags(index) | Qt::ItemIsEditable;
+}
+
+bool FieldsModel::setData(const QModelIndex& index, const QVariant& value, int role) {
+  if (role != Qt::EditRole || !seek(index.row())) return false;
+  const QString text = value.toString().trimmed();
+  switch (index.column()) {
+    case 0: {
+      const QString yn = text.toLower();
+      if (yn != "y" && yn != "n") return false;  // only y or n
+      fields_.SetBool(F::fldOUT, yn == "y");
+      break;
+    }
+    case 1: {
+      bool digits = !text.isEmpty();
+      for (QChar c : text) digits = digits && c.isDigit();
+      if (!digits) return false;  // digits only
+      const int order = text.toInt();
+      if (order < 1 || order > 99) {
+        refuse_("Invalid Output Order number must be > 0 or <= 99");
+        return false;
+      }
+      fields_.SetInt(F::fldORD, order);
+      fields_.SetInt(F::fldTMP, order);
+      break;
+    }
+    default: fields_.SetText(F::fldLAB, text.toLatin1().toStdString()); break;
+  }
+  emit dataChanged(index, index);
+  return true;
+}
+
+void FieldsModel::Reload() {
+  beginResetModel();
+  endResetModel();
+}
+
+int FieldsModel::Move(int row, int step) {
+  const int other = row + step;
+  if (other < 0 || other >= rowCount() || !seek(row)) return row;
+  const int64_t moved = fields_.GetInt(F::fldFLD);
+  const int64_t mine = fields_.GetInt(F::fldORD);
+  seek(other);
+  const int64_t theirs = fields_.GetInt(F::fldORD);
+  fields_.SetInt(F::fldORD, mine);
+  fields_.SetInt(F::fldTMP, mine);
+  seek(row);
+  fields_.SetInt(F::fldORD, theirs);
+  fields_.SetInt(F::fldTMP, theirs);
+  fields_.Sort("fldOUT DESC,fldORD");
+  Reload();
+  for (int r = 0; r < rowCount(); ++r) {
+    if (seek(r) && fields_.GetInt(F::fldFLD) == moved) return r;
+  }
+  return other;
+}
+
+void FieldsModel::SetOutput(const QList<int>& rows, bool output) {
+  for (int r = 0; r < rowCount(); ++r) {
+    if (!rows.isEmpty() && !rows.contains(r)) continue;
+    if (seek(r)) fields_.SetBool(F::fldOUT, output);
+  }
+  emit dataChanged(index(0, 0), index(rowCount() - 1, 0));
+}
+
+void FieldsModel::GroupFields() {
+  fields_.Sort("fldOUT DESC,fldORD");
+  Reload();
+}
+
+}  // namespace qb::ui

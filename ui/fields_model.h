@@ -1,0 +1,43 @@
+#pragma once
+// The output-fields grid: a table model over the engine's rsFields, in the table's current
+// order. Columns "Output" (y/n, shown Y/N), "Order" (1 to 99) and "Column Label".
+
+#include <QAbstractTableModel>
+#include <functional>
+
+#include "engine/recordset.h"
+
+namespace qb::ui {
+
+class FieldsModel final : public QAbstractTableModel {
+  Q_OBJECT
+ public:
+  // `refuse` shows a message when an edit is refused.
+  FieldsModel(Recordset& fields, std::function<void(const QString&)> refuse, QObject* parent = nullptr)
+      : QAbstractTableModel(parent), fields_(fields), refuse_(std::move(refuse)) {}
+
+  int rowCount(const QModelIndex& parent = {}) const override;
+  int columnCount(const QModelIndex& = {}) const override { return 3; }
+  QVariant data(const QModelIndex& index, int role) const override;
+  QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
+  Qt::ItemFlags flags(const QModelIndex& index) const override;
+  bool setData(const QModelIndex& index, const QVariant& value, int role) override;
+
+  // Table changed under the model (a new RDF, a sort): show it afresh.
+  void Reload();
+  // Moves a row up (-1) or down (+1) by exchanging order numbers with its neighbour.
+  // Returns the row's new position.
+  int Move(int row, int step);
+  // Output on or off for the given rows (all rows when empty).
+  void SetOutput(const QList<int>& rows, bool output);
+  // Fields to output first, each group by order.
+  void GroupFields();
+
+ private:
+  bool seek(int row) const;
+
+  Recordset& fields_;
+  std::function<void(const QString&)> refuse_;
+};
+
+}  // namespace qb::ui
