@@ -10,6 +10,7 @@
 #include <memory>
 
 #include "engine/line_reader.h"
+#include "preprocess/dff.h"
 
 namespace qb {
 
@@ -53,16 +54,28 @@ bool RunDriver::Run(const std::filesystem::path& report, const std::filesystem::
   linesProcessed_ = 0;
   const auto start = std::chrono::steady_clock::now();
   converter_.PrepareOutput();
+  // PDF and delimited reports are first turned into a text report, which the run reads
+  // and then deletes.
+  std::filesystem::path text = report;
+  const RunLog& log = engine_.app().Log();
+  bool ok = true;
+  if (engine_.flags.DffReport && !engine_.flags.PdfReport) {
+    ok = RunTrapped(log, "ProcessDFF", lastError_,
+                    [&] { text = ProcessDFF(engine_, converter_.State().CancelFlag, report); });
+  }
   // CreateSheet and SaveTheSheet failures are logged under their own names, the rest under
   // "Process".
-  bool ok = true;
   try {
-    Process(report, output);
+    if (ok) Process(text, output);
   } catch (const QbError& e) {
     const bool own = e.source() == "CreateSheet" || e.source() == "SaveTheSheet";
     ok = RunTrapped(engine_.app().Log(), own ? e.source() : "Process", lastError_, [&e] { throw e; });
   } catch (...) {
     ok = RunTrapped(engine_.app().Log(), "Process", lastError_, [] { throw; });
+  }
+  if (text != report) {
+    std::error_code ec;
+    std::filesystem::remove(text, ec);
   }
   converter_.FinishErrorReport();
   stats_.runTime = std::chrono::steady_clock::now() - start;
@@ -101,10 +114,8 @@ void RunDriver::Process(const std::filesystem::path& report, const std::filesyst
 
   turboFile_.clear();
   spreadsheet_.reset();
-  if (engine_.flags.PdfReport || engine_.flags.DffReport) {
-    throw QbError(kInvalidCall, "Process",
-                  std::string(engine_.flags.PdfReport ? "PDF" : "Delimited") +
-                      " reports need a preprocessing step this build does not have yet");
+  if (engine_.flags.PdfReport) {
+    throw QbError(kInvalidCall, "Process", "PDF reports need a preprocessing step this build does not have yet");
   }
   LineReader reader(report, "Process");
   const int64_t size = reader.FileSize();

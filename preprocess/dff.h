@@ -1,0 +1,28 @@
+#pragma once
+// Delimited input (DFF): each line of a delimited file becomes a fixed-column line, every
+// field at the column its DFC row gives, so the run reads it like a printed report.
+
+#include <atomic>
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "engine/engine.h"
+#include "engine/output_sink.h"
+
+namespace qb {
+
+// One input piece placed by the DFC rows into `line` (500 columns, trailing blanks removed).
+// Fields are split at every `delimiter` with no quoting; fields beyond `positions` are
+// dropped. Throws QbError 5 for a position below 1 or past 500.
+void PlaceFields(std::string_view piece, char delimiter, const std::vector<int32_t>& positions,
+                 std::string& line);
+
+// Reformats `report` into the program folder's out/<name>.qbr and returns that path.
+// Throws QbError from "ProcessDFF": the folder missing, the file unreadable, or the user
+// cancelled ("Reformatting Report file").
+std::filesystem::path ProcessDFF(Engine& engine, const std::atomic<bool>& cancel,
+                                 const std::filesystem::path& report);
+
+}  // namespace qb
