@@ -11,6 +11,7 @@
 
 #include "engine/line_reader.h"
 #include "preprocess/dff.h"
+#include "preprocess/pdf.h"
 
 namespace qb {
 
@@ -59,7 +60,10 @@ bool RunDriver::Run(const std::filesystem::path& report, const std::filesystem::
   std::filesystem::path text = report;
   const RunLog& log = engine_.app().Log();
   bool ok = true;
-  if (engine_.flags.DffReport && !engine_.flags.PdfReport) {
+  if (engine_.flags.PdfReport) {
+    ok = RunTrapped(log, "ProcessPDF", lastError_,
+                    [&] { text = ProcessPDF(engine_, converter_.State().CancelFlag, report); });
+  } else if (engine_.flags.DffReport) {
     ok = RunTrapped(log, "ProcessDFF", lastError_,
                     [&] { text = ProcessDFF(engine_, converter_.State().CancelFlag, report); });
   }
@@ -114,9 +118,6 @@ void RunDriver::Process(const std::filesystem::path& report, const std::filesyst
 
   turboFile_.clear();
   spreadsheet_.reset();
-  if (engine_.flags.PdfReport) {
-    throw QbError(kInvalidCall, "Process", "PDF reports need a preprocessing step this build does not have yet");
-  }
   LineReader reader(report, "Process");
   const int64_t size = reader.FileSize();
   const bool xlsOutput = converter_.Format() == OutputFormat::Xls;

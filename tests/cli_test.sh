@@ -76,12 +76,13 @@ golden=$2/tests/golden
 grep -v '^#' "$samples/samples.txt" | while read -r report rdf what; do
   [[ "$rdf" == "${report%.*}S.rdf" ]] && continue  # the scrambled copy: checked below
   for ext in csv txt; do
-    out="$tmp/${report%.*}.$ext"
+    name=$(basename "${report%.*}")
+    out="$tmp/$name.$ext"
     "$qbconvert" --home "$tmp/home" --report "$samples/$report" --rdf "$samples/$rdf" --output "$out" --quiet
-    cmp -s "$out" "$golden/${report%.*}.$ext" && echo PASS || echo "FAIL: ${report%.*}.$ext differs from the golden file"
+    cmp -s "$out" "$golden/$name.$ext" && echo PASS || echo "FAIL: $name.$ext differs from the golden file"
   done
 done >"$tmp/golden.log"
-check "golden conversions" test "$(grep -c PASS "$tmp/golden.log")" -eq 12
+check "golden conversions (text, delimited and PDF reports)" test "$(grep -c PASS "$tmp/golden.log")" -eq 16
 grep FAIL "$tmp/golden.log" || true
 "$qbconvert" --home "$tmp/home" --report "$samples/ARINV01.txt" --rdf "$samples/ARINV01S.rdf" \
   --output "$tmp/scr.csv" --quiet
@@ -118,6 +119,14 @@ check "auto-found RDF converts" cmp -s "$tmp/auto.csv" "$golden/ARINV01.csv"
   --output "$tmp/auto2.csv" >"$tmp/out" 2>"$tmp/err"; rc=$?
 check "no RDF found exits 1" test $rc -eq 1
 check "no RDF found says where it looked" contains "$tmp/err" "$tmp/rdfs/GLDET01.rdf"
+
+# A file that is not a PDF: error 514, what is wrong, exit 1.
+cp "$samples/ARINV01.txt" "$tmp/fake.pdf"
+"$qbconvert" --home "$tmp/home" --report "$tmp/fake.pdf" --rdf "$samples/ARINV01P.rdf" \
+  --output "$tmp/fake.csv" >"$tmp/out" 2>"$tmp/err"; rc=$?
+check "a damaged PDF exits 1" test $rc -eq 1
+check "a damaged PDF says why" contains "$tmp/err" "Scanning PDF File (the file is damaged or not a PDF)"
+check "no intermediate files left" test -z "$(ls "$tmp/home/out")"
 
 echo "$passed passed, $failed failed"
 test $failed -eq 0

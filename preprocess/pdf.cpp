@@ -1,0 +1,124 @@
+#include "preprocess/pdf.h"
+
+#include <poppler-document.h>
+#include <poppler-page.h>
+
+#include <cmath>
+#include <memory>
+#include <system_error>
+
+#include "engine/line_reader.h"
+#include "engine/output_sink.h"
+#include "preprocess/pdf_layout.h"
+#include "preprocess/progress.h"
+
+namespace qb {
+namespace {
+
+[[noreturn]] void Unreadable(const std::filesystem::path& report, const std::string& why) {
+  throw QbError(514, "ProcessPDF", "Scanning PDF File (" + why + ")").at(report);
+}
+
+int64_t Hundredths(double points) { return std::llround(points * 100.0); }
+
+}  // namespace
+
+std::filesystem::path ConvertPdfToText(Engine& engine, const std::filesystem::path& report) {
+  if (report.empty()) return {};
+  const std::filesystem::path out = engine.app().ProgramFolder() / "out";
+  std::error_code ec;
+  if (!std::filesystem::is_directory(out, ec)) {
+    throw QbError(kPathNotFound, "ProcessPDF",
+                  "The folder for intermediate files does not exist: create " + out.string());
+  }
+  const std::filesystem::path textPath = out / (report.stem().string() + ".qbt");
+  std::filesystem::remove(textPath, ec);
+
+  if (!std::filesystem::is_regular_file(report, ec)) Unreadable(report, "the file does not exist");
+  std::unique_ptr<poppler::document> doc(poppler::document::load_from_file(report.string()));
+  if (!doc) Unreadable(report, "the file is damaged or not a PDF");
+  if (doc->is_locked()) Unreadable(report, "the PDF is protected by a password");
+
+  TextFileSink sink(textPath, "ProcessPDF");
+  auto write = [&sink](std::string_view line) { sink.Write({{}, line, false}); };
+  for (int i = 0; i < doc->pages(); ++i) {
+    std::unique_ptr<poppler::page> page(doc->create_page(i));
+    if (!page) Unreadable(report, "page " + std::to_string(i + 1) + " cannot be read");
+    if (i > 0) write(kPageSeparator);
+    write(std::string(kPageStart) + " Page " + std::to_string(i + 1));
+    for (const poppler::text_box& box : page->text_list()) {
+      const poppler::rectf r = box.bbox();
+      TextPiece piece{i + 1, Hundredths(r.left()), Hundredths(r.top()), Hundredths(r.right()),
+                      Hundredths(r.bottom()), box.text().to_latin1()};
+      write(FormatPieceLine(piece));
+    }
+    write(std::string(kPageEnd) + " Page " + std::to_string(i + 1));
+  }
+  sink.Close();
+  return textPath;
+}
+
+std::filesystem::path ReformatPdfText(Engine& engine, const std::atomic<bool>& cancel,
+                                      const std::filesystem::path& textPath) {
+  std::string name = textPath.string();
+  for (size_t at; (at = name.find(".qbt")) != std::string::npos;) name.replace(at, 4, ".qbr");
+  const std::filesystem::path reportOut = name;
+  std::error_code ec;
+  std::filesystem::remove(reportOut, ec);
+
+  LineReader reader(textPath, "ReformatPdfText");
+  TextFileSink sink(reportOut, "ReformatPdfText");
+  ByteProgress progress(engine.app().ui(), reader.FileSize());
+  const LayoutParams params = ReadLayoutParams(engine.tables);
+  PageLayout layout;
+  bool inPage = false;
+  int pages = 0;
+  std::string_view line;
+  for (;;) {
+    if (cancel || !reader.Next(line)) {
+      sink.Write({{}, " ", false});
+      break;
+    }
+    progress.AddLine(line.size());
+    if (line.empty()) continue;
+    const std::string_view head = line.substr(0, 22);
+    if (!inPage) {
+      if (head == kPageStart) {
+        layout.NewPage();
+        inPage = true;
+        ++pages;
+      }
+      continue;
+    }
+    if (head != kPageEnd) {
+      if (auto piece = ParsePieceLine(line)) layout.Add(*piece);
+      continue;
+    }
+    inPage = false;
+    std::vector<std::string> lines = layout.LineSet(params);
+    for (size_t i = 0; i < lines.size(); ++i) {
+      // A page after the first begins with a form feed, as the printed report's did.
+      if (i == 0 && pages > 1) lines[i].insert(0, 1, '\f');
+      sink.Write({{}, lines[i], false});
+    }
+  }
+  layout.NewPage();
+  sink.Close();
+  std::filesystem::remove(textPath, ec);
+  return reportOut;
+}
+
+std::filesystem::path ProcessPDF(Engine& engine, std::atomic<bool>& cancel,
+                                 const std::filesystem::path& report) {
+  UserInterface& ui = engine.app().ui();
+  ui.status("Scanning PDF file ...");
+  const std::filesystem::path textPath = ConvertPdfToText(engine, report);
+  if (textPath.empty()) {
+    cancel = true;
+    throw QbError(514, "ProcessPDF", "Scanning PDF File ");
+  }
+  ui.status("Reformatting PDF file ...");
+  return ReformatPdfText(engine, cancel, textPath);
+}
+
+}  // namespace qb

@@ -1,0 +1,210 @@
+#include "preprocess/pdf_layout.h"
+
+#include <algorithm>
+#include <cmath>
+#include <map>
+
+#include "settings/errors.h"
+
+namespace qb {
+namespace {
+
+enum PageCol : int { fldPage, fldXStr, fldXEnd, fldYStr, fldYEnd, fldXWid, fldYHgt, fldTXT };
+constexpr size_t kWidth = 500;
+
+int64_t Median(std::vector<int64_t> v) {
+  if (v.empty()) return 0;
+  std::nth_element(v.begin(), v.begin() + static_cast<std::ptrdiff_t>(v.size() / 2), v.end());
+  return v[v.size() / 2];
+}
+
+void Put(std::string& line, size_t at, std::string_view text) {
+  if (at >= kWidth) return;
+  text = text.substr(0, kWidth - at);
+  if (line.size() < at + text.size()) line.resize(at + text.size(), ' ');
+  line.replace(at, text.size(), text);
+}
+
+}  // namespace
+
+std::string FormatPieceLine(const TextPiece& p) {
+  std::string line = "P " + std::to_string(p.page) + " " + std::to_string(p.x1) + " " +
+                     std::to_string(p.y1) + " " + std::to_string(p.x2) + " " + std::to_string(p.y2) + " ";
+  static const char kHex[] = "0123456789ABCDEF";
+  for (char c : p.text) {
+    const auto b = static_cast<unsigned char>(c);
+    if (b < 0x20 || b == 0x7F || c == '%') {
+      line += '%';
+      line += kHex[b >> 4];
+      line += kHex[b & 15];
+    } else {
+      line += c;
+    }
+  }
+  return line;
+}
+
+std::optional<TextPiece> ParsePieceLine(std::string_view line) {
+  if (line.substr(0, 2) != "P ") return std::nullopt;
+  line.remove_prefix(2);
+  int64_t v[5];
+  for (int64_t& n : v) {
+    const size_t blank = line.find(' ');
+    if (blank == std::string_view::npos) return std::nullopt;
+    try {
+      n = ParseInt32(line.substr(0, blank), "ReformatPdfText");
+    } catch (const QbError&) {
+      return std::nullopt;
+    }
+    line.remove_prefix(blank + 1);
+  }
+  TextPiece p{static_cast<int32_t>(v[0]), v[1], v[2], v[3], v[4], {}};
+  auto hex = [](char c) -> int {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    return -1;
+  };
+  for (size_t i = 0; i < line.size(); ++i) {
+    if (line[i] != '%') {
+      p.text += line[i];
+      continue;
+    }
+    if (i + 2 >= line.size() || hex(line[i + 1]) < 0 || hex(line[i + 2]) < 0) return std::nullopt;
+    p.text += static_cast<char>(hex(line[i + 1]) * 16 + hex(line[i + 2]));
+    i += 2;
+  }
+  return p;
+}
+
+LayoutParams ReadLayoutParams(RdfTables& t) {
+  LayoutParams params;
+  Recordset& pdp = t.rsPdfParams;
+  pdp.MoveFirst();
+  if (!pdp.IsEOF()) {
+    params.bandsOnly = pdp.GetBool(col::PdfParams::fldTLS);
+    params.pitch = pdp.GetInt(col::PdfParams::fldRAT);
+    params.margin = pdp.GetInt(col::PdfParams::fldXDT);
+    params.yLimit = pdp.GetInt(col::PdfParams::fldYLT);
+  }
+  Recordset& pdc = t.rsPdfColumns;
+  for (pdc.MoveFirst(); !pdc.IsEOF(); pdc.MoveNext()) {
+    params.bands.push_back({pdc.GetInt(col::PdfColumns::fldXS1), pdc.GetInt(col::PdfColumns::fldXS2),
+                            pdc.GetInt(col::PdfColumns::fldXE1), pdc.GetInt(col::PdfColumns::fldXE2),
+                            static_cast<int32_t>(pdc.GetInt(col::PdfColumns::fldPOS)),
+                            std::string(pdc.GetText(col::PdfColumns::fldTAG)),
+                            static_cast<int32_t>(pdc.GetInt(col::PdfColumns::fldTPS))});
+  }
+  return params;
+}
+
+PageLayout::PageLayout() { NewPage(); }
+
+void PageLayout::NewPage() {
+  page_ = Recordset({{"fldPage", FieldType::Int32, 0}, {"fldXStr", FieldType::Int64, 0},
+                     {"fldXEnd", FieldType::Int64, 0}, {"fldYStr", FieldType::Int64, 0},
+                     {"fldYEnd", FieldType::Int64, 0}, {"fldXWid", FieldType::Int64, 0},
+                     {"fldYHgt", FieldType::Int64, 0}, {"fldTXT", FieldType::String, 0}});
+}
+
+void PageLayout::Add(const TextPiece& p) {
+  page_.AddNew();
+  page_.SetInt(fldPage, p.page);
+  page_.SetInt(fldXStr, p.x1);
+  page_.SetInt(fldXEnd, p.x2);
+  page_.SetInt(fldYStr, p.y1);
+  page_.SetInt(fldYEnd, p.y2);
+  page_.SetInt(fldXWid, p.x2 - p.x1);
+  page_.SetInt(fldYHgt, p.y2 - p.y1);
+  page_.SetText(fldTXT, p.text);
+}
+
+std::vector<std::string> PageLayout::LineSet(const LayoutParams& given) {
+  struct Piece {
+    int64_t x1, x2, y, height;
+    std::string text;
+  };
+  std::vector<Piece> pieces;
+  page_.Sort("fldYEnd,fldXStr");
+  for (page_.MoveFirst(); !page_.IsEOF(); page_.MoveNext()) {
+    std::string_view text = page_.GetText(fldTXT);
+    if (Trim(text).empty()) continue;
+    pieces.push_back({page_.GetInt(fldXStr), page_.GetInt(fldXEnd), page_.GetInt(fldYEnd),
+                      page_.GetInt(fldYHgt), std::string(text)});
+  }
+  std::vector<std::string> lines;
+  if (pieces.empty()) return lines;
+
+  // Parameters of 0 come from the page itself.
+  LayoutParams p = given;
+  if (p.pitch <= 0) {
+    std::vector<int64_t> widths;
+    for (const Piece& piece : pieces) {
+      if (piece.text.size() >= 2) widths.push_back((piece.x2 - piece.x1) / static_cast<int64_t>(piece.text.size()));
+    }
+    p.pitch = std::max<int64_t>(1, Median(widths));
+  }
+  if (p.margin <= 0) {
+    p.margin = pieces.front().x1;
+    for (const Piece& piece : pieces) p.margin = std::min(p.margin, piece.x1);
+  }
+  if (p.yLimit <= 0) {
+    std::vector<int64_t> heights;
+    for (const Piece& piece : pieces) heights.push_back(piece.height);
+    p.yLimit = std::max<int64_t>(1, Median(heights) / 3);
+  }
+
+  // Pieces on one baseline, within the limit, form a line.
+  std::vector<std::vector<const Piece*>> rows;
+  std::vector<int64_t> rowY;
+  for (const Piece& piece : pieces) {
+    if (rows.empty() || piece.y - rowY.back() > p.yLimit) {
+      rows.emplace_back();
+      rowY.push_back(piece.y);
+    }
+    rows.back().push_back(&piece);
+  }
+  // The line spacing is the smallest gap between lines; larger gaps hold blank lines.
+  int64_t spacing = 0;
+  for (size_t i = 1; i < rowY.size(); ++i) {
+    const int64_t gap = rowY[i] - rowY[i - 1];
+    if (spacing == 0 || gap < spacing) spacing = gap;
+  }
+
+  for (size_t r = 0; r < rows.size(); ++r) {
+    if (r > 0 && spacing > 0) {
+      const int64_t blanks = std::llround(static_cast<double>(rowY[r] - rowY[r - 1]) / static_cast<double>(spacing)) - 1;
+      for (int64_t b = 0; b < std::min<int64_t>(blanks, 60); ++b) lines.emplace_back();
+    }
+    auto& row = rows[r];
+    std::sort(row.begin(), row.end(), [](const Piece* a, const Piece* b) { return a->x1 < b->x1; });
+    std::string line;
+    std::map<size_t, std::string> bandText;  // band index -> its pieces joined
+    for (const Piece* piece : row) {
+      int band = -1;
+      for (size_t b = 0; b < p.bands.size() && band < 0; ++b) {
+        const LayoutParams::Band& d = p.bands[b];
+        if ((piece->x1 >= d.xs1 && piece->x1 <= d.xs2) || (d.xe2 > 0 && piece->x2 >= d.xe1 && piece->x2 <= d.xe2)) {
+          band = static_cast<int>(b);
+        }
+      }
+      if (band >= 0) {
+        std::string& t = bandText[static_cast<size_t>(band)];
+        if (!t.empty()) t += ' ';
+        t += piece->text;
+      } else if (!p.bandsOnly) {
+        const int64_t column = std::llround(static_cast<double>(piece->x1 - p.margin) / static_cast<double>(p.pitch));
+        Put(line, static_cast<size_t>(std::max<int64_t>(0, column)), piece->text);
+      }
+    }
+    for (const auto& [b, text] : bandText) {
+      const LayoutParams::Band& d = p.bands[b];
+      if (d.column >= 1) Put(line, static_cast<size_t>(d.column - 1), text);
+      if (!d.tag.empty() && d.tagColumn >= 1) Put(line, static_cast<size_t>(d.tagColumn - 1), d.tag);
+    }
+    line.erase(line.find_last_not_of(' ') + 1);
+    lines.push_back(std::move(line));
+  }
+  return lines;
+}
+
+}  // namespace qb

@@ -1,0 +1,61 @@
+#pragma once
+// The page-layout step of PDF reports: text pieces with their boxes on a page become the
+// lines of a printed report. See docs/pdf-layout.md.
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "engine/rdf_tables.h"
+#include "engine/recordset.h"
+
+namespace qb {
+
+// One piece of text and its box, in hundredths of a point from the page's top left corner.
+struct TextPiece {
+  int32_t page = 0;
+  int64_t x1 = 0, y1 = 0, x2 = 0, y2 = 0;
+  std::string text;  // Windows-1252 bytes
+};
+
+// "P <page> <x1> <y1> <x2> <y2> <text>", the text with "%", control characters and DEL
+// written as %XX, so any character survives.
+std::string FormatPieceLine(const TextPiece& piece);
+// Nothing when the line is not a piece line.
+std::optional<TextPiece> ParsePieceLine(std::string_view line);
+
+// The layout parameters: the RDF's PDP row and PDC bands. Zero values are derived from
+// each page.
+struct LayoutParams {
+  bool bandsOnly = false;  // PDP column 0 "Y": text outside every band is dropped
+  int64_t pitch = 0;       // character width
+  int64_t margin = 0;      // x of column 1
+  int64_t yLimit = 0;      // pieces this close vertically share a line
+  struct Band {
+    int64_t xs1, xs2, xe1, xe2;
+    int32_t column;
+    std::string tag;
+    int32_t tagColumn;
+  };
+  std::vector<Band> bands;
+};
+LayoutParams ReadLayoutParams(RdfTables& tables);
+
+// The page table and LineSet.
+class PageLayout {
+ public:
+  PageLayout();
+  // Releases the page table and creates an empty one.
+  void NewPage();
+  void Add(const TextPiece& piece);
+  // Lays the collected page out as report lines (trailing blanks removed, at most 500
+  // characters), blank lines where the vertical gaps call for them.
+  std::vector<std::string> LineSet(const LayoutParams& params);
+
+ private:
+  Recordset page_;  // fldPage, fldXStr, fldXEnd, fldYStr, fldYEnd, fldXWid, fldYHgt, fldTXT
+};
+
+}  // namespace qb
