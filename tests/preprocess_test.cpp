@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include "preprocess/dff.h"
+#include "preprocess/pdf.h"
+#include "preprocess/pdf_layout.h"
 #include "tests/engine_fixture.h"
 
 namespace qb {
@@ -57,6 +59,127 @@ TEST_F(DffTest, ReformatsLinesAndFormFeedsAndEndsWithABlankLine) {
     FAIL() << "no error";
   } catch (const QbError& e) {
     EXPECT_NE(e.description().find((home_ / "out").string()), std::string::npos);
+  }
+}
+
+}  // namespace
+}  // namespace qb
+
+namespace qb {
+namespace {
+
+TEST(PdfPieces, AnyTextSurvivesTheLineFormat) {
+  const TextPiece piece{3, 3600, -20, 4800, 1200, "50% off\tnow\r\n%41\x7f\xe9"};
+  const std::string line = FormatPieceLine(piece);
+  EXPECT_EQ(line.find('\t'), std::string::npos);
+  EXPECT_EQ(line.find('\n'), std::string::npos);
+  const auto back = ParsePieceLine(line);
+  ASSERT_TRUE(back);
+  EXPECT_EQ(back->page, 3);
+  EXPECT_EQ(back->y1, -20);
+  EXPECT_EQ(back->x2, 4800);
+  EXPECT_EQ(back->text, piece.text);
+  for (const char* bad : {"", "P", "P 1 2 3 4", "P 1 2 3 4 x text", "P 1 2 3 4 5 bad%4", "P 1 2 3 4 5 %zz",
+                          "Q 1 2 3 4 5 t"}) {
+    EXPECT_FALSE(ParsePieceLine(bad)) << bad;
+  }
+}
+
+// A piece of `text` at column `col` (1-based) on line `row`, 6-point pitch, 12-point lines.
+TextPiece At(int row, int col, std::string text, int64_t width = 600) {
+  const int64_t x = 3600 + (col - 1) * 600, y = 5000 + row * 1200;
+  return {1, x, y - 1000, x + width * static_cast<int64_t>(text.size()), y, std::move(text)};
+}
+
+TEST(PdfLayout, LinesColumnsAndBlankLines) {
+  PageLayout page;
+  page.Add(At(0, 1, "HEADER"));
+  page.Add(At(0, 20, "PAGE"));
+  page.Add(At(0, 25, "1"));
+  page.Add(At(1, 3, "A1"));
+  page.Add(At(4, 3, "A2"));          // two blank lines before it
+  TextPiece low = At(4, 10, "SAME");
+  low.y2 += 150;                     // a little off the baseline: still the same line
+  page.Add(low);
+  EXPECT_EQ(page.LineSet({}), (std::vector<std::string>{"HEADER             PAGE 1", "  A1", "", "",
+                                                        "  A2     SAME"}));
+  // The pitch and margin given: 12 points from 48 points, where A1 starts.
+  EXPECT_EQ(page.LineSet({false, 1200, 4800, 0, {}})[1], "A1");
+
+  // Bands: pieces in a band are joined at its column, with a tag; with "bands only", text
+  // outside every band is dropped.
+  LayoutParams banded{false, 0, 0, 0, {{3600 + 9 * 600, 3600 + 20 * 600, 0, 0, 40, "TAG", 60}}};
+  PageLayout amounts;
+  amounts.Add(At(0, 1, "TOTAL"));
+  amounts.Add(At(0, 12, "1,234.50"));
+  amounts.Add(At(0, 21, "CR"));
+  std::vector<std::string> lines = amounts.LineSet(banded);
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_EQ(lines[0], "TOTAL" + std::string(34, ' ') + "1,234.50 CR" + std::string(9, ' ') + "TAG");
+  banded.bandsOnly = true;
+  EXPECT_EQ(amounts.LineSet(banded)[0].substr(0, 5), "     ");
+
+  PageLayout empty;
+  EXPECT_TRUE(empty.LineSet({}).empty());
+}
+
+class PdfTest : public test::EngineTest {};
+
+TEST_F(PdfTest, TheIntermediateFileIsReadByItsMarkers) {
+  Rdf("RDF 0001P T@T\r\nPDP\r\nN,600,3600,0\r\nRDF 01 D\r\n");
+  engine_.flags.PdfReport = true;
+  ASSERT_TRUE(engine_.LoadRDF(home_ / "t.rdf", ""));
+  const std::string start = "Start Text Contents ** Page 1 (text after the marker is ignored)";
+  WriteFile(home_ / "out" / "r.qbt",
+            "a line before any page\r\n" + start + "\r\n\r\n" + FormatPieceLine(At(0, 1, "ONE")) +
+                "\r\n\r\n" + FormatPieceLine(At(0, 5, "TWO")) + "\r\nEnd Text Contents **** Page 1\r\n" +
+                "*****************>>>>>>>>>>>>>>>\r\nStart Text Contents ** Page 2\r\n" +
+                FormatPieceLine(At(0, 1, "THREE")) + "\r\nEnd Text Contents **** Page 2\r\n" +
+                "Start Text Contents ** Page 3\r\n" + FormatPieceLine(At(0, 1, "LOST")) + "\r\n");
+  std::atomic<bool> cancel{false};
+  const auto out = ReformatPdfText(engine_, cancel, home_ / "out" / "r.qbt");
+  EXPECT_EQ(out, home_ / "out" / "r.qbr");
+  // A page without its end marker gives no lines; page 2 begins with a form feed.
+  EXPECT_EQ(ReadFile(out), "ONE TWO\r\n\fTHREE\r\n \r\n");
+  EXPECT_FALSE(std::filesystem::exists(home_ / "out" / "r.qbt"));
+  EXPECT_TRUE(std::is_sorted(ui_.percents.begin(), ui_.percents.end()));
+  EXPECT_LE(ui_.percents.back(), 100);
+
+  // Not a PDF: error 514 that says why; nothing is left behind.
+  WriteFile(home_ / "fake.pdf", "%PDF-1.4 but nothing more\r\n");
+  try {
+    ConvertPdfToText(engine_, home_ / "fake.pdf");
+    FAIL() << "no error";
+  } catch (const QbError& e) {
+    EXPECT_EQ(e.number(), 514);
+    EXPECT_NE(e.description().find("damaged or not a PDF"), std::string::npos);
+  }
+  EXPECT_FALSE(std::filesystem::exists(home_ / "out" / "fake.qbt"));
+}
+
+TEST_F(PdfTest, SamplePdfsConvertLikeTheirTextReport) {
+  engine_.flags.PdfReport = true;
+  for (const char* name : {"ARINV01_fixed", "ARINV01_proportional"}) {
+    ASSERT_TRUE(engine_.LoadRDF(test::Sample(name == std::string("ARINV01_fixed") ? "ARINV01P.rdf" : "ARINV01PP.rdf"), ""));
+    std::atomic<bool> cancel{false};
+    const auto qbr = ProcessPDF(engine_, cancel, test::Sample(std::string("pdf/") + name + ".pdf"));
+    const std::string text = ReadFile(test::Sample("ARINV01.txt"));
+    // Every line that carries data reads the same; only trailing blanks and blank page ends differ.
+    std::vector<std::string> want, got;
+    for (const std::string& l : test::ReadLines(test::Sample("ARINV01.txt"))) {
+      const std::string t = l.substr(0, l.find_last_not_of(' ') + 1);
+      if (!t.empty()) want.push_back(t);
+    }
+    for (const std::string& l : test::ReadLines(qbr)) {
+      if (!l.empty() && l != " ") got.push_back(l);
+    }
+    if (std::string(name) == "ARINV01_fixed") {
+      EXPECT_EQ(got, want) << name;
+    } else {
+      EXPECT_EQ(got.size(), want.size()) << name;
+    }
+    EXPECT_EQ(ui_.statuses[ui_.statuses.size() - 2], "Scanning PDF file ...");
+    EXPECT_EQ(ui_.statuses.back(), "Reformatting PDF file ...");
   }
 }
 
