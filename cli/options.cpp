@@ -68,21 +68,21 @@ ParsedOptions ParseCommandLine(std::span<const char* const> args) {
       inlineValue = std::string(arg.substr(eq + 1));
       arg = arg.substr(0, eq);
     }
-    const OptionSpec* spec = Find(arg);
-    if (!spec) throw UsageError("unknown option '--" + std::string(arg) + "'");
-    auto& slot = parsed.values_[spec->id];
-    if (!slot.empty() && !spec->repeatable) {
-      throw UsageError("--" + std::string(spec->name) + " is given more than once");
+    const OptionSpec* option = Find(arg);
+    if (!option) throw UsageError("unknown option '--" + std::string(arg) + "'");
+    auto& slot = parsed.values_[option->id];
+    if (!slot.empty() && !option->repeatable) {
+      throw UsageError("--" + std::string(option->name) + " is given more than once");
     }
-    if (spec->valueName.empty()) {
-      if (inlineValue) throw UsageError("--" + std::string(spec->name) + " takes no value");
+    if (option->valueName.empty()) {
+      if (inlineValue) throw UsageError("--" + std::string(option->name) + " takes no value");
       slot.emplace_back();
       continue;
     }
     if (!inlineValue) {
       if (i + 1 >= args.size()) {
-        throw UsageError("--" + std::string(spec->name) + " needs a value: " +
-                         std::string(spec->valueName));
+        throw UsageError("--" + std::string(option->name) + " needs a value: " +
+                         std::string(option->valueName));
       }
       inlineValue = args[++i];
     }

@@ -166,13 +166,13 @@ void Worksheet::Put(int row, int column, std::string_view text, std::optional<bo
   cell.column = static_cast<uint16_t>(column - 1);
   if (bold) cell.bold = *bold;
   if (!bold) {
-    const ColumnSpec* spec =
+    const ColumnSpec* columnFormat =
         static_cast<size_t>(column) <= data_.columns.size() ? &data_.columns[static_cast<size_t>(column - 1)] : nullptr;
     const int importType = static_cast<size_t>(column) <= importTypes_.size()
                                ? importTypes_[static_cast<size_t>(column - 1)]
                                : 0;
-    const bool textColumn = (spec && spec->numberFormat == "@") || importType == kImportText;
-    const bool dateColumn = (spec && IsDateFormat(spec->numberFormat)) || importType == kImportMDY;
+    const bool textColumn = (columnFormat && columnFormat->numberFormat == "@") || importType == kImportText;
+    const bool dateColumn = (columnFormat && IsDateFormat(columnFormat->numberFormat)) || importType == kImportMDY;
     std::optional<double> number;
     if (!textColumn) number = ParseNumber(text);
     if (!number && !textColumn && dateColumn) number = ParseDate(text);
