@@ -67,16 +67,8 @@ bool RunDriver::Run(const std::filesystem::path& report, const std::filesystem::
     ok = RunTrapped(log, "ProcessDFF", lastError_,
                     [&] { text = ProcessDFF(engine_, converter_.State().CancelFlag, report); });
   }
-  // CreateSheet and SaveTheSheet failures are logged under their own names, the rest under
-  // "Process".
-  try {
-    if (ok) Process(text, output);
-  } catch (const QbError& e) {
-    const bool own = e.source() == "CreateSheet" || e.source() == "SaveTheSheet";
-    ok = RunTrapped(engine_.app().Log(), own ? e.source() : "Process", lastError_, [&e] { throw e; });
-  } catch (...) {
-    ok = RunTrapped(engine_.app().Log(), "Process", lastError_, [] { throw; });
-  }
+  processFailed_ = false;
+  if (ok) ok = RunTrapped(log, "Process", lastError_, [&] { Process(text, output); }) && !processFailed_;
   if (text != report) {
     std::error_code ec;
     std::filesystem::remove(text, ec);
@@ -129,10 +121,7 @@ void RunDriver::Process(const std::filesystem::path& report, const std::filesyst
     sink = textSink.get();
   } else if (mode != 6) {
     spreadsheet_ = std::make_unique<SpreadsheetRun>(engine_, state, converter_.ColumnTypes(), mode);
-    if (!spreadsheet_->CreateSheet()) {
-      const QbError& e = *spreadsheet_->LastError();
-      throw QbError(e.number(), "CreateSheet", e.description());
-    }
+    if (!spreadsheet_->CreateSheet()) return Fail("CreateSheet", *spreadsheet_->LastError());
     sink = spreadsheet_.get();
   } else {
     // The turbo file: rows go to a text file that RunEnd imports in one go.
@@ -190,14 +179,21 @@ void RunDriver::Process(const std::filesystem::path& report, const std::filesyst
   if (xlsOutput && mode <= 5) {
     log.WriteLog("Process", "XLS");
     if (mode > 0) spreadsheet_->ClearClipboard();
-    if (!spreadsheet_->SaveTheSheet(output)) {
-      const QbError& e = *spreadsheet_->LastError();
-      throw QbError(e.number(), "SaveTheSheet", e.description()).at(output);
-    }
+    if (!spreadsheet_->SaveTheSheet(output)) return Fail("SaveTheSheet", *spreadsheet_->LastError());
     log.WriteLog("Process", "After SAVEAS");
     spreadsheet_->CloseSheet();
     log.WriteLog("Process", "After CloseSheet");
   }
+}
+
+// A spreadsheet step that failed: reported under its own name, and the run ends without
+// statistics.
+void RunDriver::Fail(std::string_view procedure, const QbError& error) {
+  lastError_ = error;
+  lastError_->withSource(std::string(procedure));
+  engine_.app().Log().LogError(procedure, error.number(), error.description(),
+                               engine_.app().Log().AppLogFile());
+  processFailed_ = true;
 }
 
 void RunDriver::DiscardTurboFile() {

@@ -65,6 +65,7 @@ class RunDriver {
  private:
   void Process(const std::filesystem::path& report, const std::filesystem::path& output);
   void HandLine(std::string_view piece);
+  void Fail(std::string_view procedure, const QbError& error);
 
   Engine& engine_;
   Converter converter_;
@@ -72,6 +73,7 @@ class RunDriver {
   std::filesystem::path turboFile_;
   RunStats stats_;
   std::optional<QbError> lastError_;
+  bool processFailed_ = false;
   std::atomic<int64_t> linesProcessed_{0};
   char line_[Converter::kLineWidth];
   size_t dirty_ = Converter::kLineWidth;  // how much of line_ may hold non-blanks
