@@ -20,62 +20,12 @@ int16_t Narrow16(int64_t v, const char* source) {
 
 constexpr int32_t kNoCurrentRecordError = 3021;  // the record sets' "no current record"
 
-char Lower(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c; }
 
 // Appends a number to `out` without allocating.
 void AppendInt(std::string& out, int64_t v) {
   char digits[24];
   auto r = std::to_chars(digits, digits + sizeof digits, v);
   out.append(digits, r.ptr);
-}
-
-// A set of bytes as a lookup table, for per-character tests on the hot path.
-struct ByteSet {
-  constexpr explicit ByteSet(std::string_view chars, bool bothCases = false) {
-    for (char c : chars) {
-      in[static_cast<unsigned char>(c)] = true;
-      if (bothCases && c >= 'a' && c <= 'z') in[static_cast<unsigned char>(c - 'a' + 'A')] = true;
-    }
-  }
-  bool operator()(char c) const { return in[static_cast<unsigned char>(c)]; }
-  bool in[256] = {};
-};
-constexpr ByteSet kNumericDrop("()%#*$,+-cdr", /*bothCases=*/true);
-
-// Copies `n` bytes; short values (most report fields) without a library call.
-inline char* CopyBytes(char* dst, const char* src, size_t n) {
-  if (n <= 16) {
-    if (n >= 8) {
-      std::memcpy(dst, src, 8);
-      std::memcpy(dst + n - 8, src + n - 8, 8);
-    } else if (n >= 4) {
-      std::memcpy(dst, src, 4);
-      std::memcpy(dst + n - 4, src + n - 4, 4);
-    } else {
-      for (size_t i = 0; i < n; ++i) dst[i] = src[i];
-    }
-    return dst + n;
-  }
-  std::memcpy(dst, src, n);
-  return dst + n;
-}
-
-// True when `v` holds a comma or a double quote: eight bytes at a time, with the usual
-// "has a zero byte" test on the word XORed with each character repeated.
-bool HasCsvSpecial(std::string_view v) {
-  constexpr uint64_t kOnes = 0x0101010101010101ULL, kHighs = 0x8080808080808080ULL;
-  constexpr uint64_t kCommas = kOnes * ',', kQuotes = kOnes * '"';
-  auto hasZero = [](uint64_t x) { return ((x - kOnes) & ~x & kHighs) != 0; };
-  size_t i = 0;
-  for (; i + 8 <= v.size(); i += 8) {
-    uint64_t w;
-    std::memcpy(&w, v.data() + i, 8);
-    if (hasZero(w ^ kCommas) || hasZero(w ^ kQuotes)) return true;
-  }
-  for (; i < v.size(); ++i) {
-    if (v[i] == ',' || v[i] == '"') return true;
-  }
-  return false;
 }
 
 // A filter value in single quotes, with quotes doubled.
@@ -165,7 +115,9 @@ void Converter::PrepareOutput() {
                         std::string(Trim(label)), dlb > 0 ? slotOf(dlb) : -1});
   }
   f.Sort("");
-  cleaned_.assign(columns_.size(), std::string());
+  std::vector<RowFormatter::Column> kinds;
+  for (const Column& c : columns_) kinds.push_back({c.numeric, c.text});
+  formatter_ = RowFormatter(format_, delimiter_, qualifier_, qualify_, std::move(kinds));
   values_.assign(columns_.size(), std::string_view());
   pickupCache_.clear();
   errorsSeen_.clear();
@@ -395,92 +347,6 @@ void Converter::PickupData(size_t marker, std::string_view line) {
   }
 }
 
-// "1,234.50CR" -> "-1234.50", "(12.00)" -> "-12.00": a value with "(", "-" or "cr" is
-// negative; the characters of "()%#*$,+-cdr" (any case) go; blanks at both ends go.
-std::string_view Converter::NumericCleanUp(std::string_view value, std::string& out) const {
-  // Room for the sign in front of the kept text; the kept text is never longer than value.
-  if (out.size() < value.size() + 1) out.resize(value.size() + 1);
-  char* kept = out.data() + 1;
-  size_t n = 0;
-  bool negative = false;
-  for (size_t i = 0; i < value.size(); ++i) {
-    const char c = value[i];
-    if (!kNumericDrop(c)) {
-      kept[n++] = c;
-      continue;
-    }
-    if (c == '(' || c == '-' ||
-        (Lower(c) == 'c' && i + 1 < value.size() && Lower(value[i + 1]) == 'r')) {
-      negative = true;
-    }
-  }
-  size_t begin = 0;
-  while (begin < n && kept[begin] == ' ') ++begin;
-  while (n > begin && kept[n - 1] == ' ') --n;
-  if (negative) {
-    kept[begin - 1] = '-';
-    return std::string_view(kept + begin - 1, n - begin + 1);
-  }
-  return std::string_view(kept + begin, n - begin);
-}
-
-char* Converter::PutQualified(char* p, std::string_view value, bool text) const {
-  auto put = [&p](std::string_view v) { p = CopyBytes(p, v.data(), v.size()); };
-  if (format_ == OutputFormat::Csv) {
-    if (!text || !HasCsvSpecial(value)) {
-      put(value);
-      return p;
-    }
-    *p++ = '"';
-    for (char c : value) {
-      if (c == '"') *p++ = '"';
-      *p++ = c;
-    }
-    *p++ = '"';
-    return p;
-  }
-  if (format_ != OutputFormat::Txt || !qualify_ || !text || value.empty() || qualifier_.empty()) {
-    put(value);
-    return p;
-  }
-  put(qualifier_);
-  for (size_t i = 0; i < value.size();) {
-    if (value.compare(i, qualifier_.size(), qualifier_) == 0) {
-      put(qualifier_);
-      put(qualifier_);
-      i += qualifier_.size();
-    } else {
-      *p++ = value[i++];
-    }
-  }
-  put(qualifier_);
-  return p;
-}
-
-std::string_view Converter::JoinLine(bool header) {
-  // Room for the worst case: every character doubled by qualifying, two qualifiers and a
-  // delimiter per column.
-  size_t bound = 0;
-  const size_t extra = 2 * qualifier_.size() + delimiter_.size() + 2;
-  for (std::string_view v : values_) bound += 2 * v.size() + extra;
-  if (line_.size() < bound) line_.resize(bound + line_.size());
-  char* const begin = line_.data();
-  char* p = begin;
-  const bool oneCharDelimiter = delimiter_.size() == 1;
-  const bool csvHeader = header && format_ == OutputFormat::Csv;
-  for (size_t c = 0; c < columns_.size(); ++c) {
-    if (c > 0) {
-      if (oneCharDelimiter) {
-        *p++ = delimiter_[0];
-      } else {
-        p = CopyBytes(p, delimiter_.data(), delimiter_.size());
-      }
-    }
-    p = PutQualified(p, values_[c], csvHeader || columns_[c].text);
-  }
-  return std::string_view(begin, static_cast<size_t>(p - begin));
-}
-
 void Converter::WriteLine(int level) {
   bool write = true;
   if (selection_ != Selection::All && engine_.flags.RecordField) {
@@ -497,6 +363,8 @@ void Converter::WriteLine(int level) {
   }
 
   if (write || state_.LastWriteFlag) {
+    // A sink that formats on its own thread takes the raw values; others get the line too.
+    const bool raw = sink_->WantsRawValues();
     try {
       if (header) {
         for (size_t c = 0; c < columns_.size(); ++c) {
@@ -504,17 +372,18 @@ void Converter::WriteLine(int level) {
           values_[c] = col.labelSlot >= 0 ? slots_[static_cast<size_t>(col.labelSlot)].rde.view()
                                           : std::string_view(col.label);
         }
-        sink_->Write({values_, JoinLine(true), true});
+        sink_->Write({values_, raw ? std::string_view() : formatter_.Join(values_, true), true});
       }
       std::string_view joined;
       if (write) {
         for (size_t c = 0; c < columns_.size(); ++c) {
-          const Column& col = columns_[c];
-          std::string_view v =
-              col.slot >= 0 ? slots_[static_cast<size_t>(col.slot)].rde.view() : std::string_view();
-          values_[c] = col.numeric ? NumericCleanUp(v, cleaned_[c]) : v;
+          const int slot = columns_[c].slot;
+          values_[c] = slot >= 0 ? slots_[static_cast<size_t>(slot)].rde.view() : std::string_view();
         }
-        joined = JoinLine(false);
+        if (!raw) {
+          formatter_.Clean(values_);
+          joined = formatter_.Join(values_, false);
+        }
       }
       sink_->Write({write ? std::span<const std::string_view>(values_)
                           : std::span<const std::string_view>(),

@@ -19,6 +19,7 @@
 
 #include "engine/engine.h"
 #include "engine/output_sink.h"
+#include "engine/row_formatter.h"
 #include "engine/text.h"
 
 namespace qb {
@@ -42,8 +43,6 @@ class FatalRunError : public QbError {
   explicit FatalRunError(const QbError& e) : QbError(e) {}
 };
 
-enum class OutputFormat { Txt, Csv, Xls };
-
 class Converter {
  public:
   static constexpr size_t kLineWidth = 500;
@@ -55,6 +54,8 @@ class Converter {
   void PrepareOutput();
   void SetSink(OutputSink* sink) { sink_ = sink; }
   OutputFormat Format() const { return format_; }
+  // The formatting of this run's rows, for a sink that formats them itself.
+  const RowFormatter& Formatter() const { return formatter_; }
 
   // One line piece, exactly kLineWidth characters. Finds the first marker row that matches
   // and processes it. Errors propagate to the caller, which drops the line.
@@ -118,12 +119,6 @@ class Converter {
   void WaitSlotReset(int from);
   void SequenceReset();
   void ApplySubGroup(const MarkerRow& m);
-  // Writes a value, qualified or quoted as the output type wants, at `p`; returns the end.
-  // Needs room for twice the value plus two qualifiers.
-  char* PutQualified(char* p, std::string_view value, bool text) const;
-  // Builds a header or data line from values_ into line_; returns it.
-  std::string_view JoinLine(bool header);
-  std::string_view NumericCleanUp(std::string_view value, std::string& scratch) const;
 
   Engine& engine_;
   RunState state_;
@@ -144,9 +139,8 @@ class Converter {
 
   // Per-row scratch, reused so the run allocates nothing once warm.
   std::string pickValue_;
-  std::vector<std::string> cleaned_;
+  RowFormatter formatter_;
   std::vector<std::string_view> values_;
-  std::string line_;  // sized to the longest line so far; JoinLine writes into it
 
   std::map<std::pair<std::string, int32_t>, int64_t> errorsSeen_;
   int64_t errorsLogged_ = 0;

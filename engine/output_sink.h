@@ -10,6 +10,8 @@
 
 namespace qb {
 
+enum class OutputFormat { Txt, Csv, Xls };
+
 // One output row: the column texts (after the numeric clean-up, before qualifying) and the
 // line as joined for a text file.
 struct OutputRow {
@@ -25,6 +27,9 @@ class OutputSink {
   virtual void Write(const OutputRow& row) = 0;
   // Flushes and closes. Throws QbError on failure.
   virtual void Close() = 0;
+  // True when the sink formats rows itself: it then gets the columns' raw values and no
+  // joined line.
+  virtual bool WantsRawValues() const { return false; }
 };
 
 // A text file written through one buffer; each row is the joined text and CR LF.
