@@ -10,10 +10,6 @@
 
 namespace qb {
 
-void ThrowInvalidCall(std::string_view source) {
-  throw QbError::Runtime(kInvalidCall, std::string(source));
-}
-
 namespace {
 
 // The RDF setting records and the settings they set, in the order they are saved.
