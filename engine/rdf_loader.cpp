@@ -40,8 +40,19 @@ class RdfLineSource {
     return true;
   }
 
-  // The file's line number of the last line read, for error messages.
-  int64_t PhysicalLine() const { return physical_; }
+  // Calls `handle` with each line until it returns false or the file ends. An error from
+  // either is given this file and the line where it happened.
+  template <typename Handle>
+  void ForEachLine(const std::filesystem::path& path, Handle&& handle) {
+    std::string_view line;
+    try {
+      while (Next(line) && handle(line)) {
+      }
+    } catch (QbError& e) {
+      if (e.file().empty()) e.at(path, physical_);
+      throw;
+    }
+  }
 
  private:
   LineReader reader_;
@@ -131,109 +142,104 @@ bool Engine::LoadRDFHeader(const std::filesystem::path& rdfPath) {
     static constexpr std::array<std::pair<std::string_view, State>, 7> kSections{{
         {"DIN", DIN}, {"RID", RID}, {"FLG", FLG}, {"PDP", PDP}, {"PDC", PDC}, {"DFI", DFI}, {"DFC", DFC}}};
     RdfTables& t = tables;
-    std::string_view line;
-    try {
-      while (source.Next(line)) {
-        std::string_view code = line.substr(0, 3);
-        if (code == "RDF") {
-          if (Mid(line, 5, 2, kProc) != "00") break;
-          state = Part;
-          std::string kept(line);
-          if (kept.size() < 9) throw QbError::Runtime(kInvalidCall, std::string(kProc));
-          kept[8] = 'P';  // an RDF saved from this one is of kind P
-          AppendLine(t.rsLines, kept);
-          continue;
-        }
-        bool isSection = false;
-        for (auto [name, s] : kSections) {
-          if (code == name) {
-            state = s;
-            isSection = true;
-          }
-        }
-        if (isSection) {
-          if (state == PDP) flags.PdfRdf = true;
-          if (state == DFI) flags.DffRdf = true;
-          AppendLine(t.rsLines, line);
-          continue;
-        }
-        if (state == None || state == Part) continue;  // data before any section
-        AppendLine(t.rsLines, line);
-        Columns c(line, kProc);
-        switch (state) {
-          case DIN:
-            t.rsHeader.AddNew();
-            t.rsHeader.SetText(col::Header::fldTYP, c[0]);
-            t.rsHeader.SetText(col::Header::fldVAL, c[1]);
-            break;
-          case RID: {
-            Recordset& rs = t.rsIdentify;
-            rs.AddNew();
-            rs.SetText(col::Identify::fldFID, c[0]);
-            rs.SetText(col::Identify::fldFLG, "0");
-            rs.SetInt(col::Identify::fldSTR, c.Int16(1));
-            rs.SetText(col::Identify::fldRUL, c[2]);
-            rs.SetText(col::Identify::fldMRK, c[3]);
-            rs.SetText(col::Identify::fldACT, c[4]);
-            rs.SetInt(col::Identify::fldLEN, static_cast<int64_t>(c[3].size()));
-            ApplyExplicitLength(rs, col::Identify::fldLEN, c, 5, c[2], kProc);
-            break;
-          }
-          case FLG:
-            t.rsReportFlags.AddNew();
-            t.rsReportFlags.SetText(col::ReportFlags::fldRID, c[0]);
-            t.rsReportFlags.SetText(col::ReportFlags::fldFLG, c[1]);
-            break;
-          case PDP: {
-            Recordset& rs = t.rsPdfParams;
-            std::string_view tls = c[0];
-            rs.AddNew();
-            rs.SetBool(col::PdfParams::fldTLS, EqualsNoCase(tls, "Y"));
-            rs.SetInt(col::PdfParams::fldRAT, c.Int32(1));
-            rs.SetInt(col::PdfParams::fldXDT, c.Int32(2));
-            rs.SetInt(col::PdfParams::fldYLT, c.Int32(3));
-            break;
-          }
-          case PDC: {
-            Recordset& rs = t.rsPdfColumns;
-            rs.AddNew();
-            rs.SetInt(col::PdfColumns::fldXS1, c.Int32(0));
-            rs.SetInt(col::PdfColumns::fldXS2, c.Int32(1));
-            rs.SetInt(col::PdfColumns::fldXE1, c.Int32(2));
-            rs.SetInt(col::PdfColumns::fldXE2, c.Int32(3));
-            rs.SetInt(col::PdfColumns::fldPOS, c.Int16(4));
-            rs.SetText(col::PdfColumns::fldTAG, c[5]);
-            rs.SetInt(col::PdfColumns::fldTPS, c.Int16(6));
-            rs.SetText(col::PdfColumns::fldTMK, c[7]);
-            break;
-          }
-          case DFI: {
-            std::string_view dlm = c[0];
-            if (EqualsNoCase(dlm, "TAB")) dlm = "\t";
-            else if (EqualsNoCase(dlm, "COMMA")) dlm = ",";
-            t.rsDelimited.AddNew();
-            t.rsDelimited.SetText(col::Delimited::fldDLM, dlm);
-            t.rsDelimited.SetText(col::Delimited::fldTXQ, c[1]);
-            break;
-          }
-          case DFC: {
-            Recordset& rs = t.rsDelimitedCols;
-            rs.AddNew();
-            rs.SetInt(col::DelimitedCols::fldFLD, c.Int32(0));
-            rs.SetInt(col::DelimitedCols::fldPOS, c.Int16(1));
-            rs.SetText(col::DelimitedCols::fldTAG, c[2]);
-            rs.SetInt(col::DelimitedCols::fldTPS, c.Int16(3));
-            rs.SetText(col::DelimitedCols::fldTMK, c[4]);
-            break;
-          }
-          case None:
-          case Part: break;
+    source.ForEachLine(rdfPath, [&](std::string_view line) {
+      std::string_view code = line.substr(0, 3);
+      if (code == "RDF") {
+        if (Mid(line, 5, 2, kProc) != "00") return false;
+        state = Part;
+        std::string kept(line);
+        if (kept.size() < 9) throw QbError::Runtime(kInvalidCall, std::string(kProc));
+        kept[8] = 'P';  // an RDF saved from this one is of kind P
+        AppendLine(t.rsLines, kept);
+        return true;
+      }
+      bool isSection = false;
+      for (auto [name, s] : kSections) {
+        if (code == name) {
+          state = s;
+          isSection = true;
         }
       }
-    } catch (QbError& e) {
-      if (e.file().empty()) e.at(rdfPath, source.PhysicalLine());
-      throw;
-    }
+      if (isSection) {
+        if (state == PDP) flags.PdfRdf = true;
+        if (state == DFI) flags.DffRdf = true;
+        AppendLine(t.rsLines, line);
+        return true;
+      }
+      if (state == None || state == Part) return true;  // data before any section
+      AppendLine(t.rsLines, line);
+      Columns c(line, kProc);
+      switch (state) {
+        case DIN:
+          t.rsHeader.AddNew();
+          t.rsHeader.SetText(col::Header::fldTYP, c[0]);
+          t.rsHeader.SetText(col::Header::fldVAL, c[1]);
+          break;
+        case RID: {
+          Recordset& rs = t.rsIdentify;
+          rs.AddNew();
+          rs.SetText(col::Identify::fldFID, c[0]);
+          rs.SetText(col::Identify::fldFLG, "0");
+          rs.SetInt(col::Identify::fldSTR, c.Int16(1));
+          rs.SetText(col::Identify::fldRUL, c[2]);
+          rs.SetText(col::Identify::fldMRK, c[3]);
+          rs.SetText(col::Identify::fldACT, c[4]);
+          rs.SetInt(col::Identify::fldLEN, static_cast<int64_t>(c[3].size()));
+          ApplyExplicitLength(rs, col::Identify::fldLEN, c, 5, c[2], kProc);
+          break;
+        }
+        case FLG:
+          t.rsReportFlags.AddNew();
+          t.rsReportFlags.SetText(col::ReportFlags::fldRID, c[0]);
+          t.rsReportFlags.SetText(col::ReportFlags::fldFLG, c[1]);
+          break;
+        case PDP: {
+          Recordset& rs = t.rsPdfParams;
+          std::string_view tls = c[0];
+          rs.AddNew();
+          rs.SetBool(col::PdfParams::fldTLS, EqualsNoCase(tls, "Y"));
+          rs.SetInt(col::PdfParams::fldRAT, c.Int32(1));
+          rs.SetInt(col::PdfParams::fldXDT, c.Int32(2));
+          rs.SetInt(col::PdfParams::fldYLT, c.Int32(3));
+          break;
+        }
+        case PDC: {
+          Recordset& rs = t.rsPdfColumns;
+          rs.AddNew();
+          rs.SetInt(col::PdfColumns::fldXS1, c.Int32(0));
+          rs.SetInt(col::PdfColumns::fldXS2, c.Int32(1));
+          rs.SetInt(col::PdfColumns::fldXE1, c.Int32(2));
+          rs.SetInt(col::PdfColumns::fldXE2, c.Int32(3));
+          rs.SetInt(col::PdfColumns::fldPOS, c.Int16(4));
+          rs.SetText(col::PdfColumns::fldTAG, c[5]);
+          rs.SetInt(col::PdfColumns::fldTPS, c.Int16(6));
+          rs.SetText(col::PdfColumns::fldTMK, c[7]);
+          break;
+        }
+        case DFI: {
+          std::string_view dlm = c[0];
+          if (EqualsNoCase(dlm, "TAB")) dlm = "\t";
+          else if (EqualsNoCase(dlm, "COMMA")) dlm = ",";
+          t.rsDelimited.AddNew();
+          t.rsDelimited.SetText(col::Delimited::fldDLM, dlm);
+          t.rsDelimited.SetText(col::Delimited::fldTXQ, c[1]);
+          break;
+        }
+        case DFC: {
+          Recordset& rs = t.rsDelimitedCols;
+          rs.AddNew();
+          rs.SetInt(col::DelimitedCols::fldFLD, c.Int32(0));
+          rs.SetInt(col::DelimitedCols::fldPOS, c.Int16(1));
+          rs.SetText(col::DelimitedCols::fldTAG, c[2]);
+          rs.SetInt(col::DelimitedCols::fldTPS, c.Int16(3));
+          rs.SetText(col::DelimitedCols::fldTMK, c[4]);
+          break;
+        }
+        case None:
+        case Part: break;
+      }
+      return true;
+    });
     if (flags.PdfReport && !flags.PdfRdf) {
       throw QbError(515, std::string(kProc), "The selected RDF is for a Text report not a PDF report.")
           .at(rdfPath);
@@ -297,92 +303,87 @@ bool Engine::LoadRDFDetail(std::string_view reportId, const std::filesystem::pat
     RdfTables& t = tables;
     std::string fldSectionLine;
     bool haveFldSection = false;
-    std::string_view line;
-    try {
-      while (source.Next(line)) {
-        std::string_view code = line.substr(0, 3);
-        if (code == "RDF") {
-          if (state != Outside) break;  // the next part ends ours
-          if (Mid(line, 5, 2, kProc) == reportId) {
-            state = Part;
-            AppendLine(t.rsLines, line);
-          }
-          continue;
+    source.ForEachLine(rdfPath, [&](std::string_view line) {
+      std::string_view code = line.substr(0, 3);
+      if (code == "RDF") {
+        if (state != Outside) return false;  // the next part ends ours
+        if (Mid(line, 5, 2, kProc) == reportId) {
+          state = Part;
+          AppendLine(t.rsLines, line);
         }
-        if (state == Outside) continue;
-        if (code == "DLM" || code == "DLC" || code == "FLD" || code == "RLF") {
-          state = code == "DLM" ? DLM : code == "DLC" ? DLC : code == "FLD" ? FLD : RLF;
-          if (state == FLD) {
-            // Kept last, so the FLD lines that saving writes after rsLines fall under it.
-            fldSectionLine = line;
-            haveFldSection = true;
-          } else if (state != RLF) {
-            AppendLine(t.rsLines, line);
-          }
-          continue;
-        }
-        if (state == Part) continue;  // data before any section
-        if (state == DLM || state == DLC) AppendLine(t.rsLines, line);
-        Columns c(line, kProc);
-        switch (state) {
-          case DLM: {
-            Recordset& rs = t.rsMarkers;
-            rs.AddNew();
-            rs.SetInt(col::Markers::fldSTR, c.Int16(0));
-            rs.SetText(col::Markers::fldRUL, c[1]);
-            rs.SetText(col::Markers::fldMRK, c[2]);
-            rs.SetInt(col::Markers::fldLEN, static_cast<int64_t>(c[2].size()));
-            rs.SetInt(col::Markers::fldGRP, c.Int16(3));
-            rs.SetInt(col::Markers::fldWTS, c.Int16(4));
-            rs.SetText(col::Markers::fldACT, c[5]);
-            rs.SetBool(col::Markers::fldSGR, c.Optional(7) == "y");
-            ApplyExplicitLength(rs, col::Markers::fldLEN, c, 6, c[1], kProc);
-            break;
-          }
-          case DLC: {
-            Recordset& rs = t.rsPickups;
-            rs.AddNew();
-            rs.SetText(col::Pickups::fldMRK, c[0]);
-            rs.SetInt(col::Pickups::fldGRP, c.Int16(1));
-            rs.SetInt(col::Pickups::fldSEQ, c.Int16(2));
-            rs.SetInt(col::Pickups::fldFLD, c.Int16(3));
-            rs.SetInt(col::Pickups::fldSTR, c.Int16(4));
-            rs.SetInt(col::Pickups::fldLEN, c.Int16(5));
-            rs.SetText(col::Pickups::fldRUL, c[6]);
-            rs.SetText(col::Pickups::fldVAL, Trim(c[7]));
-            rs.SetText(col::Pickups::fldACT, c.Optional(8));
-            break;
-          }
-          case FLD: {
-            Recordset& rs = t.rsFields;
-            int16_t number = c.Int16(0);
-            int16_t order = c.Int16(3);
-            int16_t dlb = c.Int16(4);
-            rs.AddNew();
-            rs.SetInt(col::Fields::fldFLD, number);
-            rs.SetBool(col::Fields::fldOUT, c[1] == "y");
-            rs.SetText(col::Fields::fldTYP, c[2]);
-            rs.SetInt(col::Fields::fldORD, order);
-            rs.SetInt(col::Fields::fldTMP, order);
-            rs.SetInt(col::Fields::fldDLB, dlb);
-            rs.SetText(col::Fields::fldLAB, dlb > 0 ? "[ " + std::string(c[5]) + " ]" : std::string(c[5]));
-            rs.SetText(col::Fields::fldACT, c.Optional(6));
-            if (number == 1 && c[2] == "r") flags.RecordField = true;
-            break;
-          }
-          case RLF:
-            t.rsSettings.AddNew();
-            t.rsSettings.SetText(col::Settings::fldTYP, c[0]);
-            t.rsSettings.SetText(col::Settings::fldVAL, c[1]);
-            break;
-          case Outside:
-          case Part: break;
-        }
+        return true;
       }
-    } catch (QbError& e) {
-      if (e.file().empty()) e.at(rdfPath, source.PhysicalLine());
-      throw;
-    }
+      if (state == Outside) return true;
+      if (code == "DLM" || code == "DLC" || code == "FLD" || code == "RLF") {
+        state = code == "DLM" ? DLM : code == "DLC" ? DLC : code == "FLD" ? FLD : RLF;
+        if (state == FLD) {
+          // Kept last, so the FLD lines that saving writes after rsLines fall under it.
+          fldSectionLine = line;
+          haveFldSection = true;
+        } else if (state != RLF) {
+          AppendLine(t.rsLines, line);
+        }
+        return true;
+      }
+      if (state == Part) return true;  // data before any section
+      if (state == DLM || state == DLC) AppendLine(t.rsLines, line);
+      Columns c(line, kProc);
+      switch (state) {
+        case DLM: {
+          Recordset& rs = t.rsMarkers;
+          rs.AddNew();
+          rs.SetInt(col::Markers::fldSTR, c.Int16(0));
+          rs.SetText(col::Markers::fldRUL, c[1]);
+          rs.SetText(col::Markers::fldMRK, c[2]);
+          rs.SetInt(col::Markers::fldLEN, static_cast<int64_t>(c[2].size()));
+          rs.SetInt(col::Markers::fldGRP, c.Int16(3));
+          rs.SetInt(col::Markers::fldWTS, c.Int16(4));
+          rs.SetText(col::Markers::fldACT, c[5]);
+          rs.SetBool(col::Markers::fldSGR, c.Optional(7) == "y");
+          ApplyExplicitLength(rs, col::Markers::fldLEN, c, 6, c[1], kProc);
+          break;
+        }
+        case DLC: {
+          Recordset& rs = t.rsPickups;
+          rs.AddNew();
+          rs.SetText(col::Pickups::fldMRK, c[0]);
+          rs.SetInt(col::Pickups::fldGRP, c.Int16(1));
+          rs.SetInt(col::Pickups::fldSEQ, c.Int16(2));
+          rs.SetInt(col::Pickups::fldFLD, c.Int16(3));
+          rs.SetInt(col::Pickups::fldSTR, c.Int16(4));
+          rs.SetInt(col::Pickups::fldLEN, c.Int16(5));
+          rs.SetText(col::Pickups::fldRUL, c[6]);
+          rs.SetText(col::Pickups::fldVAL, Trim(c[7]));
+          rs.SetText(col::Pickups::fldACT, c.Optional(8));
+          break;
+        }
+        case FLD: {
+          Recordset& rs = t.rsFields;
+          int16_t number = c.Int16(0);
+          int16_t order = c.Int16(3);
+          int16_t dlb = c.Int16(4);
+          rs.AddNew();
+          rs.SetInt(col::Fields::fldFLD, number);
+          rs.SetBool(col::Fields::fldOUT, c[1] == "y");
+          rs.SetText(col::Fields::fldTYP, c[2]);
+          rs.SetInt(col::Fields::fldORD, order);
+          rs.SetInt(col::Fields::fldTMP, order);
+          rs.SetInt(col::Fields::fldDLB, dlb);
+          rs.SetText(col::Fields::fldLAB, dlb > 0 ? "[ " + std::string(c[5]) + " ]" : std::string(c[5]));
+          rs.SetText(col::Fields::fldACT, c.Optional(6));
+          if (number == 1 && c[2] == "r") flags.RecordField = true;
+          break;
+        }
+        case RLF:
+          t.rsSettings.AddNew();
+          t.rsSettings.SetText(col::Settings::fldTYP, c[0]);
+          t.rsSettings.SetText(col::Settings::fldVAL, c[1]);
+          break;
+        case Outside:
+        case Part: break;
+      }
+      return true;
+    });
     if (state == Outside) {
       throw QbError(kSubscript, std::string(kProc),
                     "The RDF has no detail part for report layout " + std::string(reportId))
