@@ -4,7 +4,7 @@
 #include <system_error>
 
 #include "engine/line_reader.h"
-#include "preprocess/progress.h"
+#include "engine/progress.h"
 
 namespace qb {
 

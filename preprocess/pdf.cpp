@@ -10,7 +10,7 @@
 #include "engine/line_reader.h"
 #include "engine/output_sink.h"
 #include "preprocess/pdf_layout.h"
-#include "preprocess/progress.h"
+#include "engine/progress.h"
 
 namespace qb {
 namespace {

@@ -3,13 +3,13 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <memory>
 
 #include "engine/line_reader.h"
+#include "engine/progress.h"
 #include "preprocess/dff.h"
 #include "preprocess/pdf.h"
 
@@ -138,20 +138,10 @@ void RunDriver::Process(const std::filesystem::path& report, const std::filesyst
   if (!state.CancelFlag && !state.StopFlag) {
     ui.status(converter_.Format() == OutputFormat::Xls ? "Generating Spreadsheet ..."
                                                        : "Generating Output File ...");
-    ui.progress(0);
-    int bar = 0;
-    int64_t bytesRead = 0;
+    ByteProgress progress(ui, size);
     std::string_view line;
     while (!state.CancelFlag.load(std::memory_order_relaxed) && !state.StopFlag && reader.Next(line)) {
-      bytesRead += static_cast<int64_t>(line.size()) + 2;
-      if (size > 0) {
-        const int pct = static_cast<int>(std::nearbyint(static_cast<double>(bytesRead) * 100.0 /
-                                                        static_cast<double>(size)));
-        if (bar < pct && bar < 100) {
-          bar = std::min(pct, 100);
-          ui.progress(bar);
-        }
-      }
+      progress.AddLine(line.size());
       // A form feed ends a piece and is dropped; a line holding only one gives two pieces.
       for (size_t ff; (ff = line.find('\f')) != std::string_view::npos;) {
         HandLine(line.substr(0, ff));

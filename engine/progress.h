@@ -1,6 +1,7 @@
 #pragma once
-// Progress of a preprocessing pass, estimated from line lengths plus 2 for the line end, as
-// the run does: reported only when the whole percentage grows, never past 100.
+// Progress of a pass over a file, estimated from line lengths plus 2 for the line end (the
+// file size is read once): reported only when the whole percentage grows, never past 100,
+// so a run of any length repaints at most a hundred times.
 
 #include <cmath>
 #include <cstdint>
