@@ -69,14 +69,15 @@ void Converter::PrepareOutput() {
   m.Filter("");
   for (m.MoveFirst(); !m.IsEOF(); m.MoveNext()) {
     MarkerRow r;
-    r.start = static_cast<int32_t>(m.GetInt(col::Markers::fldSTR));
-    r.length = static_cast<int32_t>(m.GetInt(col::Markers::fldLEN));
+    const int64_t length = m.GetInt(col::Markers::fldLEN);
+    r.at = Segment::Of(m.GetInt(col::Markers::fldSTR), length);
     r.rule = m.GetText(col::Markers::fldRUL).front();
     r.marker = m.GetText(col::Markers::fldMRK);
     r.action = m.GetText(col::Markers::fldACT);
     r.group = static_cast<int32_t>(m.GetInt(col::Markers::fldGRP));
     r.wait = static_cast<int32_t>(m.GetInt(col::Markers::fldWTS));
     r.subGroup = m.GetBool(col::Markers::fldSGR);
+    if (r.rule == 'p') r.pattern = CompiledPattern(r.marker, static_cast<size_t>(std::max<int64_t>(length, 0)));
     r.skip = r.action == "skip";
     r.stop = r.action == "stop";
     r.counts = !r.action.empty() && r.action.front() == 'S';
@@ -119,31 +120,56 @@ void Converter::PrepareOutput() {
   for (const Column& c : columns_) kinds.push_back({c.numeric, c.text});
   formatter_ = RowFormatter(format_, delimiter_, qualifier_, qualify_, std::move(kinds));
   values_.assign(columns_.size(), std::string_view());
+  rowSources_.clear();
+  for (const Column& c : columns_) {
+    rowSources_.push_back(c.slot >= 0 ? &slots_[static_cast<size_t>(c.slot)].rde : &noValue_);
+  }
+  padded_.fill(' ');
+  paddedDirty_ = 0;
   pickupCache_.clear();
+  lastPickup_.assign(markers_.size(), LastPickup());
   errorsSeen_.clear();
   errorsLogged_ = errorsUnlogged_ = 0;
 }
 
+Converter::Segment Converter::Segment::Of(int64_t start, int64_t length) {
+  Segment at;
+  if (start < 1 || length < 0) {
+    at.invalid = true;
+    return at;
+  }
+  const auto width = static_cast<uint64_t>(kLineWidth);
+  const uint64_t offset = std::min(static_cast<uint64_t>(start - 1), width);
+  at.offset = static_cast<uint32_t>(offset);
+  at.count = static_cast<uint32_t>(std::min(static_cast<uint64_t>(length), width - offset));
+  return at;
+}
+
+std::string_view Converter::Padded(std::string_view line) {
+  std::memcpy(padded_.data(), line.data(), line.size());
+  if (paddedDirty_ > line.size()) {
+    std::memset(padded_.data() + line.size(), ' ', paddedDirty_ - line.size());
+  }
+  paddedDirty_ = line.size();
+  return {padded_.data(), padded_.size()};
+}
+
 bool Converter::CheckDataMarker(std::string_view line) {
+  if (line.size() > kLineWidth) line = line.substr(0, kLineWidth);
+  std::string_view padded;  // made when a marker first reads past the line's end
   for (size_t i = 0; i < markers_.size(); ++i) {
     const MarkerRow& m = markers_[i];
+    if (m.rule != '=' && m.rule != 'p' && m.rule != 'x') return true;  // an unknown rule ends the search
+    if (m.at.invalid) [[unlikely]] ThrowInvalidCall("CheckDataMarker");
+    if (!m.at.Within(line) && padded.empty()) padded = Padded(line);
+    const std::string_view seg = m.at.In(m.at.Within(line) ? line : padded);
     bool match;
     switch (m.rule) {
-      case '=': {
-        const std::string_view seg = Mid(line, m.start, m.length, "CheckDataMarker");
-        match = seg.size() == m.marker.size() &&
-                (seg.empty() || (seg.front() == m.marker.front() &&
-                                 std::memcmp(seg.data(), m.marker.data(), seg.size()) == 0));
+      case '=':
+        match = seg.size() == m.marker.size() && SameBytes(seg.data(), m.marker.data(), seg.size());
         break;
-      }
-      case 'p':
-        match = PatternMatch(m.marker, Mid(line, m.start, m.length, "CheckDataMarker"),
-                             static_cast<size_t>(m.length));
-        break;
-      case 'x':
-        match = Mid(line, m.start, m.length, "CheckDataMarker").find(m.marker) != std::string_view::npos;
-        break;
-      default: return true;  // an unknown rule ends the search
+      case 'p': match = m.pattern.Matches(seg); break;
+      default: match = seg.find(m.marker) != std::string_view::npos; break;
     }
     if (match) {
       ProcessDataMarker(i, line);
@@ -219,7 +245,12 @@ const std::vector<Converter::PickupRow>& Converter::PickupRows(size_t marker) {
   const uint64_t key = (static_cast<uint64_t>(marker) << 32) |
                        (static_cast<uint64_t>(static_cast<uint16_t>(state_.CurrentSeq)) << 16) |
                        static_cast<uint16_t>(state_.CurrentGroup);
-  if (auto it = pickupCache_.find(key); it != pickupCache_.end()) return it->second;
+  LastPickup& last = lastPickup_[marker];
+  if (last.key == key) return *last.rows;
+  if (auto it = pickupCache_.find(key); it != pickupCache_.end()) {
+    last = {key, &it->second};
+    return it->second;
+  }
 
   const std::string& name = markers_[marker].action;
   std::string& text = filterText_;
@@ -243,26 +274,22 @@ const std::vector<Converter::PickupRow>& Converter::PickupRows(size_t marker) {
   p.Filter(text);
   for (; !p.IsEOF(); p.MoveNext()) {
     PickupRow r;
-    r.start = static_cast<int32_t>(p.GetInt(col::Pickups::fldSTR));
-    r.length = static_cast<int32_t>(p.GetInt(col::Pickups::fldLEN));
+    r.at = Segment::Of(p.GetInt(col::Pickups::fldSTR), p.GetInt(col::Pickups::fldLEN));
     std::string_view rule = p.GetText(col::Pickups::fldRUL);
     std::string_view act = p.GetText(col::Pickups::fldACT);
     r.value = p.GetText(col::Pickups::fldVAL);
     if (rule == "=") {
-      r.rule = PickRule::Equal;
-      r.act = act == "skip" ? PickAct::Skip : act == "prev" ? PickAct::Prev : PickAct::None;
+      r.op = act == "skip" ? PickOp::StoreOrSkip : act == "prev" ? PickOp::StoreOrPrev : PickOp::Store;
     } else if (rule == "a") {
-      r.rule = PickRule::Action;
-      static constexpr std::pair<std::string_view, PickAct> kActs[] = {
-          {"set", PickAct::Set},   {"seth", PickAct::SetH}, {"cat", PickAct::Cat},
-          {"catv", PickAct::CatV}, {"get", PickAct::Get},   {"getc", PickAct::GetC},
-          {"getz", PickAct::GetZ}, {"hold", PickAct::Hold}, {"keep", PickAct::Keep}};
-      for (auto [word, a] : kActs) {
-        if (act == word) r.act = a;
+      static constexpr std::pair<std::string_view, PickOp> kActs[] = {
+          {"set", PickOp::Set},   {"seth", PickOp::SetH}, {"cat", PickOp::Cat},
+          {"catv", PickOp::CatV}, {"get", PickOp::Get},   {"getc", PickOp::GetC},
+          {"getz", PickOp::GetZ}, {"hold", PickOp::Hold}, {"keep", PickOp::Keep}};
+      for (auto [word, op] : kActs) {
+        if (act == word) r.op = op;
       }
     } else if (rule == "=p") {
-      r.rule = PickRule::EqualPrev;
-      r.act = act == "set" ? PickAct::Set : PickAct::None;
+      r.op = act == "set" ? PickOp::PrevSet : PickOp::PrevKeep;
     }
     const int64_t number = p.GetInt(col::Pickups::fldFLD);
     for (size_t i = 0; i < slots_.size() && r.slot < 0; ++i) {
@@ -271,42 +298,45 @@ const std::vector<Converter::PickupRow>& Converter::PickupRows(size_t marker) {
     rows.push_back(std::move(r));
   }
   p.Filter("");
-  return pickupCache_.emplace(key, std::move(rows)).first->second;
+  last = {key, &pickupCache_.emplace(key, std::move(rows)).first->second};
+  return *last.rows;
 }
 
 void Converter::PickupData(size_t marker, std::string_view line) {
   try {
     for (const PickupRow& r : PickupRows(marker)) {
-      const std::string_view text = Trim(Mid(line, r.start, r.length, "PickupData"));
-      if (r.slot < 0) {
+      if (r.at.invalid) [[unlikely]] ThrowInvalidCall("PickupData");
+      // Blanks past the line's end would be trimmed away: the part the line holds is enough.
+      const std::string_view text = Trim(r.at.Clipped(line));
+      if (r.slot < 0) [[unlikely]] {
         throw QbError(kNoCurrentRecordError, "PickupData", "No output field for this pickup row");
       }
       FieldSlot& f = slots_[static_cast<size_t>(r.slot)];
-      if (r.rule == PickRule::Equal) {
-        if (r.act == PickAct::None || text != r.value) {
-          f.rde.assign(text);
-        } else if (r.act == PickAct::Prev) {
-          f.rde.assign(f.pde.view());
-        }  // "skip": the value equals the word, nothing is stored
-        continue;
-      }
-      if (r.rule == PickRule::EqualPrev) {
-        const int32_t slot = markers_[marker].wait;
-        if (slot < 1 || slot > 10) throw QbError::Runtime(kSubscript, "PickupData");
-        if (r.act == PickAct::Set && f.rde.view() == f.pde.view() &&
-            state_.WaitSeen[static_cast<size_t>(slot)]) {
-          f.rde.assign(r.value);
-        }  // otherwise the field keeps what it had
-        continue;
-      }
-      if (r.rule == PickRule::Other) {
-        f.rde.assign(text);
-        continue;
-      }
-      switch (r.act) {  // rule "a"
-        case PickAct::Set: f.rde.assign(r.value); break;
-        case PickAct::SetH: f.hde.assign(r.value); break;
-        case PickAct::Cat:
+      switch (r.op) {
+        case PickOp::Store: f.rde.assign(text); break;
+        case PickOp::StoreOrSkip:  // a text equal to the word is not stored
+          if (text != r.value) f.rde.assign(text);
+          break;
+        case PickOp::StoreOrPrev:
+          if (text != r.value) {
+            f.rde.assign(text);
+          } else {
+            f.rde.assign(f.pde.view());
+          }
+          break;
+        case PickOp::PrevSet:
+        case PickOp::PrevKeep: {
+          const int32_t slot = markers_[marker].wait;
+          if (slot < 1 || slot > 10) throw QbError::Runtime(kSubscript, "PickupData");
+          if (r.op == PickOp::PrevSet && f.rde.view() == f.pde.view() &&
+              state_.WaitSeen[static_cast<size_t>(slot)]) {
+            f.rde.assign(r.value);
+          }  // otherwise the field keeps what it had
+          break;
+        }
+        case PickOp::Set: f.rde.assign(r.value); break;
+        case PickOp::SetH: f.hde.assign(r.value); break;
+        case PickOp::Cat:
           if (f.rde.empty()) {
             f.rde.assign(text);
           } else {
@@ -316,26 +346,25 @@ void Converter::PickupData(size_t marker, std::string_view line) {
             f.rde.assign(pickValue_);
           }
           break;
-        case PickAct::CatV:
+        case PickOp::CatV:
           pickValue_.assign(f.rde.view());
           pickValue_ += ' ';
           pickValue_ += r.value;
           f.rde.assign(pickValue_);
           break;
-        case PickAct::Get: f.rde.assign(f.hde.view()); break;
-        case PickAct::GetC:
+        case PickOp::Get: f.rde.assign(f.hde.view()); break;
+        case PickOp::GetC:
           f.rde.assign(f.hde.view());
           f.hde.clear();
           break;
-        case PickAct::GetZ:
+        case PickOp::GetZ:
           f.rde.assign(f.hde.view());
           f.hde.assign("0.00");
           break;
-        case PickAct::Hold: f.hde.assign(text); break;
-        case PickAct::Keep:
+        case PickOp::Hold: f.hde.assign(text); break;
+        case PickOp::Keep:
           if (f.rde.empty()) f.rde.assign(text);
           break;
-        default: f.rde.assign(text); break;
       }
     }
   } catch (FatalRunError&) {
@@ -363,31 +392,8 @@ void Converter::WriteLine(int level) {
   }
 
   if (write || state_.LastWriteFlag) {
-    // A sink that formats on its own thread takes the raw values; others get the line too.
-    const bool raw = sink_->WantsRawValues();
     try {
-      if (header) {
-        for (size_t c = 0; c < columns_.size(); ++c) {
-          const Column& col = columns_[c];
-          values_[c] = col.labelSlot >= 0 ? slots_[static_cast<size_t>(col.labelSlot)].rde.view()
-                                          : std::string_view(col.label);
-        }
-        sink_->Write({values_, raw ? std::string_view() : formatter_.Join(values_, true), true});
-      }
-      std::string_view joined;
-      if (write) {
-        for (size_t c = 0; c < columns_.size(); ++c) {
-          const int slot = columns_[c].slot;
-          values_[c] = slot >= 0 ? slots_[static_cast<size_t>(slot)].rde.view() : std::string_view();
-        }
-        if (!raw) {
-          formatter_.Clean(values_);
-          joined = formatter_.Join(values_, false);
-        }
-      }
-      sink_->Write({write ? std::span<const std::string_view>(values_)
-                          : std::span<const std::string_view>(),
-                    joined, false});
+      WriteRow(header, write);
     } catch (FatalRunError&) {
       throw;
     } catch (const QbError& e) {
@@ -402,6 +408,33 @@ void Converter::WriteLine(int level) {
     f.pde.swap(f.rde);
     f.rde.clear();
   }
+}
+
+// A column's label in the header: the value of its label field, or its own.
+std::string_view Converter::ColumnLabel(size_t c) const {
+  const Column& col = columns_[c];
+  if (col.labelSlot >= 0) return slots_[static_cast<size_t>(col.labelSlot)].rde.view();
+  return col.label;
+}
+
+// The header (when `header`) and the row (when `write`, else an empty line) to the sink: the
+// values as they stand for a sink that formats them itself, else cleaned up and joined.
+void Converter::WriteRow(bool header, bool write) {
+  if (header) {
+    for (size_t c = 0; c < columns_.size(); ++c) values_[c] = ColumnLabel(c);
+    sink_->Write({values_, sink_->WantsRawValues() ? std::string_view() : formatter_.Join(values_, true), true});
+  }
+  std::string_view joined;
+  if (write) {
+    for (size_t c = 0; c < columns_.size(); ++c) values_[c] = rowSources_[c]->view();
+    if (!sink_->WantsRawValues()) {
+      formatter_.Clean(values_);
+      joined = formatter_.Join(values_, false);
+    }
+  }
+  sink_->Write({write ? std::span<const std::string_view>(values_)
+                      : std::span<const std::string_view>(),
+                joined, false});
 }
 
 void Converter::ReportLineError(const QbError& e) {

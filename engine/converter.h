@@ -19,6 +19,7 @@
 
 #include "engine/engine.h"
 #include "engine/output_sink.h"
+#include "engine/pattern.h"
 #include "engine/row_formatter.h"
 #include "engine/text.h"
 
@@ -57,8 +58,9 @@ class Converter {
   // The formatting of this run's rows, for a sink that formats them itself.
   const RowFormatter& Formatter() const { return formatter_; }
 
-  // One line piece, exactly kLineWidth characters. Finds the first marker row that matches
-  // and processes it. Errors propagate to the caller, which drops the line.
+  // One line piece, read as kLineWidth characters: cut there, or padded with blanks. Finds
+  // the first marker row that matches and processes it. Errors propagate to the caller,
+  // which drops the line.
   bool CheckDataMarker(std::string_view line);
 
   // Writes the record gathered so far (and the header before the first row), then resets
@@ -80,23 +82,43 @@ class Converter {
   }
   Engine& engine() { return engine_; }
 
-  // The compiled tables, exposed for the window's and the tests' inspection.
+ private:
+  // Where a marker or pickup row reads the line: Mid(line, start, length) worked out once for
+  // the fixed line width. A start below 1 or a negative length is kept as `invalid`, so the
+  // line that reaches the row fails as Mid would.
+  struct Segment {
+    uint32_t offset = 0, count = 0;
+    bool invalid = false;
+    static Segment Of(int64_t start, int64_t length);
+    bool Within(std::string_view line) const { return offset + count <= line.size(); }
+    std::string_view In(std::string_view line) const { return {line.data() + offset, count}; }
+    // The part of the segment the line holds: the rest would be padding blanks.
+    std::string_view Clipped(std::string_view line) const {
+      const size_t from = std::min<size_t>(offset, line.size());
+      return {line.data() + from, std::min<size_t>(count, line.size() - from)};
+    }
+  };
   struct MarkerRow {
-    int32_t start = 0, length = 0;
+    Segment at;
     char rule = 0;
     std::string marker;
     std::string action;  // as stored: text(4), blank-padded
+    CompiledPattern pattern;  // rule "p"
     int32_t group = 0, wait = 0, seq = 0;
     bool subGroup = false, skip = false, stop = false, counts = false;
   };
-
- private:
-  enum class PickRule { Equal, Action, EqualPrev, Other };
-  enum class PickAct { None, Skip, Prev, Set, SetH, Cat, CatV, Get, GetC, GetZ, Hold, Keep };
+  // What a pickup row does, its rule and action in one.
+  enum class PickOp {
+    Store,         // "=" (and any rule but "a", "=p"): the trimmed text
+    StoreOrSkip,   // "=" "skip": the text, unless it equals the value
+    StoreOrPrev,   // "=" "prev": the text, or the previous record's value when it equals the value
+    PrevSet,       // "=p" "set": the value, when the field still has the previous record's
+    PrevKeep,      // "=p" otherwise: nothing
+    Set, SetH, Cat, CatV, Get, GetC, GetZ, Hold, Keep,  // "a" with that action
+  };
   struct PickupRow {
-    int32_t start = 0, length = 0;
-    PickRule rule = PickRule::Other;
-    PickAct act = PickAct::None;
+    Segment at;
+    PickOp op = PickOp::Store;
     std::string value;
     int slot = -1;  // output field row, -1 when the RDF has none of that number
   };
@@ -112,9 +134,12 @@ class Converter {
     int labelSlot;  // field whose value labels this column, or -1
   };
 
+  std::string_view Padded(std::string_view line);
   void ProcessDataMarker(size_t marker, std::string_view line);
   void PickupData(size_t marker, std::string_view line);
   const std::vector<PickupRow>& PickupRows(size_t marker);
+  std::string_view ColumnLabel(size_t c) const;
+  void WriteRow(bool header, bool write);
   bool WaitSlotTest(int32_t slot);
   void WaitSlotReset(int from);
   void SequenceReset();
@@ -133,9 +158,23 @@ class Converter {
   std::vector<MarkerRow> markers_;
   std::vector<FieldSlot> slots_;
   std::vector<Column> columns_;
+  // Per output column, the field value a row takes (an always empty one for a column whose
+  // field is missing).
+  std::vector<const ValueBuffer*> rowSources_;
+  ValueBuffer noValue_;
   int recordSlot_ = -1;  // field 1
   std::unordered_map<uint64_t, std::vector<PickupRow>> pickupCache_;
+  // Per marker, the pickup rows it used last (consecutive lines mostly share them).
+  struct LastPickup {
+    uint64_t key = ~uint64_t{0};
+    const std::vector<PickupRow>* rows = nullptr;
+  };
+  std::vector<LastPickup> lastPickup_;
   std::string filterText_;
+
+  // A line padded with blanks to the full width, for the markers that read past its end.
+  std::array<char, kLineWidth> padded_;
+  size_t paddedDirty_ = kLineWidth;  // how much of padded_ may hold non-blanks
 
   // Per-row scratch, reused so the run allocates nothing once warm.
   std::string pickValue_;

@@ -49,6 +49,7 @@ LineReader::~LineReader() {
 // Moves the unread tail to the front and reads more after it; false when nothing came.
 bool LineReader::fill() {
   if (eof_) return false;
+  formFeed_ = nullptr;
   if (begin_ > 0) {
     std::memmove(buf_.get(), buf_.get() + begin_, end_ - begin_);
     end_ -= begin_;
@@ -97,6 +98,17 @@ bool LineReader::Next(std::string_view& line) {
     }
     scanFrom = begin_ + scanned;
   }
+}
+
+bool LineReader::Next(std::string_view& line, bool& formFeed) {
+  if (!Next(line)) return false;
+  if (formFeed_ == nullptr || formFeed_ < line.data()) {
+    const char* const bufferEnd = buf_.get() + end_;
+    const void* found = std::memchr(line.data(), '\f', static_cast<size_t>(bufferEnd - line.data()));
+    formFeed_ = found ? static_cast<const char*>(found) : bufferEnd;
+  }
+  formFeed = formFeed_ < line.data() + line.size();
+  return true;
 }
 
 }  // namespace qb

@@ -20,6 +20,9 @@ class LineReader {
 
   // The next line, valid until the next call; false at the end of the file.
   bool Next(std::string_view& line);
+  // The same, and whether the line holds a form feed: the buffer is searched for form feeds
+  // once, not each line.
+  bool Next(std::string_view& line, bool& formFeed);
 
   // Size of the file in bytes when it was opened.
   int64_t FileSize() const { return size_; }
@@ -33,6 +36,9 @@ class LineReader {
   size_t capacity_ = 0;
   size_t begin_ = 0, end_ = 0;
   bool eof_ = false;
+  // The next form feed at or after some line start, or the buffer's end when there is
+  // none; null when not yet searched since the buffer last changed.
+  const char* formFeed_ = nullptr;
   std::string_view source_;
 };
 

@@ -25,17 +25,21 @@ TextFileSink::~TextFileSink() {
 }
 
 void TextFileSink::Write(const OutputRow& row) {
-  const size_t need = row.joined.size() + 2;
-  if (used_ + need > buffer_.size()) {
-    flush();
-    if (need > buffer_.size()) buffer_.resize(need);
-  }
+  char* p = Reserve(Cursor(), row.joined.size() + 2);
   if (!row.joined.empty()) {  // an empty line may have no data pointer at all
-    std::memcpy(buffer_.data() + used_, row.joined.data(), row.joined.size());
+    std::memcpy(p, row.joined.data(), row.joined.size());
   }
-  used_ += row.joined.size();
-  buffer_[used_++] = '\r';
-  buffer_[used_++] = '\n';
+  p += row.joined.size();
+  *p++ = '\r';
+  *p++ = '\n';
+  Commit(p);
+}
+
+char* TextFileSink::MakeRoom(char* cursor, size_t n) {
+  Commit(cursor);
+  flush();
+  if (n > buffer_.size()) buffer_.resize(n);
+  return Cursor();
 }
 
 void TextFileSink::flush() {

@@ -20,6 +20,8 @@ struct OutputRow {
   bool header = false;
 };
 
+class TextFileSink;
+
 class OutputSink {
  public:
   virtual ~OutputSink() = default;
@@ -27,6 +29,8 @@ class OutputSink {
   virtual void Write(const OutputRow& row) = 0;
   // Flushes and closes. Throws QbError on failure.
   virtual void Close() = 0;
+  // A text file takes its lines formatted straight into its buffer.
+  virtual TextFileSink* AsTextFile() { return nullptr; }
   // True when the sink formats rows itself: it then gets the columns' raw values and no
   // joined line.
   virtual bool WantsRawValues() const { return false; }
@@ -41,8 +45,20 @@ class TextFileSink final : public OutputSink {
 
   void Write(const OutputRow& row) override;
   void Close() override;
+  TextFileSink* AsTextFile() override { return this; }
+
+  // Writing in place: Cursor is where the next byte goes; Reserve returns a cursor with room
+  // for `n` more bytes, writing out the pending ones first when the buffer is full; Commit
+  // makes everything before `cursor` pending. Throws QbError when writing out fails.
+  char* Cursor() { return buffer_.data() + used_; }
+  char* Reserve(char* cursor, size_t n) {
+    if (static_cast<size_t>(buffer_.data() + buffer_.size() - cursor) >= n) [[likely]] return cursor;
+    return MakeRoom(cursor, n);
+  }
+  void Commit(char* cursor) { used_ = static_cast<size_t>(cursor - buffer_.data()); }
 
  private:
+  char* MakeRoom(char* cursor, size_t n);
   void flush();
 
   int fd_ = -1;

@@ -1,9 +1,9 @@
 #include "engine/pattern.h"
 
+#include <algorithm>
+
 namespace qb {
 namespace {
-
-constexpr std::string_view kPunctuation = ":;,-+_\\*(){}[]@&%$#|!<>?=^";
 
 // One position. `c` is 0 when the segment has no character there; an absent character is
 // not a blank and is found in every class list, as the empty string was by the original's
@@ -50,7 +50,7 @@ bool Match(PatternAt patternAt, std::string_view segment, size_t length) {
         if (!has || c == '.' || c == '?') dSeen = true;
         break;
       default:
-        if (p != 0 && kPunctuation.find(p) != std::string_view::npos && (!has || c != p)) {
+        if (p != 0 && kPatternPunctuation.find(p) != std::string_view::npos && (!has || c != p)) {
           return false;
         }
         break;
@@ -68,6 +68,39 @@ bool PatternMatch(std::string_view pattern, std::string_view segment, size_t len
 
 bool MatchesClass(char cls, std::string_view text) {
   return Match([cls](size_t) { return cls; }, text, text.size());
+}
+
+CompiledPattern::CompiledPattern(std::string_view pattern, size_t length)
+    : pattern_(pattern), length_(length) {
+  using namespace pattern_classes;
+  const size_t used = std::min(pattern.size(), length);
+  for (size_t i = 0; i < used;) {
+    const char p = pattern[i];
+    const auto at = static_cast<uint32_t>(i);
+    uint64_t cls = 0;
+    switch (p) {
+      case 'x': cls = kNotBlank; break;
+      case 'b': cls = kBlank; break;
+      case 'n': cls = kDigit; break;
+      case '.': cls = kDot; break;
+      case '/': cls = kSlash; break;
+      case 's':
+      case 'd': {
+        size_t end = i;
+        while (end < used && pattern[end] == p) ++end;
+        checks_.push_back({at, static_cast<uint32_t>(end - i), p == 's' ? kNotBlank : kDot});
+        i = end;
+        continue;
+      }
+      default:
+        if (size_t k = kPatternPunctuation.find(p); p != 0 && k != std::string_view::npos) {
+          cls = kFirstPunctuation << k;
+        }
+        break;
+    }
+    if (cls != 0) checks_.push_back({at, 1, cls});
+    ++i;
+  }
 }
 
 }  // namespace qb

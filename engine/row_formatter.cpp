@@ -1,7 +1,10 @@
 #include "engine/row_formatter.h"
 
+#include <bit>
 #include <cstdint>
 #include <cstring>
+
+#include "engine/text.h"
 
 namespace qb {
 namespace {
@@ -19,73 +22,70 @@ struct ByteSet {
   bool operator()(char c) const { return in[static_cast<unsigned char>(c)]; }
   bool in[256] = {};
 };
-constexpr ByteSet kNumericDrop("()%#*$,+-cdr", /*bothCases=*/true);
+// The characters the clean-up drops, and the blank, which it drops only at the ends.
+constexpr ByteSet kNumericSpecial("()%#*$,+-cdr ", /*bothCases=*/true);
 
-// Copies `n` bytes; short values (most report fields) without a library call.
-inline char* CopyBytes(char* dst, const char* src, size_t n) {
-  if (n <= 16) {
-    if (n >= 8) {
-      std::memcpy(dst, src, 8);
-      std::memcpy(dst + n - 8, src + n - 8, 8);
-    } else if (n >= 4) {
-      std::memcpy(dst, src, 4);
-      std::memcpy(dst + n - 4, src + n - 4, 4);
-    } else {
-      for (size_t i = 0; i < n; ++i) dst[i] = src[i];
-    }
-    return dst + n;
-  }
-  std::memcpy(dst, src, n);
-  return dst + n;
+// True when the word holds a comma or a double quote: the usual "has a zero byte" test on
+// the word XORed with each character repeated.
+inline bool WordHasCsvSpecial(uint64_t w) {
+  constexpr uint64_t kOnes = 0x0101010101010101ULL, kHighs = 0x8080808080808080ULL;
+  auto hasZero = [](uint64_t x) { return ((x - kOnes) & ~x & kHighs) != 0; };
+  return hasZero(w ^ (kOnes * ',')) || hasZero(w ^ (kOnes * '"'));
 }
 
-// True when `v` holds a comma or a double quote: eight bytes at a time, with the usual
-// "has a zero byte" test on the word XORed with each character repeated.
-bool HasCsvSpecial(std::string_view v) {
-  constexpr uint64_t kOnes = 0x0101010101010101ULL, kHighs = 0x8080808080808080ULL;
-  constexpr uint64_t kCommas = kOnes * ',', kQuotes = kOnes * '"';
-  auto hasZero = [](uint64_t x) { return ((x - kOnes) & ~x & kHighs) != 0; };
-  size_t i = 0;
-  for (; i + 8 <= v.size(); i += 8) {
-    uint64_t w;
-    std::memcpy(&w, v.data() + i, 8);
-    if (hasZero(w ^ kCommas) || hasZero(w ^ kQuotes)) return true;
+inline uint64_t LoadWord(const char* p) {
+  uint64_t w;
+  std::memcpy(&w, p, 8);
+  return w;
+}
+
+// The first `n` (below 8) bytes of a word as loaded from memory; the others zero, which is
+// neither a comma nor a quote.
+inline uint64_t FirstBytes(uint64_t w, size_t n) {
+  if constexpr (std::endian::native == std::endian::little) {
+    return w & ((uint64_t{1} << (8 * n)) - 1);
+  } else {
+    return n == 0 ? 0 : w & ~((uint64_t{1} << (8 * (8 - n))) - 1);
   }
-  for (; i < v.size(); ++i) {
-    if (v[i] == ',' || v[i] == '"') return true;
-  }
-  return false;
 }
 
 }  // namespace
 
 RowFormatter::RowFormatter(OutputFormat format, std::string delimiter, std::string qualifier,
                            bool qualify, std::vector<Column> columns)
-    : format_(format),
-      delimiter_(std::move(delimiter)),
+    : delimiter_(std::move(delimiter)),
       qualifier_(std::move(qualifier)),
-      qualify_(qualify),
-      columns_(std::move(columns)),
-      cleaned_(columns_.size()) {}
-
-void RowFormatter::Clean(std::vector<std::string_view>& values) {
-  for (size_t c = 0; c < values.size() && c < columns_.size(); ++c) {
-    if (columns_[c].numeric) values[c] = NumericCleanUp(values[c], cleaned_[c]);
+      extra_(2 * qualifier_.size() + delimiter_.size() + 2 + 8),
+      cleaned_(columns.size()) {
+  const bool csv = format == OutputFormat::Csv;
+  const bool qualified = format == OutputFormat::Txt && qualify && !qualifier_.empty();
+  const Kind textKind = csv ? Kind::CsvText : qualified ? Kind::Qualified : Kind::Plain;
+  for (const Column& c : columns) {
+    columns_.push_back({c.numeric ? Kind::Numeric : c.text ? textKind : Kind::Plain,
+                        csv || c.text ? textKind : Kind::Plain});
   }
 }
 
-// "1,234.50CR" -> "-1234.50", "(12.00)" -> "-12.00": a value with "(", "-" or "cr" is
-// negative; the characters of "()%#*$,+-cdr" (any case) go; blanks at both ends go.
-std::string_view RowFormatter::NumericCleanUp(std::string_view value, std::string& out) {
-  // Room for the sign in front of the kept text; the kept text is never longer than value.
-  if (out.size() < value.size() + 1) out.resize(value.size() + 1);
-  char* kept = out.data() + 1;
+void RowFormatter::Clean(std::vector<std::string_view>& values) {
+  for (size_t c = 0; c < values.size() && c < columns_.size(); ++c) {
+    if (columns_[c].rowKind != Kind::Numeric) continue;
+    std::string& out = cleaned_[c];
+    if (out.size() < values[c].size() + 1) out.resize(values[c].size() + 1);
+    values[c] = std::string_view(out.data(), CleanNumber(values[c], out.data()));
+  }
+}
+
+size_t RowFormatter::CleanNumber(std::string_view value, char* out) {
   size_t n = 0;
   bool negative = false;
   for (size_t i = 0; i < value.size(); ++i) {
     const char c = value[i];
-    if (!kNumericDrop(c)) {
-      kept[n++] = c;
+    if (!kNumericSpecial(c)) {
+      out[n++] = c;
+      continue;
+    }
+    if (c == ' ') {
+      if (n > 0) out[n++] = c;  // blanks before the first kept character go
       continue;
     }
     if (c == '(' || c == '-' ||
@@ -93,69 +93,59 @@ std::string_view RowFormatter::NumericCleanUp(std::string_view value, std::strin
       negative = true;
     }
   }
-  size_t begin = 0;
-  while (begin < n && kept[begin] == ' ') ++begin;
-  while (n > begin && kept[n - 1] == ' ') --n;
+  while (n > 0 && out[n - 1] == ' ') --n;
   if (negative) {
-    kept[begin - 1] = '-';
-    return std::string_view(kept + begin - 1, n - begin + 1);
+    std::memmove(out + 1, out, n);
+    out[0] = '-';
+    ++n;
   }
-  return std::string_view(kept + begin, n - begin);
+  return n;
 }
 
-char* RowFormatter::PutQualified(char* p, std::string_view value, bool text) const {
-  auto put = [&p](std::string_view v) { p = CopyBytes(p, v.data(), v.size()); };
-  if (format_ == OutputFormat::Csv) {
-    if (!text || !HasCsvSpecial(value)) {
-      put(value);
-      return p;
-    }
-    *p++ = '"';
-    for (char c : value) {
-      if (c == '"') *p++ = '"';
-      *p++ = c;
-    }
-    *p++ = '"';
-    return p;
+bool RowFormatter::HasCsvSpecialAt(const char* p, size_t n) {
+  if (n < 8) return WordHasCsvSpecial(FirstBytes(LoadWord(p), n));
+  for (size_t i = 0; i + 8 < n; i += 8) {
+    if (WordHasCsvSpecial(LoadWord(p + i))) return true;
   }
-  if (format_ != OutputFormat::Txt || !qualify_ || !text || value.empty() || qualifier_.empty()) {
-    put(value);
-    return p;
+  return WordHasCsvSpecial(LoadWord(p + n - 8));  // overlaps the word before
+}
+
+char* RowFormatter::PutCsvQuoted(char* p, std::string_view value) {
+  *p++ = '"';
+  for (char c : value) {
+    if (c == '"') *p++ = '"';
+    *p++ = c;
   }
-  put(qualifier_);
+  *p++ = '"';
+  return p;
+}
+
+// An empty value is written bare.
+char* RowFormatter::PutQualified(char* p, std::string_view value) const {
+  if (value.empty()) return p;
+  p = PutBytes(p, qualifier_);
   for (size_t i = 0; i < value.size();) {
     if (value.compare(i, qualifier_.size(), qualifier_) == 0) {
-      put(qualifier_);
-      put(qualifier_);
+      p = PutBytes(p, qualifier_);
+      p = PutBytes(p, qualifier_);
       i += qualifier_.size();
     } else {
       *p++ = value[i++];
     }
   }
-  put(qualifier_);
-  return p;
+  return PutBytes(p, qualifier_);
 }
 
 std::string_view RowFormatter::Join(const std::vector<std::string_view>& values, bool header) {
-  // Room for the worst case: every character doubled by qualifying, two qualifiers and a
-  // delimiter per column.
   size_t bound = 0;
-  const size_t extra = 2 * qualifier_.size() + delimiter_.size() + 2;
-  for (std::string_view v : values) bound += 2 * v.size() + extra;
+  for (size_t c = 0; c < columns_.size(); ++c) bound += ColumnBound(values[c]);
   if (line_.size() < bound) line_.resize(bound + line_.size());
   char* const begin = line_.data();
   char* p = begin;
-  const bool oneCharDelimiter = delimiter_.size() == 1;
-  const bool csvHeader = header && format_ == OutputFormat::Csv;
   for (size_t c = 0; c < columns_.size(); ++c) {
-    if (c > 0) {
-      if (oneCharDelimiter) {
-        *p++ = delimiter_[0];
-      } else {
-        p = CopyBytes(p, delimiter_.data(), delimiter_.size());
-      }
-    }
-    p = PutQualified(p, values[c], csvHeader || columns_[c].text);
+    if (c > 0) p = PutDelimiter(p);
+    const Kind kind = header ? columns_[c].headerKind : columns_[c].rowKind;
+    p = Put(p, kind == Kind::Numeric ? Kind::Plain : kind, values[c]);  // cleaned up already
   }
   return std::string_view(begin, static_cast<size_t>(p - begin));
 }

@@ -1,13 +1,18 @@
 #pragma once
 // Turns a record's column values into an output line: the numeric clean-up of "n" columns,
-// qualifying (.txt) or quoting (.csv) of text columns, and joining with the delimiter. It
-// owns its scratch buffers, so each thread that formats rows has its own.
+// qualifying (.txt) or quoting (.csv) of text columns, and joining with the delimiter.
+//
+// A text file's rows are formatted column by column straight into the file's buffer
+// (ColumnBound, PutColumn); the spreadsheet takes the cleaned-up values and the joined line
+// (Clean, Join), which live in this formatter's own buffers.
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "engine/output_sink.h"
+#include "engine/text.h"
 
 namespace qb {
 
@@ -22,24 +27,73 @@ class RowFormatter {
   RowFormatter(OutputFormat format, std::string delimiter, std::string qualifier, bool qualify,
                std::vector<Column> columns);
 
+  size_t ColumnCount() const { return columns_.size(); }
+
+  // The most bytes PutColumn can write for `value`: every character doubled by qualifying,
+  // two qualifiers and the delimiter, and a word of slack that lets the comma test read
+  // whole words.
+  size_t ColumnBound(std::string_view value) const { return 2 * value.size() + extra_; }
+
+  // Writes column `c` at `p` (after the delimiter, unless it is the first column) and returns
+  // the end; `p` has ColumnBound(value) bytes of room. A row's numeric values are cleaned up
+  // on the way; a header's labels are not, and in .csv they are all text.
+  char* PutColumn(char* p, size_t c, std::string_view value, bool header) const {
+    if (c > 0) p = PutDelimiter(p);
+    return Put(p, header ? columns_[c].headerKind : columns_[c].rowKind, value);
+  }
+
   // Replaces numeric values by their cleaned-up text (views into this formatter's buffers,
   // valid until the next call).
   void Clean(std::vector<std::string_view>& values);
-  // The joined line (valid until the next call). A header's labels are all text in .csv.
+  // The joined line of values already cleaned up (valid until the next call).
   std::string_view Join(const std::vector<std::string_view>& values, bool header);
 
   // "1,234.50CR" -> "-1234.50", "(12.00)" -> "-12.00": a value holding "(", "-" or "cr" is
   // negative; the characters of "()%#*$,+-cdr" (any case) go; blanks at both ends go.
-  static std::string_view NumericCleanUp(std::string_view value, std::string& scratch);
+  // Writes the result at `out` (room for value.size() + 1 bytes) and returns its length.
+  static size_t CleanNumber(std::string_view value, char* out);
 
  private:
-  char* PutQualified(char* p, std::string_view value, bool text) const;
+  // How a value is written.
+  enum class Kind : uint8_t {
+    Plain,      // as it stands
+    Numeric,    // cleaned up
+    CsvText,    // in double quotes when it holds a comma or a double quote
+    Qualified,  // .txt with qualifying on: between qualifiers, inner qualifiers doubled
+  };
+  struct ColumnKinds {
+    Kind rowKind, headerKind;
+  };
 
-  OutputFormat format_ = OutputFormat::Txt;
+  char* Put(char* p, Kind kind, std::string_view value) const {
+    switch (kind) {
+      case Kind::Plain: break;
+      case Kind::Numeric: return p + CleanNumber(value, p);
+      case Kind::CsvText: {
+        char* end = PutBytes(p, value);
+        return HasCsvSpecialAt(p, value.size()) ? PutCsvQuoted(p, value) : end;
+      }
+      case Kind::Qualified: return PutQualified(p, value);
+    }
+    return PutBytes(p, value);
+  }
+  // Tests the `n` bytes at `p`, which has a word of room after them.
+  static bool HasCsvSpecialAt(const char* p, size_t n);
+  static char* PutCsvQuoted(char* p, std::string_view value);
+  char* PutQualified(char* p, std::string_view value) const;
+  char* PutDelimiter(char* p) const {
+    if (delimiter_.size() == 1) {
+      *p = delimiter_[0];
+      return p + 1;
+    }
+    return PutBytes(p, delimiter_);
+  }
+  static char* PutBytes(char* p, std::string_view v) { return CopyBytes(p, v.data(), v.size()); }
+
   std::string delimiter_;
   std::string qualifier_;
-  bool qualify_ = false;
-  std::vector<Column> columns_;
+  size_t extra_ = 0;
+  std::vector<ColumnKinds> columns_;
   std::vector<std::string> cleaned_;
   std::string line_;  // sized to the longest line so far
 };

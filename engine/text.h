@@ -23,6 +23,59 @@ inline std::string_view Mid(std::string_view s, int64_t start, int64_t length,
   return s.substr(static_cast<size_t>(start - 1), static_cast<size_t>(length));
 }
 
+namespace text_detail {
+template <typename Word>
+inline Word Load(const char* p) {
+  Word w;
+  std::memcpy(&w, p, sizeof w);
+  return w;
+}
+// The first and last words of `n` bytes (sizeof(Word) <= n <= 2 * sizeof(Word)), which
+// overlap when n is below twice the word size.
+template <typename Word>
+inline void CopyHeadTail(char* dst, const char* src, size_t n) {
+  const Word head = Load<Word>(src), tail = Load<Word>(src + n - sizeof(Word));
+  std::memcpy(dst, &head, sizeof head);
+  std::memcpy(dst + n - sizeof(Word), &tail, sizeof tail);
+}
+template <typename Word>
+inline bool SameHeadTail(const char* a, const char* b, size_t n) {
+  const size_t last = n - sizeof(Word);
+  return ((Load<Word>(a) ^ Load<Word>(b)) | (Load<Word>(a + last) ^ Load<Word>(b + last))) == 0;
+}
+}  // namespace text_detail
+
+// Copies `n` bytes from `src` to `dst` and returns the end of the copy. Short values (most
+// report fields) are copied in two overlapping words, without a library call; every byte is
+// loaded before any is stored, so `src` and `dst` may overlap when n is at most 16.
+[[gnu::always_inline]] inline char* CopyBytes(char* dst, const char* src, size_t n) {
+  if (n > 16) {
+    std::memmove(dst, src, n);
+  } else if (n >= 8) {
+    text_detail::CopyHeadTail<uint64_t>(dst, src, n);
+  } else if (n >= 4) {
+    text_detail::CopyHeadTail<uint32_t>(dst, src, n);
+  } else if (n > 0) {
+    const char first = src[0], middle = src[n / 2], last = src[n - 1];
+    dst[0] = first;
+    dst[n / 2] = middle;
+    dst[n - 1] = last;
+  }
+  return dst + n;
+}
+
+// True when the `n` bytes at `a` and `b` are equal; short runs (most markers) compared in two
+// overlapping words, without a library call.
+inline bool SameBytes(const char* a, const char* b, size_t n) {
+  if (n > 16) return std::memcmp(a, b, n) == 0;
+  if (n >= 8) return text_detail::SameHeadTail<uint64_t>(a, b, n);
+  if (n >= 4) return text_detail::SameHeadTail<uint32_t>(a, b, n);
+  for (size_t i = 0; i < n; ++i) {
+    if (a[i] != b[i]) return false;
+  }
+  return true;
+}
+
 // A value kept across lines: its buffer only grows, so storing a value on the per-line path
 // is a length check and a copy, without the library calls of std::string::assign.
 class ValueBuffer {
@@ -38,9 +91,10 @@ class ValueBuffer {
 
   std::string_view view() const { return {buf_.get(), len_}; }
   bool empty() const { return len_ == 0; }
-  void assign(std::string_view v) {
-    if (cap_ < v.size()) grow(v.size());
-    if (!v.empty()) std::memmove(buf_.get(), v.data(), v.size());
+  // Inlined even where the compiler would not: it is the per-pickup store.
+  [[gnu::always_inline]] void assign(std::string_view v) {
+    if (cap_ < v.size()) [[unlikely]] grow(v.size());
+    CopyBytes(buf_.get(), v.data(), v.size());
     len_ = v.size();
   }
   void clear() { len_ = 0; }

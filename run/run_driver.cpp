@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "engine/line_reader.h"
+#include "engine/piped_text_sink.h"
 #include "engine/progress.h"
 #include "preprocess/dff.h"
 #include "preprocess/pdf.h"
@@ -82,18 +83,13 @@ bool RunDriver::Run(const std::filesystem::path& report, const std::filesystem::
   return ok;
 }
 
-// Pads or cuts a piece to the line width and hands it on; a dropped line's error is reported
-// and the run goes on.
+// Counts a piece and hands it on; a dropped line's error is reported and the run goes on.
 void RunDriver::HandLine(std::string_view piece) {
   int64_t n = linesProcessed_.load(std::memory_order_relaxed) + 1;
   if (n > std::numeric_limits<int32_t>::max()) throw QbError::Runtime(kOverflow, "Process");
   linesProcessed_.store(n, std::memory_order_relaxed);
-  const size_t len = std::min(piece.size(), sizeof line_);
-  std::memcpy(line_, piece.data(), len);
-  if (dirty_ > len) std::memset(line_ + len, ' ', dirty_ - len);
-  dirty_ = len;
   try {
-    converter_.CheckDataMarker(std::string_view(line_, sizeof line_));
+    converter_.CheckDataMarker(piece);
   } catch (FatalRunError&) {
     throw;
   } catch (const QbError& e) {
@@ -105,8 +101,6 @@ void RunDriver::Process(const std::filesystem::path& report, const std::filesyst
   const RunLog& log = engine_.app().Log();
   UserInterface& ui = engine_.app().ui();
   RunState& state = converter_.State();
-  std::memset(line_, ' ', sizeof line_);
-  dirty_ = 0;
 
   turboFile_.clear();
   spreadsheet_.reset();
@@ -117,7 +111,7 @@ void RunDriver::Process(const std::filesystem::path& report, const std::filesyst
   std::unique_ptr<OutputSink> textSink;
   OutputSink* sink = nullptr;
   if (!xlsOutput) {
-    textSink = std::make_unique<TextFileSink>(output, "Process");
+    textSink = std::make_unique<PipedTextSink>(output, "Process", converter_.Formatter());
     sink = textSink.get();
   } else if (mode != 6) {
     spreadsheet_ = std::make_unique<SpreadsheetRun>(engine_, state, converter_.ColumnTypes(), mode);
@@ -130,7 +124,7 @@ void RunDriver::Process(const std::filesystem::path& report, const std::filesyst
     if (fd < 0) throw ErrorFromErrno(errno, "Process").at(std::filesystem::path(name).parent_path());
     ::close(fd);
     turboFile_ = name;
-    textSink = std::make_unique<TextFileSink>(turboFile_, "Process");
+    textSink = std::make_unique<PipedTextSink>(turboFile_, "Process", converter_.Formatter());
     sink = textSink.get();
   }
   converter_.SetSink(sink);
@@ -140,10 +134,12 @@ void RunDriver::Process(const std::filesystem::path& report, const std::filesyst
                                                        : "Generating Output File ...");
     ByteProgress progress(ui, size);
     std::string_view line;
-    while (!state.CancelFlag.load(std::memory_order_relaxed) && !state.StopFlag && reader.Next(line)) {
+    bool formFeed = false;
+    while (!state.CancelFlag.load(std::memory_order_relaxed) && !state.StopFlag &&
+           reader.Next(line, formFeed)) {
       progress.AddLine(line.size());
       // A form feed ends a piece and is dropped; a line holding only one gives two pieces.
-      for (size_t ff; (ff = line.find('\f')) != std::string_view::npos;) {
+      for (size_t ff; formFeed && (ff = line.find('\f')) != std::string_view::npos;) {
         HandLine(line.substr(0, ff));
         line.remove_prefix(ff + 1);
       }

@@ -75,8 +75,6 @@ class RunDriver {
   std::optional<QbError> lastError_;
   bool processFailed_ = false;
   std::atomic<int64_t> linesProcessed_{0};
-  char line_[Converter::kLineWidth];
-  size_t dirty_ = Converter::kLineWidth;  // how much of line_ may hold non-blanks
 };
 
 }  // namespace qb

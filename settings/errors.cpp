@@ -73,8 +73,6 @@ Int ParseInt(std::string_view text, std::string_view source) {
   return static_cast<Int>(value);
 }
 
-bool IsBlank(char c) { return c == ' '; }
-
 }  // namespace
 
 int16_t ParseInt16(std::string_view text, std::string_view source) {
@@ -82,16 +80,6 @@ int16_t ParseInt16(std::string_view text, std::string_view source) {
 }
 int32_t ParseInt32(std::string_view text, std::string_view source) {
   return ParseInt<int32_t>(text, source);
-}
-
-std::string_view Trim(std::string_view s) {
-  while (!s.empty() && IsBlank(s.front())) s.remove_prefix(1);
-  return TrimRight(s);
-}
-
-std::string_view TrimRight(std::string_view s) {
-  while (!s.empty() && IsBlank(s.back())) s.remove_suffix(1);
-  return s;
 }
 
 bool EqualsNoCase(std::string_view a, std::string_view b) {

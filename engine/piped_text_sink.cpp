@@ -1,0 +1,159 @@
+#include "engine/piped_text_sink.h"
+
+#include <cstdint>
+#include <cstring>
+
+#include "engine/text.h"
+
+namespace qb {
+namespace {
+
+// Three batches: one being filled, one being written, one waiting, so neither thread waits
+// for the other while their speeds stay close.
+constexpr size_t kBatches = 3;
+constexpr size_t kBatchSize = 256 * 1024;
+
+// A batch is a run of rows. Each row: a kind byte, then (for values and labels) a 32-bit
+// column count and, per column, a 32-bit length and the bytes.
+enum RowKind : char { kEmptyLine, kValues, kLabels };
+
+char* PutU32(char* p, uint32_t v) {
+  std::memcpy(p, &v, 4);
+  return p + 4;
+}
+uint32_t GetU32(const char*& p) {
+  uint32_t v;
+  std::memcpy(&v, p, 4);
+  p += 4;
+  return v;
+}
+
+}  // namespace
+
+PipedTextSink::PipedTextSink(const std::filesystem::path& path, std::string_view source,
+                             RowFormatter formatter)
+    : file_(path, source), formatter_(std::move(formatter)), batches_(kBatches) {
+  for (Batch& b : batches_) {
+    b.data = std::make_unique_for_overwrite<char[]>(kBatchSize);
+    b.capacity = kBatchSize;
+    free_.push_back(&b);
+  }
+  current_ = free_.back();
+  free_.pop_back();
+  writer_ = std::thread([this] { WriterLoop(); });
+}
+
+PipedTextSink::~PipedTextSink() { Stop(/*drop=*/true); }
+
+void PipedTextSink::Write(const OutputRow& row) {
+  const bool empty = row.columns.empty() && !row.header;
+  size_t need = 1;
+  if (!empty) {
+    need += 4 + 4 * row.columns.size();
+    for (std::string_view v : row.columns) need += v.size();
+  }
+  if (current_->used + need > current_->capacity) {
+    if (current_->used > 0) Submit();
+    if (need > current_->capacity) {  // a row longer than a batch
+      current_->data = std::make_unique_for_overwrite<char[]>(need);
+      current_->capacity = need;
+    }
+  }
+  char* p = current_->data.get() + current_->used;
+  *p++ = empty ? kEmptyLine : row.header ? kLabels : kValues;
+  if (!empty) {
+    p = PutU32(p, static_cast<uint32_t>(row.columns.size()));
+    for (std::string_view v : row.columns) {
+      p = PutU32(p, static_cast<uint32_t>(v.size()));
+      p = CopyBytes(p, v.data(), v.size());
+    }
+  }
+  current_->used = static_cast<size_t>(p - current_->data.get());
+}
+
+// Queues the current batch for the writer and takes a free one, waiting for it if need be.
+void PipedTextSink::Submit() {
+  std::unique_lock lock(mutex_);
+  if (error_) throw *error_;
+  full_.push_back(current_);
+  current_ = nullptr;
+  changed_.notify_all();
+  // The writer hands every batch back, written or (after a failure) skipped.
+  changed_.wait(lock, [this] { return !free_.empty(); });
+  current_ = free_.back();
+  free_.pop_back();
+  current_->used = 0;
+  if (error_) throw *error_;
+}
+
+void PipedTextSink::Close() {
+  if (!writer_.joinable()) return;
+  if (current_->used > 0) Submit();
+  Stop(/*drop=*/false);
+  if (error_) throw *error_;
+  file_.Close();
+}
+
+void PipedTextSink::Stop(bool drop) {
+  {
+    std::lock_guard lock(mutex_);
+    stopping_ = true;
+    drop_ = drop;
+  }
+  changed_.notify_all();
+  if (writer_.joinable()) writer_.join();
+}
+
+void PipedTextSink::WriterLoop() {
+  for (;;) {
+    Batch* batch;
+    bool skip;
+    {
+      std::unique_lock lock(mutex_);
+      changed_.wait(lock, [this] { return !full_.empty() || stopping_; });
+      if (full_.empty() || drop_) return;
+      batch = full_.front();
+      full_.erase(full_.begin());
+      skip = error_.has_value();
+    }
+    std::optional<QbError> failed;
+    if (!skip) {
+      try {
+        WriteBatch(*batch);
+      } catch (const QbError& e) {
+        failed = e;
+      }
+    }
+    {
+      std::lock_guard lock(mutex_);
+      if (failed) error_ = std::move(failed);
+      free_.push_back(batch);
+    }
+    changed_.notify_all();
+  }
+}
+
+void PipedTextSink::WriteBatch(const Batch& batch) {
+  const char* in = batch.data.get();
+  const char* const end = in + batch.used;
+  char* p = file_.Cursor();
+  while (in < end) {
+    const char kind = *in++;
+    if (kind != kEmptyLine) {
+      const uint32_t columns = GetU32(in);
+      for (uint32_t c = 0; c < columns; ++c) {
+        const uint32_t length = GetU32(in);
+        const std::string_view value(in, length);
+        in += length;
+        p = file_.Reserve(p, formatter_.ColumnBound(value));
+        p = formatter_.PutColumn(p, c, value, kind == kLabels);
+      }
+    }
+    p = file_.Reserve(p, 2);
+    *p++ = '\r';
+    *p++ = '\n';
+  }
+  file_.Commit(p);
+}
+
+}  // namespace qb

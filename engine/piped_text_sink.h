@@ -1,0 +1,63 @@
+#pragma once
+// A text file written by a second thread. The run hands over each row's values, copied into
+// batches; the writer thread formats them (numeric clean-up, quoting, joining) and writes the
+// file, while the run's own thread goes on recognising lines and picking up values.
+
+#include <condition_variable>
+#include <filesystem>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "engine/output_sink.h"
+#include "engine/row_formatter.h"
+#include "settings/errors.h"
+
+namespace qb {
+
+class PipedTextSink final : public OutputSink {
+ public:
+  // Creates the file (replacing one of that name) and starts the writer. Throws QbError
+  // naming `source`.
+  PipedTextSink(const std::filesystem::path& path, std::string_view source, RowFormatter formatter);
+  // Stops the writer. Rows not yet written are dropped: only a failed run gets here without
+  // Close.
+  ~PipedTextSink() override;
+
+  // Copies the row's values for the writer. Throws the QbError writing the file failed with.
+  void Write(const OutputRow& row) override;
+  // Waits until every row is written, then closes the file. Throws QbError on failure.
+  void Close() override;
+  bool WantsRawValues() const override { return true; }
+
+ private:
+  struct Batch {
+    std::unique_ptr<char[]> data;
+    size_t capacity = 0;
+    size_t used = 0;
+  };
+  void Submit();
+  void Stop(bool drop);
+  void WriterLoop();
+  void WriteBatch(const Batch& batch);
+
+  TextFileSink file_;
+  const RowFormatter formatter_;
+
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::vector<Batch> batches_;
+  std::vector<Batch*> full_;  // in order, oldest first
+  std::vector<Batch*> free_;
+  bool stopping_ = false;
+  bool drop_ = false;
+  std::optional<QbError> error_;
+  std::thread writer_;
+
+  Batch* current_ = nullptr;  // filled by the run's thread, outside the lock
+};
+
+}  // namespace qb
