@@ -3,6 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <random>
+
 #include "engine/pattern.h"
 #include "run/run_driver.h"
 #include "tests/engine_fixture.h"
@@ -83,6 +86,29 @@ TEST(Pattern, ClassesAndRuns) {
   EXPECT_TRUE(PatternMatch("x", "", 1));
   EXPECT_TRUE(MatchesClass('n', "2026"));
   EXPECT_FALSE(MatchesClass('n', "20x6"));
+}
+
+// The compiled form the run uses must answer as the general match does, for segments of
+// every length against patterns of every class, the s and d runs and the absent positions.
+TEST(Pattern, CompiledPatternAgreesWithTheGeneralMatch) {
+  std::mt19937 random(20261122);
+  auto pick = [&random](std::string_view from, size_t n) {
+    std::string out;
+    for (size_t i = 0; i < n; ++i) out += from[random() % from.size()];
+    return out;
+  };
+  int matched = 0, failed = 0;
+  for (int i = 0; i < 20000; ++i) {
+    const std::string pattern = pick("xbn./sdd(-?A ", random() % 10);
+    const size_t length = pattern.size() + random() % 4;
+    const std::string segment = pick(" 0129./-(?aZ", random() % (length + 2));
+    const bool expected = PatternMatch(pattern, segment, length);
+    ASSERT_EQ(CompiledPattern(pattern, length).Matches(segment), expected)
+        << "pattern \"" << pattern << "\" length " << length << " segment \"" << segment << "\"";
+    (expected ? matched : failed)++;
+  }
+  EXPECT_GT(matched, 1000);  // both answers were tested often
+  EXPECT_GT(failed, 1000);
 }
 
 TEST_F(ConvertTest, FirstMatchingRowWinsAndAnUnknownRuleEndsTheSearch) {
@@ -190,6 +216,50 @@ TEST_F(ConvertTest, LinePiecesFormFeedsAndLongLines) {
   // An empty report: no line, and the final write still gives the header and a row.
   EXPECT_EQ(Convert(rdf, ""), (Lines{"Piece", ""}));
   EXPECT_EQ(driver_->Stats().linesProcessed, 0);
+}
+
+// A report of several megabytes: rows cross the writer's batches and the reader's buffer
+// refills, form feeds land anywhere, and every row comes out once, in order.
+TEST_F(ConvertTest, LargeReportKeepsEveryRowInOrder) {
+  const std::string rdf = MakeRdf("1,=,D,0,1,DET", "DET,0,0,1,3,7,=,,|DET,0,0,2,12,14,=,,",
+                                  "1,y,c,1,0,Number,|2,y,n,2,0,Amount,");
+  std::string report;
+  Lines expected{"Number,Amount"};
+  for (int i = 0; i < 60000; ++i) {
+    const std::string number = std::to_string(1000000 + i);
+    const std::string amount = std::to_string(i % 1000) + ",234.5" + std::to_string(i % 10);
+    std::string line = "D " + number + "  " + std::string(12 - amount.size(), ' ') + amount +
+                       (i % 3 ? "CR" : "  ") + std::string(30 + i % 17, ' ') + "NOTES";
+    if (i % 37 == 0) line += "\f";  // ends a page: an empty piece follows
+    report += line + "\n";
+    expected.push_back(number + "," + (i % 3 ? "-" : "") + std::to_string(i % 1000) + "234.5" +
+                       std::to_string(i % 10));
+  }
+  ASSERT_GT(report.size(), 3u << 20);  // three reader buffers; the rows fill several batches
+  EXPECT_EQ(Convert(rdf, report), expected);
+  EXPECT_EQ(driver_->Stats().linesProcessed, 60000 + (60000 + 36) / 37);
+  // Progress grew one percent at a time to 100, each step reported once.
+  ASSERT_FALSE(ui_.percents.empty());
+  EXPECT_LE(ui_.percents.front(), 1);
+  EXPECT_EQ(ui_.percents.back(), 100);
+  EXPECT_TRUE(std::adjacent_find(ui_.percents.begin(), ui_.percents.end(),
+                                 [](int a, int b) { return b != a + 1; }) == ui_.percents.end());
+}
+
+// An output that cannot be written ends the run with the system's error, rows and all.
+TEST_F(ConvertTest, WriteFailureEndsTheRun) {
+  if (!std::filesystem::exists("/dev/full")) GTEST_SKIP() << "no /dev/full here";
+  const std::string rdf = MakeRdf("1,=,D,0,1,DET", "DET,0,0,1,3,6,=,,", "1,y,c,1,0,V,");
+  std::string report;
+  for (int i = 0; i < 200000; ++i) report += "D " + std::to_string(100000 + i) + "\n";
+  WriteFile(home_ / "r.txt", report);
+  ASSERT_TRUE(engine_.LoadRDF(Rdf(rdf), home_ / "r.txt"));
+  app_.Settings.Item("opfmt").Value = ".csv";
+  RunDriver driver(engine_);
+  EXPECT_FALSE(driver.Run(home_ / "r.txt", "/dev/full"));
+  ASSERT_TRUE(driver.LastError().has_value());
+  EXPECT_EQ(driver.LastError()->number(), kDiskFull);
+  EXPECT_FALSE(driver.Stats().finished);
 }
 
 TEST_F(ConvertTest, StopEndsTheRunAfterTheLinesPieces) {

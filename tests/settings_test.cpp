@@ -34,6 +34,28 @@ constexpr char kHandEdited[] =
     "[other]\n"
     "delim=ignored\n";
 
+// Trim works eight characters at a time; it must agree with the plain definition for every
+// count of blanks around and inside a value, tabs and other bytes being data.
+TEST(Text, TrimRemovesBlanksOnlyAtTheEnds) {
+  auto plainRight = [](std::string_view s) {
+    while (!s.empty() && s.back() == ' ') s.remove_suffix(1);
+    return s;
+  };
+  auto plain = [&](std::string_view s) {
+    while (!s.empty() && s.front() == ' ') s.remove_prefix(1);
+    return plainRight(s);
+  };
+  for (std::string_view body : {"", "a", "a b", "1,234.50CR", "\tx\t", "12345678", "x       y"}) {
+    for (size_t before = 0; before <= 17; ++before) {
+      for (size_t after = 0; after <= 17; ++after) {
+        const std::string s = std::string(before, ' ') + std::string(body) + std::string(after, ' ');
+        EXPECT_EQ(Trim(s), plain(s)) << '"' << s << '"';
+        EXPECT_EQ(TrimRight(s), plainRight(s)) << '"' << s << '"';
+      }
+    }
+  }
+}
+
 TEST(ProfileFile, ReadsLikeTheWindowsProfileApi) {
   TempDir dir;
   const auto ini = dir / "qbcfg.ini";
