@@ -71,13 +71,19 @@ void Converter::PrepareOutput() {
     MarkerRow r;
     const int64_t length = m.GetInt(col::Markers::fldLEN);
     r.at = Segment::Of(m.GetInt(col::Markers::fldSTR), length);
-    r.rule = m.GetText(col::Markers::fldRUL).front();
+    const std::string_view ruleText = m.GetText(col::Markers::fldRUL);
+    const char rule = ruleText.empty() ? '\0' : ruleText.front();
     r.marker = m.GetText(col::Markers::fldMRK);
     r.action = m.GetText(col::Markers::fldACT);
     r.group = static_cast<int32_t>(m.GetInt(col::Markers::fldGRP));
     r.wait = static_cast<int32_t>(m.GetInt(col::Markers::fldWTS));
     r.subGroup = m.GetBool(col::Markers::fldSGR);
-    if (r.rule == 'p') r.pattern = CompiledPattern(r.marker, static_cast<size_t>(std::max<int64_t>(length, 0)));
+    if (rule == 'p') r.pattern = CompiledPattern(r.marker, static_cast<size_t>(std::max<int64_t>(length, 0)));
+    r.test = rule == '=' ? (r.at.count == r.marker.size() ? MarkerTest::Equal : MarkerTest::NeverEqual)
+             : rule == 'p' ? MarkerTest::Pattern
+             : rule == 'x' ? MarkerTest::Contains
+                             : MarkerTest::Unknown;
+    if (r.at.invalid && r.test != MarkerTest::Unknown) r.test = MarkerTest::Invalid;
     r.skip = r.action == "skip";
     r.stop = r.action == "stop";
     r.counts = !r.action.empty() && r.action.front() == 'S';
@@ -159,16 +165,18 @@ bool Converter::CheckDataMarker(std::string_view line) {
   std::string_view padded;  // made when a marker first reads past the line's end
   for (size_t i = 0; i < markers_.size(); ++i) {
     const MarkerRow& m = markers_[i];
-    if (m.rule != '=' && m.rule != 'p' && m.rule != 'x') return true;  // an unknown rule ends the search
-    if (m.at.invalid) [[unlikely]] ThrowInvalidCall("CheckDataMarker");
+    switch (m.test) {
+      case MarkerTest::Unknown: return true;  // an unknown rule ends the search
+      case MarkerTest::Invalid: ThrowInvalidCall("CheckDataMarker");
+      case MarkerTest::NeverEqual: continue;  // the segment is never as long as the marker
+      default: break;
+    }
     if (!m.at.Within(line) && padded.empty()) padded = Padded(line);
     const std::string_view seg = m.at.In(m.at.Within(line) ? line : padded);
     bool match;
-    switch (m.rule) {
-      case '=':
-        match = seg.size() == m.marker.size() && SameBytes(seg.data(), m.marker.data(), seg.size());
-        break;
-      case 'p': match = m.pattern.Matches(seg); break;
+    switch (m.test) {
+      case MarkerTest::Equal: match = SameBytes(seg.data(), m.marker.data(), seg.size()); break;
+      case MarkerTest::Pattern: match = m.pattern.Matches(seg); break;
       default: match = seg.find(m.marker) != std::string_view::npos; break;
     }
     if (match) {

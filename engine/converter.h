@@ -98,9 +98,12 @@ class Converter {
       return {line.data() + from, std::min<size_t>(count, line.size() - from)};
     }
   };
+  // How a marker row tests its segment; Invalid fails the line (a start below 1 or a
+  // negative length), NeverEqual is an "=" row whose segment cannot be as long as its text.
+  enum class MarkerTest { Equal, NeverEqual, Pattern, Contains, Invalid, Unknown };
   struct MarkerRow {
     Segment at;
-    char rule = 0;
+    MarkerTest test = MarkerTest::Unknown;
     std::string marker;
     std::string action;  // as stored: text(4), blank-padded
     CompiledPattern pattern;  // rule "p"
