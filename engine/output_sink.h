@@ -20,8 +20,6 @@ struct OutputRow {
   bool header = false;
 };
 
-class TextFileSink;
-
 class OutputSink {
  public:
   virtual ~OutputSink() = default;
@@ -29,8 +27,6 @@ class OutputSink {
   virtual void Write(const OutputRow& row) = 0;
   // Flushes and closes. Throws QbError on failure.
   virtual void Close() = 0;
-  // A text file takes its lines formatted straight into its buffer.
-  virtual TextFileSink* AsTextFile() { return nullptr; }
   // True when the sink formats rows itself: it then gets the columns' raw values and no
   // joined line.
   virtual bool WantsRawValues() const { return false; }
@@ -45,7 +41,6 @@ class TextFileSink final : public OutputSink {
 
   void Write(const OutputRow& row) override;
   void Close() override;
-  TextFileSink* AsTextFile() override { return this; }
 
   // Writing in place: Cursor is where the next byte goes; Reserve returns a cursor with room
   // for `n` more bytes, writing out the pending ones first when the buffer is full; Commit
