@@ -171,8 +171,9 @@ bool Converter::CheckDataMarker(std::string_view line) {
       case MarkerTest::NeverEqual: continue;  // the segment is never as long as the marker
       default: break;
     }
-    if (!m.at.Within(line) && padded.empty()) padded = Padded(line);
-    const std::string_view seg = m.at.In(m.at.Within(line) ? line : padded);
+    const bool within = m.at.Within(line);
+    if (!within && padded.empty()) padded = Padded(line);
+    const std::string_view seg = m.at.In(within ? line : padded);
     bool match;
     switch (m.test) {
       case MarkerTest::Equal: match = SameBytes(seg.data(), m.marker.data(), seg.size()); break;

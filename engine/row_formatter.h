@@ -27,8 +27,6 @@ class RowFormatter {
   RowFormatter(OutputFormat format, std::string delimiter, std::string qualifier, bool qualify,
                std::vector<Column> columns);
 
-  size_t ColumnCount() const { return columns_.size(); }
-
   // The most bytes PutColumn can write for `value`: every character doubled by qualifying,
   // two qualifiers and the delimiter, and a word of slack that lets the comma test read
   // whole words.
