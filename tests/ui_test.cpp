@@ -154,10 +154,15 @@ TEST_F(WindowTest, TypedNamesAreCheckedOnLeavingTheBox) {
   window_->activateWindow();
   ASSERT_TRUE(QTest::qWaitForWindowActive(window_.get()));
   ASSERT_TRUE(window_->Startup());
-  auto* box = Find<QLineEdit>("txtRfile");
-  box->setFocus();
-  QTest::keyClicks(box, "/no/such/report.txt");
-  QTest::keyClick(box, Qt::Key_Tab);
+  // Types `text` into the named box and tabs out of it.
+  auto typeAndLeave = [this](const char* name, const char* text) {
+    auto* box = Find<QLineEdit>(name);
+    box->setFocus();
+    QTest::keyClicks(box, text);
+    QTest::keyClick(box, Qt::Key_Tab);
+    return box;
+  };
+  auto* box = typeAndLeave("txtRfile", "/no/such/report.txt");
   ASSERT_EQ(dialogs_.shown.size(), 1u);
   EXPECT_EQ(dialogs_.shown[0].text, "Report File: /no/such/report.txt  \r\rDoes not exist.");
   EXPECT_EQ(dialogs_.shown[0].title, "File Not Found");
@@ -165,10 +170,7 @@ TEST_F(WindowTest, TypedNamesAreCheckedOnLeavingTheBox) {
   EXPECT_TRUE(box->hasFocus());
   EXPECT_NE(window_->app().Settings["rptdir"], "/no/such");
 
-  auto* out = Find<QLineEdit>("txtOfile");
-  out->setFocus();
-  QTest::keyClicks(out, "/no/folder/x.csv");
-  QTest::keyClick(out, Qt::Key_Tab);
+  auto* out = typeAndLeave("txtOfile", "/no/folder/x.csv");
   ASSERT_EQ(dialogs_.shown.size(), 2u);
   EXPECT_EQ(dialogs_.shown[1].title, "File's Path Not Found");
   EXPECT_TRUE(out->hasFocus());
