@@ -64,6 +64,7 @@ void Converter::PrepareOutput() {
 
   RdfTables& t = engine_.tables;
   markers_.clear();
+  counting_.clear();
   Recordset& m = t.rsMarkers;
   m.Sort("");
   m.Filter("");
@@ -87,15 +88,17 @@ void Converter::PrepareOutput() {
     r.skip = r.action == "skip";
     r.stop = r.action == "stop";
     r.counts = !r.action.empty() && r.action.front() == 'S';
+    if (r.counts) counting_.push_back(markers_.size());
     markers_.push_back(std::move(r));
   }
 
   slots_.clear();
+  current_ = 0;
   Recordset& f = t.rsFields;
   f.Sort("");
   f.Filter("");
   for (f.MoveFirst(); !f.IsEOF(); f.MoveNext()) {
-    slots_.push_back({static_cast<int32_t>(f.GetInt(col::Fields::fldFLD)), {}, {}, {}});
+    slots_.push_back({static_cast<int32_t>(f.GetInt(col::Fields::fldFLD)), {}, {}});
   }
   auto slotOf = [this](int64_t number) {
     for (size_t i = 0; i < slots_.size(); ++i) {
@@ -126,9 +129,12 @@ void Converter::PrepareOutput() {
   for (const Column& c : columns_) kinds.push_back({c.numeric, c.text});
   formatter_ = RowFormatter(format_, delimiter_, qualifier_, qualify_, std::move(kinds));
   values_.assign(columns_.size(), std::string_view());
-  rowSources_.clear();
-  for (const Column& c : columns_) {
-    rowSources_.push_back(c.slot >= 0 ? &slots_[static_cast<size_t>(c.slot)].rde : &noValue_);
+  for (unsigned parity : {0u, 1u}) {
+    rowSources_[parity].clear();
+    for (const Column& c : columns_) {
+      rowSources_[parity].push_back(c.slot >= 0 ? &slots_[static_cast<size_t>(c.slot)].values[parity]
+                                                : &noValue_);
+    }
   }
   padded_.fill(' ');
   paddedDirty_ = 0;
@@ -243,9 +249,7 @@ void Converter::WaitSlotReset(int from) {
 }
 
 void Converter::SequenceReset() {
-  for (MarkerRow& m : markers_) {
-    if (m.counts) m.seq = 0;
-  }
+  for (size_t i : counting_) markers_[i].seq = 0;
 }
 
 // The pickup rows of a record type, sequence and group: chosen by the pickup filter text,
@@ -301,8 +305,13 @@ const std::vector<Converter::PickupRow>& Converter::PickupRows(size_t marker) {
       r.op = act == "set" ? PickOp::PrevSet : PickOp::PrevKeep;
     }
     const int64_t number = p.GetInt(col::Pickups::fldFLD);
-    for (size_t i = 0; i < slots_.size() && r.slot < 0; ++i) {
-      if (slots_[i].number == number) r.slot = static_cast<int>(i);
+    for (size_t i = 0; i < slots_.size() && r.field == nullptr; ++i) {
+      if (slots_[i].number == number) r.field = &slots_[i];
+    }
+    if (r.field == nullptr) r.op = PickOp::NoField;
+    if (r.at.invalid) {  // checked first, as Mid fails before the field is looked for
+      r.op = PickOp::Invalid;
+      r.field = nullptr;
     }
     rows.push_back(std::move(r));
   }
@@ -312,68 +321,78 @@ const std::vector<Converter::PickupRow>& Converter::PickupRows(size_t marker) {
 }
 
 void Converter::PickupData(size_t marker, std::string_view line) {
+  const char* const lineEnd = line.data() + line.size();
   try {
     for (const PickupRow& r : PickupRows(marker)) {
-      if (r.at.invalid) [[unlikely]] ThrowInvalidCall("PickupData");
-      // Blanks past the line's end would be trimmed away: the part the line holds is enough.
-      const std::string_view text = Trim(r.at.Clipped(line));
-      if (r.slot < 0) [[unlikely]] {
+      if (r.field == nullptr) [[unlikely]] {
+        if (r.op == PickOp::Invalid) ThrowInvalidCall("PickupData");
         throw QbError(kNoCurrentRecordError, "PickupData", "No output field for this pickup row");
       }
-      FieldSlot& f = slots_[static_cast<size_t>(r.slot)];
+      FieldSlot& f = *r.field;
+      ValueBuffer& rde = Rde(f);
+      // Blanks past the line's end would be trimmed away: the part the line holds is enough.
+      auto text = [&]() __attribute__((always_inline)) { return Trim(r.at.Clipped(line)); };
       switch (r.op) {
-        case PickOp::Store: f.rde.assign(text); break;
-        case PickOp::StoreOrSkip:  // a text equal to the word is not stored
-          if (text != r.value) f.rde.assign(text);
+        case PickOp::Store: rde.assign(text(), lineEnd); break;
+        case PickOp::StoreOrSkip: {  // a text equal to the word is not stored
+          const std::string_view t = text();
+          if (t != r.value) rde.assign(t, lineEnd);
           break;
-        case PickOp::StoreOrPrev:
-          if (text != r.value) {
-            f.rde.assign(text);
+        }
+        case PickOp::StoreOrPrev: {
+          const std::string_view t = text();
+          if (t != r.value) {
+            rde.assign(t, lineEnd);
           } else {
-            f.rde.assign(f.pde.view());
+            rde.assign(Pde(f));
           }
           break;
+        }
         case PickOp::PrevSet:
         case PickOp::PrevKeep: {
           const int32_t slot = markers_[marker].wait;
           if (slot < 1 || slot > 10) throw QbError::Runtime(kSubscript, "PickupData");
-          if (r.op == PickOp::PrevSet && f.rde.view() == f.pde.view() &&
+          if (r.op == PickOp::PrevSet && rde.view() == Pde(f).view() &&
               state_.WaitSeen[static_cast<size_t>(slot)]) {
-            f.rde.assign(r.value);
+            rde.assign(r.value);
           }  // otherwise the field keeps what it had
           break;
         }
-        case PickOp::Set: f.rde.assign(r.value); break;
+        case PickOp::Set: rde.assign(r.value); break;
         case PickOp::SetH: f.hde.assign(r.value); break;
-        case PickOp::Cat:
-          if (f.rde.empty()) {
-            f.rde.assign(text);
+        case PickOp::Cat: {
+          const std::string_view t = text();
+          if (rde.empty()) {
+            rde.assign(t);
           } else {
-            pickValue_.assign(f.rde.view());
+            pickValue_.assign(rde.view());
             pickValue_ += ' ';
-            pickValue_ += text;
-            f.rde.assign(pickValue_);
+            pickValue_ += t;
+            rde.assign(pickValue_);
           }
           break;
+        }
         case PickOp::CatV:
-          pickValue_.assign(f.rde.view());
+          pickValue_.assign(rde.view());
           pickValue_ += ' ';
           pickValue_ += r.value;
-          f.rde.assign(pickValue_);
+          rde.assign(pickValue_);
           break;
-        case PickOp::Get: f.rde.assign(f.hde.view()); break;
+        case PickOp::Get: rde.assign(f.hde); break;
         case PickOp::GetC:
-          f.rde.assign(f.hde.view());
+          rde.assign(f.hde);
           f.hde.clear();
           break;
         case PickOp::GetZ:
-          f.rde.assign(f.hde.view());
+          rde.assign(f.hde);
           f.hde.assign("0.00");
           break;
-        case PickOp::Hold: f.hde.assign(text); break;
+        case PickOp::Hold: f.hde.assign(text(), lineEnd); break;
         case PickOp::Keep:
-          if (f.rde.empty()) f.rde.assign(text);
+          if (rde.empty()) rde.assign(text(), lineEnd);
           break;
+        case PickOp::Invalid:
+        case PickOp::NoField: break;  // rows without a field, failed above
       }
     }
   } catch (FatalRunError&) {
@@ -389,7 +408,7 @@ void Converter::WriteLine(int level) {
   bool write = true;
   if (selection_ != Selection::All && engine_.flags.RecordField) {
     if (recordSlot_ < 0) throw QbError(kNoCurrentRecordError, "WriteLine", "The RDF has no field 1");
-    const bool total = !slots_[static_cast<size_t>(recordSlot_)].rde.empty();
+    const bool total = !Rde(slots_[static_cast<size_t>(recordSlot_)]).empty();
     write = selection_ == Selection::Details ? !total : total;
   }
   bool header = false;
@@ -413,37 +432,34 @@ void Converter::WriteLine(int level) {
 
   WaitSlotReset(level + 1);
   SequenceReset();
-  for (FieldSlot& f : slots_) {
-    f.pde.swap(f.rde);
-    f.rde.clear();
-  }
+  current_ ^= 1;  // this record's values become the previous record's
+  for (FieldSlot& f : slots_) Rde(f).clear();
 }
 
 // A column's label in the header: the value of its label field, or its own.
 std::string_view Converter::ColumnLabel(size_t c) const {
   const Column& col = columns_[c];
-  if (col.labelSlot >= 0) return slots_[static_cast<size_t>(col.labelSlot)].rde.view();
+  if (col.labelSlot >= 0) return Rde(slots_[static_cast<size_t>(col.labelSlot)]).view();
   return col.label;
 }
 
 // The header (when `header`) and the row (when `write`, else an empty line) to the sink: the
 // values as they stand for a sink that formats them itself, else cleaned up and joined.
 void Converter::WriteRow(bool header, bool write) {
+  const bool raw = sink_->WantsRawValues();
   if (header) {
     for (size_t c = 0; c < columns_.size(); ++c) values_[c] = ColumnLabel(c);
-    sink_->Write({values_, sink_->WantsRawValues() ? std::string_view() : formatter_.Join(values_, true), true});
+    sink_->Write({values_, raw ? std::string_view() : formatter_.Join(values_, true), true});
   }
-  std::string_view joined;
-  if (write) {
-    for (size_t c = 0; c < columns_.size(); ++c) values_[c] = rowSources_[c]->view();
-    if (!sink_->WantsRawValues()) {
-      formatter_.Clean(values_);
-      joined = formatter_.Join(values_, false);
-    }
+  if (!write) {
+    sink_->Write({{}, {}, false});
+  } else if (raw) {
+    sink_->WriteValues(rowSources_[current_]);
+  } else {
+    for (size_t c = 0; c < columns_.size(); ++c) values_[c] = rowSources_[current_][c]->view();
+    formatter_.Clean(values_);
+    sink_->Write({values_, formatter_.Join(values_, false), false});
   }
-  sink_->Write({write ? std::span<const std::string_view>(values_)
-                      : std::span<const std::string_view>(),
-                joined, false});
 }
 
 void Converter::ReportLineError(const QbError& e) {

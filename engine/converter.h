@@ -94,8 +94,9 @@ class Converter {
     std::string_view In(std::string_view line) const { return {line.data() + offset, count}; }
     // The part of the segment the line holds: the rest would be padding blanks.
     std::string_view Clipped(std::string_view line) const {
+      if (offset + count <= line.size()) [[likely]] return {line.data() + offset, count};
       const size_t from = std::min<size_t>(offset, line.size());
-      return {line.data() + from, std::min<size_t>(count, line.size() - from)};
+      return {line.data() + from, line.size() - from};
     }
   };
   // How a marker row tests its segment; Invalid fails the line (a start below 1 or a
@@ -118,16 +119,21 @@ class Converter {
     PrevSet,       // "=p" "set": the value, when the field still has the previous record's
     PrevKeep,      // "=p" otherwise: nothing
     Set, SetH, Cat, CatV, Get, GetC, GetZ, Hold, Keep,  // "a" with that action
+    Invalid,  // a start below 1 or a negative length: fails the line, as Mid would
+    NoField,  // the RDF has no field of the row's number
+  };
+  // A field's values. fldRDE and fldPDE are the two `values`, chosen by the run's parity
+  // (current_): moving on to the next record flips it instead of copying or swapping.
+  struct FieldSlot {
+    int32_t number = 0;
+    std::array<ValueBuffer, 2> values;
+    ValueBuffer hde;
   };
   struct PickupRow {
     Segment at;
     PickOp op = PickOp::Store;
+    FieldSlot* field = nullptr;  // null for Invalid and NoField
     std::string value;
-    int slot = -1;  // output field row, -1 when the RDF has none of that number
-  };
-  struct FieldSlot {
-    int32_t number = 0;
-    ValueBuffer rde, pde, hde;
   };
   struct Column {
     int slot;
@@ -146,6 +152,9 @@ class Converter {
   bool WaitSlotTest(int32_t slot);
   void WaitSlotReset(int from);
   void SequenceReset();
+  ValueBuffer& Rde(FieldSlot& f) { return f.values[current_]; }
+  const ValueBuffer& Rde(const FieldSlot& f) const { return f.values[current_]; }
+  ValueBuffer& Pde(FieldSlot& f) { return f.values[current_ ^ 1]; }
   void ApplySubGroup(const MarkerRow& m);
 
   Engine& engine_;
@@ -159,11 +168,13 @@ class Converter {
   enum class Selection { All, Details, Totals } selection_ = Selection::All;
 
   std::vector<MarkerRow> markers_;
-  std::vector<FieldSlot> slots_;
+  std::vector<size_t> counting_;  // the markers whose action counts a sequence
+  std::vector<FieldSlot> slots_;  // pickup rows point into it: it does not change during a run
+  unsigned current_ = 0;          // which of a slot's values is fldRDE
   std::vector<Column> columns_;
-  // Per output column, the field value a row takes (an always empty one for a column whose
-  // field is missing).
-  std::vector<const ValueBuffer*> rowSources_;
+  // Per parity and output column, the field value a row takes (an always empty one for a
+  // column whose field is missing).
+  std::array<std::vector<const ValueBuffer*>, 2> rowSources_;
   ValueBuffer noValue_;
   int recordSlot_ = -1;  // field 1
   std::unordered_map<uint64_t, std::vector<PickupRow>> pickupCache_;

@@ -7,6 +7,9 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
+
+#include "engine/text.h"
 
 namespace qb {
 
@@ -27,9 +30,15 @@ class OutputSink {
   virtual void Write(const OutputRow& row) = 0;
   // Flushes and closes. Throws QbError on failure.
   virtual void Close() = 0;
-  // True when the sink formats rows itself: it then gets the columns' raw values and no
-  // joined line.
+  // True when the sink formats rows itself: it then gets a record's values as they stand
+  // through WriteValues, and the header's labels through Write without a joined line.
   virtual bool WantsRawValues() const { return false; }
+  // A record's values, in column order. Throws QbError as Write does.
+  virtual void WriteValues(std::span<const ValueBuffer* const> values) {
+    std::vector<std::string_view> columns;
+    for (const ValueBuffer* v : values) columns.push_back(v->view());
+    Write({columns, {}, false});
+  }
 };
 
 // A text file written through one buffer; each row is the joined text and CR LF.

@@ -45,6 +45,18 @@ PipedTextSink::PipedTextSink(const std::filesystem::path& path, std::string_view
 
 PipedTextSink::~PipedTextSink() { Stop(/*drop=*/true); }
 
+char* PipedTextSink::Room(size_t need) {
+  need += kCopyBlock;  // so that every value in a batch can be block-copied out of it
+  if (current_->used + need > current_->capacity) [[unlikely]] {
+    if (current_->used > 0) Submit();
+    if (need > current_->capacity) {  // a row longer than a batch
+      current_->data = std::make_unique_for_overwrite<char[]>(need);
+      current_->capacity = need;
+    }
+  }
+  return current_->data.get() + current_->used;
+}
+
 void PipedTextSink::Write(const OutputRow& row) {
   const bool empty = row.columns.empty() && !row.header;
   size_t need = 1;
@@ -52,14 +64,7 @@ void PipedTextSink::Write(const OutputRow& row) {
     need += 4 + 4 * row.columns.size();
     for (std::string_view v : row.columns) need += v.size();
   }
-  if (current_->used + need > current_->capacity) {
-    if (current_->used > 0) Submit();
-    if (need > current_->capacity) {  // a row longer than a batch
-      current_->data = std::make_unique_for_overwrite<char[]>(need);
-      current_->capacity = need;
-    }
-  }
-  char* p = current_->data.get() + current_->used;
+  char* p = Room(need);
   *p++ = empty ? kEmptyLine : row.header ? kLabels : kValues;
   if (!empty) {
     p = PutU32(p, static_cast<uint32_t>(row.columns.size()));
@@ -67,6 +72,21 @@ void PipedTextSink::Write(const OutputRow& row) {
       p = PutU32(p, static_cast<uint32_t>(v.size()));
       p = CopyBytes(p, v.data(), v.size());
     }
+  }
+  current_->used = static_cast<size_t>(p - current_->data.get());
+}
+
+void PipedTextSink::WriteValues(std::span<const ValueBuffer* const> values) {
+  // Block copies write up to a block past each value: into the next one's place, and after
+  // the last one into the slack Room keeps.
+  size_t need = 1 + 4 + 4 * values.size();
+  for (const ValueBuffer* v : values) need += v->size();
+  char* p = Room(need);
+  *p++ = kValues;
+  p = PutU32(p, static_cast<uint32_t>(values.size()));
+  for (const ValueBuffer* v : values) {
+    p = PutU32(p, static_cast<uint32_t>(v->size()));
+    p = CopyBlocks(p, v->data(), v->size());
   }
   current_->used = static_cast<size_t>(p - current_->data.get());
 }

@@ -29,6 +29,8 @@ class PipedTextSink final : public OutputSink {
 
   // Copies the row's values for the writer. Throws the QbError writing the file failed with.
   void Write(const OutputRow& row) override;
+  // The same for a record's values, copied straight from where the run keeps them.
+  void WriteValues(std::span<const ValueBuffer* const> values) override;
   // Waits until every row is written, then closes the file. Throws QbError on failure.
   void Close() override;
   bool WantsRawValues() const override { return true; }
@@ -39,6 +41,8 @@ class PipedTextSink final : public OutputSink {
     size_t capacity = 0;
     size_t used = 0;
   };
+  // A cursor with room for `need` bytes in the current batch, submitting it first when full.
+  char* Room(size_t need);
   void Submit();
   void Stop(bool drop);
   void WriterLoop();

@@ -28,16 +28,17 @@ class RowFormatter {
                std::vector<Column> columns);
 
   // The most bytes PutColumn can write for `value`: every character doubled by qualifying,
-  // two qualifiers and the delimiter, and a word of slack that lets the comma test read
-  // whole words.
+  // two qualifiers and the delimiter, and a copy block of slack that lets the value be
+  // copied in whole blocks and the comma test read whole words.
   size_t ColumnBound(std::string_view value) const { return 2 * value.size() + extra_; }
 
   // Writes column `c` at `p` (after the delimiter, unless it is the first column) and returns
-  // the end; `p` has ColumnBound(value) bytes of room. A row's numeric values are cleaned up
-  // on the way; a header's labels are not, and in .csv they are all text.
+  // the end; `p` has ColumnBound(value) bytes of room, and `value` can be read a copy block
+  // past its end (CopyBlocks). A row's numeric values are cleaned up on the way; a header's
+  // labels are not, and in .csv they are all text.
   char* PutColumn(char* p, size_t c, std::string_view value, bool header) const {
     if (c > 0) p = PutDelimiter(p);
-    return Put(p, header ? columns_[c].headerKind : columns_[c].rowKind, value);
+    return Put<true>(p, header ? columns_[c].headerKind : columns_[c].rowKind, value);
   }
 
   // Replaces numeric values by their cleaned-up text (views into this formatter's buffers,
@@ -63,17 +64,22 @@ class RowFormatter {
     Kind rowKind, headerKind;
   };
 
+  // `kBlocks`: the value may be block-copied (it is readable a block past its end).
+  template <bool kBlocks>
   char* Put(char* p, Kind kind, std::string_view value) const {
+    auto copy = [&] {
+      return kBlocks ? CopyBlocks(p, value.data(), value.size()) : PutBytes(p, value);
+    };
     switch (kind) {
       case Kind::Plain: break;
       case Kind::Numeric: return p + CleanNumber(value, p);
       case Kind::CsvText: {
-        char* end = PutBytes(p, value);
+        char* end = copy();
         return HasCsvSpecialAt(p, value.size()) ? PutCsvQuoted(p, value) : end;
       }
       case Kind::Qualified: return PutQualified(p, value);
     }
-    return PutBytes(p, value);
+    return copy();
   }
   // Tests the `n` bytes at `p`, which has a word of room after them.
   static bool HasCsvSpecialAt(const char* p, size_t n);

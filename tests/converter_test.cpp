@@ -4,9 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cctype>
 #include <random>
 
 #include "engine/pattern.h"
+#include "engine/row_formatter.h"
 #include "run/run_driver.h"
 #include "tests/engine_fixture.h"
 
@@ -109,6 +111,33 @@ TEST(Pattern, CompiledPatternAgreesWithTheGeneralMatch) {
   }
   EXPECT_GT(matched, 1000);  // both answers were tested often
   EXPECT_GT(failed, 1000);
+}
+
+// The numeric clean-up takes a quick pass for plain amounts and a careful one for blanks and
+// negatives; both must give what the rule says: negative when the value holds "(", "-" or
+// "cr", the characters of "()%#*$,+-cdr" dropped, blanks dropped at both ends.
+TEST(Numbers, CleanUpAgreesWithTheRule) {
+  auto rule = [](const std::string& value) {
+    std::string lower = value, kept;
+    for (char& c : lower) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    const bool negative = lower.find_first_of("(-") != std::string::npos ||
+                          lower.find("cr") != std::string::npos;
+    for (size_t i = 0; i < value.size(); ++i) {
+      if (std::string_view("()%#*$,+-cdr").find(lower[i]) == std::string_view::npos) kept += value[i];
+    }
+    kept = std::string(Trim(kept));
+    return negative ? "-" + kept : kept;
+  };
+  std::mt19937 random(11222026);
+  for (int i = 0; i < 20000; ++i) {
+    const bool plain = i % 2 == 0;  // half of them without blanks and signs
+    const std::string_view from = plain ? "0123456789.,$%#*+rRdDx" : "0123456789.,()-+$%#*crCRdD x";
+    std::string value;
+    for (size_t n = random() % 20; n > 0; --n) value += from[random() % from.size()];
+    std::string out(value.size() + 1, '?');
+    out.resize(RowFormatter::CleanNumber(value, out.data()));
+    ASSERT_EQ(out, rule(value)) << '"' << value << '"';
+  }
 }
 
 TEST_F(ConvertTest, FirstMatchingRowWinsAndAnUnknownRuleEndsTheSearch) {
