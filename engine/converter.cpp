@@ -84,6 +84,14 @@ void Converter::PrepareOutput() {
              : rule == 'p' ? MarkerTest::Pattern
              : rule == 'x' ? MarkerTest::Contains
                              : MarkerTest::Unknown;
+    if (r.test == MarkerTest::Equal && !r.marker.empty() && r.marker.size() <= kCopyBlock) {
+      std::array<char, kCopyBlock> text{}, mask{};
+      std::memcpy(text.data(), r.marker.data(), r.marker.size());
+      std::memset(mask.data(), 0xff, r.marker.size());
+      std::memcpy(r.words.data(), text.data(), kCopyBlock);
+      std::memcpy(r.masks.data(), mask.data(), kCopyBlock);
+      r.test = MarkerTest::EqualWords;
+    }
     if (r.at.invalid && r.test != MarkerTest::Unknown) r.test = MarkerTest::Invalid;
     r.skip = r.action == "skip";
     r.stop = r.action == "stop";
@@ -163,7 +171,7 @@ std::string_view Converter::Padded(std::string_view line) {
     std::memset(padded_.data() + line.size(), ' ', paddedDirty_ - line.size());
   }
   paddedDirty_ = line.size();
-  return {padded_.data(), padded_.size()};
+  return {padded_.data(), kLineWidth};
 }
 
 bool Converter::CheckDataMarker(std::string_view line) {
@@ -171,17 +179,17 @@ bool Converter::CheckDataMarker(std::string_view line) {
   std::string_view padded;  // made when a marker first reads past the line's end
   for (size_t i = 0; i < markers_.size(); ++i) {
     const MarkerRow& m = markers_[i];
-    switch (m.test) {
-      case MarkerTest::Unknown: return true;  // an unknown rule ends the search
-      case MarkerTest::Invalid: ThrowInvalidCall("CheckDataMarker");
-      case MarkerTest::NeverEqual: continue;  // the segment is never as long as the marker
-      default: break;
+    if (m.test >= MarkerTest::NeverEqual) [[unlikely]] {
+      if (m.test == MarkerTest::NeverEqual) continue;  // never as long as the marker
+      if (m.test == MarkerTest::Invalid) ThrowInvalidCall("CheckDataMarker");
+      return true;  // an unknown rule ends the search
     }
     const bool within = m.at.Within(line);
     if (!within && padded.empty()) padded = Padded(line);
     const std::string_view seg = m.at.In(within ? line : padded);
     bool match;
     switch (m.test) {
+      case MarkerTest::EqualWords: match = m.SameWordsAt(seg.data()); break;
       case MarkerTest::Equal: match = SameBytes(seg.data(), m.marker.data(), seg.size()); break;
       case MarkerTest::Pattern: match = m.pattern.Matches(seg); break;
       default: match = seg.find(m.marker) != std::string_view::npos; break;
@@ -321,7 +329,6 @@ const std::vector<Converter::PickupRow>& Converter::PickupRows(size_t marker) {
 }
 
 void Converter::PickupData(size_t marker, std::string_view line) {
-  const char* const lineEnd = line.data() + line.size();
   try {
     for (const PickupRow& r : PickupRows(marker)) {
       if (r.field == nullptr) [[unlikely]] {
@@ -331,18 +338,21 @@ void Converter::PickupData(size_t marker, std::string_view line) {
       FieldSlot& f = *r.field;
       ValueBuffer& rde = Rde(f);
       // Blanks past the line's end would be trimmed away: the part the line holds is enough.
-      auto text = [&]() __attribute__((always_inline)) { return Trim(r.at.Clipped(line)); };
+      auto text = [&]() __attribute__((always_inline)) {
+        const std::string_view held = r.at.Clipped(line);
+        return TrimBlock(held.data(), held.size());
+      };
       switch (r.op) {
-        case PickOp::Store: rde.assign(text(), lineEnd); break;
+        case PickOp::Store: rde.assignBlocks(text()); break;
         case PickOp::StoreOrSkip: {  // a text equal to the word is not stored
           const std::string_view t = text();
-          if (t != r.value) rde.assign(t, lineEnd);
+          if (t != r.value) rde.assignBlocks(t);
           break;
         }
         case PickOp::StoreOrPrev: {
           const std::string_view t = text();
           if (t != r.value) {
-            rde.assign(t, lineEnd);
+            rde.assignBlocks(t);
           } else {
             rde.assign(Pde(f));
           }
@@ -387,9 +397,9 @@ void Converter::PickupData(size_t marker, std::string_view line) {
           rde.assign(f.hde);
           f.hde.assign("0.00");
           break;
-        case PickOp::Hold: f.hde.assign(text(), lineEnd); break;
+        case PickOp::Hold: f.hde.assignBlocks(text()); break;
         case PickOp::Keep:
-          if (rde.empty()) rde.assign(text(), lineEnd);
+          if (rde.empty()) rde.assignBlocks(text());
           break;
         case PickOp::Invalid:
         case PickOp::NoField: break;  // rows without a field, failed above

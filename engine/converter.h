@@ -11,6 +11,7 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <cstring>
 #include <map>
 #include <string>
 #include <string_view>
@@ -60,7 +61,8 @@ class Converter {
 
   // One line piece, read as kLineWidth characters: cut there, or padded with blanks. Finds
   // the first marker row that matches and processes it. Errors propagate to the caller,
-  // which drops the line.
+  // which drops the line. The piece must be followed by kCopyBlock readable bytes, as
+  // LineReader's lines are: fields are read in whole blocks.
   bool CheckDataMarker(std::string_view line);
 
   // Writes the record gathered so far (and the header before the first row), then resets
@@ -99,12 +101,21 @@ class Converter {
       return {line.data() + from, line.size() - from};
     }
   };
-  // How a marker row tests its segment; Invalid fails the line (a start below 1 or a
-  // negative length), NeverEqual is an "=" row whose segment cannot be as long as its text.
-  enum class MarkerTest { Equal, NeverEqual, Pattern, Contains, Invalid, Unknown };
+  // How a marker row tests its segment. EqualWords is "=" with a text of 1 to 16
+  // characters, compared as two masked words (the segment is readable a block past its
+  // start). After the tests: NeverEqual is an "=" row whose segment cannot be as long as its
+  // text, Invalid fails the line (a start below 1 or a negative length).
+  enum class MarkerTest { EqualWords, Equal, Pattern, Contains, NeverEqual, Invalid, Unknown };
   struct MarkerRow {
     Segment at;
     MarkerTest test = MarkerTest::Unknown;
+    std::array<uint64_t, 2> words{}, masks{};  // EqualWords: the text and which bytes count
+    bool SameWordsAt(const char* p) const {
+      uint64_t a, b;
+      std::memcpy(&a, p, 8);
+      std::memcpy(&b, p + 8, 8);
+      return (((a ^ words[0]) & masks[0]) | ((b ^ words[1]) & masks[1])) == 0;
+    }
     std::string marker;
     std::string action;  // as stored: text(4), blank-padded
     CompiledPattern pattern;  // rule "p"
@@ -186,8 +197,9 @@ class Converter {
   std::vector<LastPickup> lastPickup_;
   std::string filterText_;
 
-  // A line padded with blanks to the full width, for the markers that read past its end.
-  std::array<char, kLineWidth> padded_;
+  // A line padded with blanks to the full width, for the markers that read past its end;
+  // a block more, so segments can be read in whole blocks as the line's can.
+  std::array<char, kLineWidth + kCopyBlock> padded_;
   size_t paddedDirty_ = kLineWidth;  // how much of padded_ may hold non-blanks
 
   // Per-row scratch, reused so the run allocates nothing once warm.

@@ -36,7 +36,7 @@ LineReader::LineReader(const std::filesystem::path& path, std::string_view sourc
   }
   // Small files (RDFs) get a small buffer; reports stream through 1 MiB.
   capacity_ = std::clamp(static_cast<size_t>(size_) + 1, kMinChunk, kMaxChunk);
-  buf_ = std::make_unique_for_overwrite<char[]>(capacity_);
+  buf_ = std::make_unique<char[]>(capacity_ + kLineSlack);
 #ifdef POSIX_FADV_SEQUENTIAL
   ::posix_fadvise(fd_, 0, 0, POSIX_FADV_SEQUENTIAL);
 #endif
@@ -56,7 +56,7 @@ bool LineReader::fill() {
     begin_ = 0;
   }
   if (end_ == capacity_) {  // a line longer than the buffer
-    auto bigger = std::make_unique_for_overwrite<char[]>(capacity_ * 2);
+    auto bigger = std::make_unique<char[]>(capacity_ * 2 + kLineSlack);
     std::memcpy(bigger.get(), buf_.get(), end_);
     buf_ = std::move(bigger);
     capacity_ *= 2;

@@ -2,6 +2,8 @@
 // Reads a file as lines of bytes, one byte a character, through one reused buffer.
 // A line ends at LF; a CR just before the LF is dropped; a lone CR stays in the line; a last
 // line without LF is still a line; a file ending with LF has no empty line after it.
+// Every line is followed in memory by at least kLineSlack readable bytes (of any value), so
+// its fields can be read in whole 16-byte blocks.
 
 #include <cstdint>
 #include <filesystem>
@@ -12,6 +14,8 @@ namespace qb {
 
 class LineReader {
  public:
+  static constexpr size_t kLineSlack = 16;
+
   // Throws QbError 53 when the file does not exist, or the errno error, naming `source`.
   LineReader(const std::filesystem::path& path, std::string_view source);
   ~LineReader();
@@ -32,7 +36,7 @@ class LineReader {
 
   int fd_ = -1;
   int64_t size_ = 0;
-  std::unique_ptr<char[]> buf_;  // not zero-filled: only bytes read are looked at
+  std::unique_ptr<char[]> buf_;  // capacity_ + kLineSlack bytes, not zero-filled
   size_t capacity_ = 0;
   size_t begin_ = 0, end_ = 0;
   bool eof_ = false;

@@ -84,6 +84,8 @@ bool RunDriver::Run(const std::filesystem::path& report, const std::filesystem::
 }
 
 // Counts a piece and hands it on; a dropped line's error is reported and the run goes on.
+// Pieces are LineReader lines or parts of them, so they have the slack the converter reads.
+static_assert(LineReader::kLineSlack >= kCopyBlock);
 void RunDriver::HandLine(std::string_view piece) {
   int64_t n = linesProcessed_.load(std::memory_order_relaxed) + 1;
   if (n > std::numeric_limits<int32_t>::max()) throw QbError::Runtime(kOverflow, "Process");
