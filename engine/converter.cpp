@@ -329,6 +329,7 @@ const std::vector<Converter::PickupRow>& Converter::PickupRows(size_t marker) {
 }
 
 void Converter::PickupData(size_t marker, std::string_view line) {
+  const unsigned current = current_;  // held in a register: stores below cannot change it
   try {
     for (const PickupRow& r : PickupRows(marker)) {
       if (r.field == nullptr) [[unlikely]] {
@@ -336,7 +337,7 @@ void Converter::PickupData(size_t marker, std::string_view line) {
         throw QbError(kNoCurrentRecordError, "PickupData", "No output field for this pickup row");
       }
       FieldSlot& f = *r.field;
-      ValueBuffer& rde = Rde(f);
+      ValueBuffer& rde = f.values[current];
       // Blanks past the line's end would be trimmed away: the part the line holds is enough.
       auto text = [&]() __attribute__((always_inline)) {
         const std::string_view held = r.at.Clipped(line);
@@ -354,7 +355,7 @@ void Converter::PickupData(size_t marker, std::string_view line) {
           if (t != r.value) {
             rde.assignBlocks(t);
           } else {
-            rde.assign(Pde(f));
+            rde.assign(f.values[current ^ 1]);
           }
           break;
         }
@@ -362,7 +363,7 @@ void Converter::PickupData(size_t marker, std::string_view line) {
         case PickOp::PrevKeep: {
           const int32_t slot = markers_[marker].wait;
           if (slot < 1 || slot > 10) throw QbError::Runtime(kSubscript, "PickupData");
-          if (r.op == PickOp::PrevSet && rde.view() == Pde(f).view() &&
+          if (r.op == PickOp::PrevSet && rde.view() == f.values[current ^ 1].view() &&
               state_.WaitSeen[static_cast<size_t>(slot)]) {
             rde.assign(r.value);
           }  // otherwise the field keeps what it had

@@ -165,7 +165,6 @@ class Converter {
   void SequenceReset();
   ValueBuffer& Rde(FieldSlot& f) { return f.values[current_]; }
   const ValueBuffer& Rde(const FieldSlot& f) const { return f.values[current_]; }
-  ValueBuffer& Pde(FieldSlot& f) { return f.values[current_ ^ 1]; }
   void ApplySubGroup(const MarkerRow& m);
 
   Engine& engine_;

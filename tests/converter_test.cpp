@@ -113,6 +113,24 @@ TEST(Pattern, CompiledPatternAgreesWithTheGeneralMatch) {
   EXPECT_GT(failed, 1000);
 }
 
+// Pickups trim a field from a block's mask of non-blanks; the bytes after the field (here
+// non-blanks) must not count, and bytes that differ from a blank in one bit are data.
+TEST(Text, TrimBlockAgreesWithTrim) {
+  using namespace std::string_view_literals;
+  for (std::string_view body : {""sv, "a b"sv, "1,234.50CR"sv, "\xa0x\0"sv, "\tx\t"sv, "x       y"sv}) {
+    for (size_t before = 0; before <= 17; ++before) {
+      for (size_t after = 0; after <= 17; ++after) {
+        const std::string field = std::string(before, ' ') + std::string(body) + std::string(after, ' ');
+        const std::string buffer = field + std::string(kCopyBlock, 'x');
+        EXPECT_EQ(TrimBlock(buffer.data(), field.size()), Trim(field)) << '"' << field << '"';
+        EXPECT_EQ(text_detail::NonBlankBits16(buffer.data()),
+                  text_detail::NonBlankBitsByWords(buffer.data()))
+            << '"' << field << '"';
+      }
+    }
+  }
+}
+
 // The numeric clean-up takes a quick pass for plain amounts and a careful one for blanks and
 // negatives; both must give what the rule says: negative when the value holds "(", "-" or
 // "cr", the characters of "()%#*$,+-cdr" dropped, blanks dropped at both ends.
