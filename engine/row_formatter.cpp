@@ -7,6 +7,10 @@
 
 #include "engine/text.h"
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace qb {
 namespace {
 
@@ -131,11 +135,24 @@ size_t RowFormatter::CleanNumber(std::string_view value, char* out) {
 }
 
 bool RowFormatter::HasCsvSpecialAt(const char* p, size_t n) {
+#if defined(__SSE2__)
+  // A block at a time: one compare per character sought, the bytes past `n` masked off.
+  const __m128i comma = _mm_set1_epi8(','), quote = _mm_set1_epi8('"');
+  for (size_t i = 0; i < n; i += kCopyBlock) {
+    const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+    auto found = static_cast<uint32_t>(
+        _mm_movemask_epi8(_mm_or_si128(_mm_cmpeq_epi8(block, comma), _mm_cmpeq_epi8(block, quote))));
+    if (n - i < kCopyBlock) found &= (uint32_t{1} << (n - i)) - 1;
+    if (found != 0) return true;
+  }
+  return false;
+#else
   if (n < 8) return WordHasCsvSpecial(FirstBytes(LoadWord(p), n));
   for (size_t i = 0; i + 8 < n; i += 8) {
     if (WordHasCsvSpecial(LoadWord(p + i))) return true;
   }
   return WordHasCsvSpecial(LoadWord(p + n - 8));  // overlaps the word before
+#endif
 }
 
 char* RowFormatter::PutCsvQuoted(char* p, std::string_view value) {

@@ -81,7 +81,7 @@ class RowFormatter {
     }
     return copy();
   }
-  // Tests the `n` bytes at `p`, which has a word of room after them.
+  // Tests the `n` bytes at `p`, which has a copy block of room after them.
   static bool HasCsvSpecialAt(const char* p, size_t n);
   static char* PutCsvQuoted(char* p, std::string_view value);
   char* PutQualified(char* p, std::string_view value) const;

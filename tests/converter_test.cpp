@@ -131,10 +131,34 @@ TEST(Text, TrimBlockAgreesWithTrim) {
   }
 }
 
+// A .csv text value goes in double quotes, inner ones doubled, when it holds a comma or a
+// double quote anywhere: the test looks at whole blocks, so try every position and length.
+TEST(Formatting, CsvQuotingFindsCommasAndQuotesAnywhere) {
+  RowFormatter formatter(OutputFormat::Csv, ",", "\"", false, {{false, true}});
+  auto rule = [](const std::string& v) {
+    if (v.find_first_of(",\"") == std::string::npos) return v;
+    std::string quoted = "\"";
+    for (char c : v) quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
+    return quoted + "\"";
+  };
+  std::mt19937 random(2611);
+  for (int i = 0; i < 20000; ++i) {
+    std::string value(random() % 40, 'a');
+    if (i % 2 == 0 && !value.empty()) value[random() % value.size()] = i % 4 ? ',' : '"';
+    std::vector<std::string_view> values{value};
+    ASSERT_EQ(formatter.Join(values, false), rule(value)) << value;
+    // Written from a batch: the bytes after the value are another value's, here commas.
+    const std::string batch = value + std::string(kCopyBlock, ',');
+    std::string out(formatter.ColumnBound(value), '\0');
+    char* end = formatter.PutColumn(out.data(), 0, std::string_view(batch.data(), value.size()), false);
+    ASSERT_EQ(std::string(out.data(), end), rule(value)) << value;
+  }
+}
+
 // The numeric clean-up takes a quick pass for plain amounts and a careful one for blanks and
 // negatives; both must give what the rule says: negative when the value holds "(", "-" or
 // "cr", the characters of "()%#*$,+-cdr" dropped, blanks dropped at both ends.
-TEST(Numbers, CleanUpAgreesWithTheRule) {
+TEST(Formatting, NumericCleanUpAgreesWithTheRule) {
   auto rule = [](const std::string& value) {
     std::string lower = value, kept;
     for (char& c : lower) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
