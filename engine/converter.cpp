@@ -174,6 +174,8 @@ std::string_view Converter::Padded(std::string_view line) {
   return {padded_.data(), kLineWidth};
 }
 
+static_assert(kCopyBlock >= CompiledPattern::kBlockSlack);
+
 bool Converter::CheckDataMarker(std::string_view line) {
   if (line.size() > kLineWidth) line = line.substr(0, kLineWidth);
   std::string_view padded;  // made when a marker first reads past the line's end

@@ -101,6 +101,31 @@ CompiledPattern::CompiledPattern(std::string_view pattern, size_t length)
     if (cls != 0) checks_.push_back({at, 1, cls});
     ++i;
   }
+#if defined(__SSE2__)
+  // Single positions go into blocks of sixteen, each starting at its first position.
+  std::vector<Check> runs;
+  for (const Check& c : checks_) {
+    if (c.count != 1) {
+      runs.push_back(c);
+      continue;
+    }
+    if (blocks_.empty() || c.offset >= blocks_.back().offset + 16) blocks_.push_back({.offset = c.offset});
+    Block& b = blocks_.back();
+    const uint32_t bit = uint32_t{1} << (c.offset - b.offset);
+    switch (c.cls) {
+      case kNotBlank: b.notBlank |= bit; break;
+      case kBlank: b.blank |= bit; break;
+      case kDigit: b.digit |= bit; break;
+      case kDot: b.dot |= bit; break;
+      case kSlash: b.slash |= bit; break;
+      default:  // punctuation: that character
+        b.literal |= bit;
+        b.literals[c.offset - b.offset] = pattern[c.offset];
+        break;
+    }
+  }
+  checks_ = std::move(runs);
+#endif
 }
 
 }  // namespace qb
