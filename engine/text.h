@@ -82,11 +82,14 @@ inline bool SameBytes(const char* a, const char* b, size_t n) {
 }
 
 // Copies `n` bytes in 16-byte blocks and returns the end of the copy. It reads and writes up
-// to 15 bytes past the ends, so both sides need that room; in exchange a short value costs
-// one load and one store, whatever its length.
+// to a block past the ends (a whole block when n is 0), so both sides need that room; in
+// exchange a short value costs one load and one store, whatever its length.
 inline constexpr size_t kCopyBlock = 16;
 [[gnu::always_inline]] inline char* CopyBlocks(char* dst, const char* src, size_t n) {
-  for (size_t i = 0; i < n; i += kCopyBlock) std::memcpy(dst + i, src + i, kCopyBlock);
+  std::memcpy(dst, src, kCopyBlock);  // the whole value, mostly: no test for its length
+  for (size_t i = kCopyBlock; i < n; i += kCopyBlock) [[unlikely]] {
+    std::memcpy(dst + i, src + i, kCopyBlock);
+  }
   return dst + n;
 }
 
