@@ -179,25 +179,29 @@ static_assert(kCopyBlock >= CompiledPattern::kBlockSlack);
 bool Converter::CheckDataMarker(std::string_view line) {
   if (line.size() > kLineWidth) line = line.substr(0, kLineWidth);
   std::string_view padded;  // made when a marker first reads past the line's end
-  for (size_t i = 0; i < markers_.size(); ++i) {
-    const MarkerRow& m = markers_[i];
-    if (m.test >= MarkerTest::NeverEqual) [[unlikely]] {
-      if (m.test == MarkerTest::NeverEqual) continue;  // never as long as the marker
-      if (m.test == MarkerTest::Invalid) ThrowInvalidCall("CheckDataMarker");
+  const MarkerRow* const first = markers_.data();
+  const MarkerRow* const last = first + markers_.size();
+  for (const MarkerRow* m = first; m != last; ++m) {
+    if (m->test >= MarkerTest::NeverEqual) [[unlikely]] {
+      if (m->test == MarkerTest::NeverEqual) continue;  // never as long as the marker
+      if (m->test == MarkerTest::Invalid) ThrowInvalidCall("CheckDataMarker");
       return true;  // an unknown rule ends the search
     }
-    const bool within = m.at.Within(line);
+    const bool within = m->at.Within(line);
     if (!within && padded.empty()) padded = Padded(line);
-    const std::string_view seg = m.at.In(within ? line : padded);
+    const std::string_view seg = m->at.In(within ? line : padded);
     bool match;
-    switch (m.test) {
-      case MarkerTest::EqualWords: match = m.SameWordsAt(seg.data()); break;
-      case MarkerTest::Equal: match = SameBytes(seg.data(), m.marker.data(), seg.size()); break;
-      case MarkerTest::Pattern: match = m.pattern.Matches(seg); break;
-      default: match = seg.find(m.marker) != std::string_view::npos; break;
+    if (m->test == MarkerTest::EqualWords) [[likely]] {
+      match = m->SameWordsAt(seg.data());
+    } else if (m->test == MarkerTest::Pattern) {
+      match = m->pattern.Matches(seg);
+    } else if (m->test == MarkerTest::Equal) {
+      match = SameBytes(seg.data(), m->marker.data(), seg.size());
+    } else {
+      match = seg.find(m->marker) != std::string_view::npos;
     }
     if (match) {
-      ProcessDataMarker(i, line);
+      ProcessDataMarker(static_cast<size_t>(m - first), line);
       return true;
     }
   }
