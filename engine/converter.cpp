@@ -341,6 +341,11 @@ void Converter::PickupData(size_t marker, std::string_view line) {
   const unsigned current = current_;  // held in a register: stores below cannot change it
   try {
     for (const PickupRow& r : PickupRows(marker)) {
+      if (r.op == PickOp::Store) [[likely]] {  // most rows: the trimmed text, stored
+        const std::string_view held = r.at.Clipped(line);
+        r.field->values[current].assignBlocks(TrimBlock(held.data(), held.size()));
+        continue;
+      }
       if (r.field == nullptr) [[unlikely]] {
         if (r.op == PickOp::Invalid) ThrowInvalidCall("PickupData");
         throw QbError(kNoCurrentRecordError, "PickupData", "No output field for this pickup row");
@@ -353,7 +358,7 @@ void Converter::PickupData(size_t marker, std::string_view line) {
         return TrimBlock(held.data(), held.size());
       };
       switch (r.op) {
-        case PickOp::Store: rde.assignBlocks(text()); break;
+        case PickOp::Store: break;  // done above
         case PickOp::StoreOrSkip: {  // a text equal to the word is not stored
           const std::string_view t = text();
           if (t != r.value) rde.assignBlocks(t);
