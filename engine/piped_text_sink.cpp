@@ -14,7 +14,8 @@ constexpr size_t kBatches = 3;
 constexpr size_t kBatchSize = 256 * 1024;
 
 // A batch is a run of rows. Each row: a kind byte, then (for values and labels) a 32-bit
-// column count and, per column, a 32-bit length and the bytes.
+// column count, the 32-bit total of the values' lengths and, per column, a 32-bit length
+// and the bytes.
 enum RowKind : char { kEmptyLine, kValues, kLabels };
 
 char* PutU32(char* p, uint32_t v) {
@@ -59,15 +60,13 @@ char* PipedTextSink::Room(size_t need) {
 
 void PipedTextSink::Write(const OutputRow& row) {
   const bool empty = row.columns.empty() && !row.header;
-  size_t need = 1;
-  if (!empty) {
-    need += 4 + 4 * row.columns.size();
-    for (std::string_view v : row.columns) need += v.size();
-  }
-  char* p = Room(need);
+  size_t bytes = 0;
+  for (std::string_view v : row.columns) bytes += v.size();
+  char* p = Room(empty ? 1 : 1 + 8 + 4 * row.columns.size() + bytes);
   *p++ = empty ? kEmptyLine : row.header ? kLabels : kValues;
   if (!empty) {
     p = PutU32(p, static_cast<uint32_t>(row.columns.size()));
+    p = PutU32(p, static_cast<uint32_t>(bytes));
     for (std::string_view v : row.columns) {
       p = PutU32(p, static_cast<uint32_t>(v.size()));
       p = CopyBytes(p, v.data(), v.size());
@@ -79,11 +78,12 @@ void PipedTextSink::Write(const OutputRow& row) {
 void PipedTextSink::WriteValues(std::span<const ValueBuffer* const> values) {
   // Block copies write up to a block past each value: into the next one's place, and after
   // the last one into the slack Room keeps.
-  size_t need = 1 + 4 + 4 * values.size();
-  for (const ValueBuffer* v : values) need += v->size();
-  char* p = Room(need);
+  size_t bytes = 0;
+  for (const ValueBuffer* v : values) bytes += v->size();
+  char* p = Room(1 + 8 + 4 * values.size() + bytes);
   *p++ = kValues;
   p = PutU32(p, static_cast<uint32_t>(values.size()));
+  p = PutU32(p, static_cast<uint32_t>(bytes));
   for (const ValueBuffer* v : values) {
     p = PutU32(p, static_cast<uint32_t>(v->size()));
     p = CopyBlocks(p, v->data(), v->size());
@@ -161,15 +161,17 @@ void PipedTextSink::WriteBatch(const Batch& batch) {
     const char kind = *in++;
     if (kind != kEmptyLine) {
       const uint32_t columns = GetU32(in);
+      const uint32_t bytes = GetU32(in);
+      p = file_.Reserve(p, formatter_.RowBound(columns, bytes) + 2);  // the whole line at once
       for (uint32_t c = 0; c < columns; ++c) {
         const uint32_t length = GetU32(in);
         const std::string_view value(in, length);
         in += length;
-        p = file_.Reserve(p, formatter_.ColumnBound(value));
         p = formatter_.PutColumn(p, c, value, kind == kLabels);
       }
+    } else {
+      p = file_.Reserve(p, 2);
     }
-    p = file_.Reserve(p, 2);
     *p++ = '\r';
     *p++ = '\n';
   }

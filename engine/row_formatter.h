@@ -31,6 +31,8 @@ class RowFormatter {
   // two qualifiers and the delimiter, and a copy block of slack that lets the value be
   // copied in whole blocks and the comma test read whole words.
   size_t ColumnBound(std::string_view value) const { return 2 * value.size() + extra_; }
+  // The sum of ColumnBound over `columns` values of `bytes` characters in all.
+  size_t RowBound(size_t columns, size_t bytes) const { return 2 * bytes + columns * extra_; }
 
   // Writes column `c` at `p` (after the delimiter, unless it is the first column) and returns
   // the end; `p` has ColumnBound(value) bytes of room, and `value` can be read a copy block
