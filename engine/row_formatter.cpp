@@ -95,6 +95,35 @@ void RowFormatter::Clean(std::vector<std::string_view>& values) {
   }
 }
 
+size_t RowFormatter::CleanNumberBlock(std::string_view value, char* out) {
+#if defined(__SSE2__)
+  // An amount of up to 16 characters holding only digits, points and commas (most of them)
+  // is worked out from one block: copied whole, then the commas squeezed out.
+  const size_t n = value.size();
+  if (n <= kCopyBlock) {
+    const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(value.data()));
+    const __m128i digits = _mm_and_si128(_mm_cmpgt_epi8(block, _mm_set1_epi8('0' - 1)),
+                                         _mm_cmplt_epi8(block, _mm_set1_epi8('9' + 1)));
+    const __m128i commas = _mm_cmpeq_epi8(block, _mm_set1_epi8(','));
+    const __m128i usual = _mm_or_si128(_mm_or_si128(digits, commas),
+                                       _mm_cmpeq_epi8(block, _mm_set1_epi8('.')));
+    const uint32_t live = (uint32_t{1} << n) - 1;
+    if ((~static_cast<uint32_t>(_mm_movemask_epi8(usual)) & live) == 0) {
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(out), block);
+      const uint32_t commaBits = static_cast<uint32_t>(_mm_movemask_epi8(commas)) & live;
+      if (commaBits == 0) return n;
+      size_t kept = static_cast<size_t>(std::countr_zero(commaBits));
+      for (size_t i = kept + 1; i < n; ++i) {
+        out[kept] = value[i];
+        kept += value[i] != ',';
+      }
+      return kept;
+    }
+  }
+#endif
+  return CleanNumber(value, out);
+}
+
 size_t RowFormatter::CleanNumber(std::string_view value, char* out) {
   // The quick pass, without a branch per character: each character is stored, and the
   // cursor moves on only for those that stay. Most amounts ("12,345.67") need nothing else.

@@ -74,7 +74,7 @@ class RowFormatter {
     };
     switch (kind) {
       case Kind::Plain: break;
-      case Kind::Numeric: return p + CleanNumber(value, p);
+      case Kind::Numeric: return p + (kBlocks ? CleanNumberBlock(value, p) : CleanNumber(value, p));
       case Kind::CsvText: {
         char* end = copy();
         return HasCsvSpecialAt(p, value.size()) ? PutCsvQuoted(p, value) : end;
@@ -83,6 +83,8 @@ class RowFormatter {
     }
     return copy();
   }
+  // CleanNumber for a value readable a block past its end, written where a block fits.
+  static size_t CleanNumberBlock(std::string_view value, char* out);
   // Tests the `n` bytes at `p`, which has a copy block of room after them.
   static bool HasCsvSpecialAt(const char* p, size_t n);
   static char* PutCsvQuoted(char* p, std::string_view value);

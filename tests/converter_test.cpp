@@ -172,15 +172,23 @@ TEST(Formatting, NumericCleanUpAgreesWithTheRule) {
     kept = std::string(Trim(kept));
     return negative ? "-" + kept : kept;
   };
+  // Written from a batch, a plain amount is cleaned up from one block.
+  RowFormatter batchWriter(OutputFormat::Csv, ",", "\"", false, {{true, false}});
   std::mt19937 random(11222026);
-  for (int i = 0; i < 20000; ++i) {
-    const bool plain = i % 2 == 0;  // half of them without blanks and signs
-    const std::string_view from = plain ? "0123456789.,$%#*+rRdDx" : "0123456789.,()-+$%#*crCRdD x";
+  for (int i = 0; i < 30000; ++i) {
+    // Plain amounts, then values without blanks and signs, then anything.
+    const std::string_view from = i % 3 == 0   ? "0123456789.,"
+                                  : i % 3 == 1 ? "0123456789.,$%#*+rRdDx"
+                                               : "0123456789.,()-+$%#*crCRdD x";
     std::string value;
     for (size_t n = random() % 20; n > 0; --n) value += from[random() % from.size()];
     std::string out(value.size() + 1, '?');
     out.resize(RowFormatter::CleanNumber(value, out.data()));
     ASSERT_EQ(out, rule(value)) << '"' << value << '"';
+    const std::string batch = value + std::string(kCopyBlock, ',');
+    std::string written(batchWriter.ColumnBound(value), '?');
+    char* end = batchWriter.PutColumn(written.data(), 0, {batch.data(), value.size()}, false);
+    ASSERT_EQ(std::string(written.data(), end), rule(value)) << '"' << value << '"';
   }
 }
 
