@@ -158,21 +158,22 @@ class ValueBuffer {
   const char* data() const { return buf_.get(); }
   size_t size() const { return len_; }
   bool empty() const { return len_ == 0; }
-  // Inlined even where the compiler would not: it is the per-pickup store.
+  // Inlined even where the compiler would not: it is the per-pickup store. (A moved-from
+  // buffer has no room at all, so it grows here before it is written.)
   [[gnu::always_inline]] void assign(std::string_view v) {
-    if (cap_ < v.size()) [[unlikely]] grow(v.size());
+    if (v.size() >= cap_) [[unlikely]] grow(v.size());
     CopyBytes(buf_.get(), v.data(), v.size());
     len_ = v.size();
   }
   // The same, block-copied from a source readable a block past its end.
   [[gnu::always_inline]] void assignBlocks(std::string_view v) {
-    if (cap_ < v.size()) [[unlikely]] grow(v.size());
+    if (v.size() >= cap_) [[unlikely]] grow(v.size());
     CopyBlocks(buf_.get(), v.data(), v.size());
     len_ = v.size();
   }
   // From another value, block-copied.
   [[gnu::always_inline]] void assign(const ValueBuffer& o) {
-    if (cap_ < o.len_) [[unlikely]] grow(o.len_);
+    if (o.len_ >= cap_) [[unlikely]] grow(o.len_);
     CopyBlocks(buf_.get(), o.buf_.get(), o.len_);
     len_ = o.len_;
   }
