@@ -342,8 +342,7 @@ void Converter::PickupData(size_t marker, std::string_view line) {
   try {
     for (const PickupRow& r : PickupRows(marker)) {
       if (r.op == PickOp::Store) [[likely]] {  // most rows: the trimmed text, stored
-        const std::string_view held = r.at.Clipped(line);
-        r.field->values[current].assignBlocks(TrimBlock(held.data(), held.size()));
+        r.field->values[current].assignBlocks(r.at.Trimmed(line));
         continue;
       }
       if (r.field == nullptr) [[unlikely]] {
@@ -352,11 +351,7 @@ void Converter::PickupData(size_t marker, std::string_view line) {
       }
       FieldSlot& f = *r.field;
       ValueBuffer& rde = f.values[current];
-      // Blanks past the line's end would be trimmed away: the part the line holds is enough.
-      auto text = [&]() __attribute__((always_inline)) {
-        const std::string_view held = r.at.Clipped(line);
-        return TrimBlock(held.data(), held.size());
-      };
+      auto text = [&] { return r.at.Trimmed(line); };
       switch (r.op) {
         case PickOp::Store: break;  // done above
         case PickOp::StoreOrSkip: {  // a text equal to the word is not stored

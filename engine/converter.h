@@ -100,6 +100,12 @@ class Converter {
       const size_t from = std::min<size_t>(offset, line.size());
       return {line.data() + from, line.size() - from};
     }
+    // The pickup's text: the part the line holds, trimmed (blanks past the line's end would
+    // be trimmed away). The line has a block of slack after it.
+    std::string_view Trimmed(std::string_view line) const {
+      const std::string_view held = Clipped(line);
+      return TrimBlock(held.data(), held.size());
+    }
   };
   // How a marker row tests its segment. EqualWords is "=" with a text of 1 to 16
   // characters, compared as two masked words (the segment is readable a block past its

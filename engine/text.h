@@ -98,8 +98,8 @@ namespace text_detail {
 // (the little-endian order of bits; TrimBlock uses it only there).
 inline uint32_t NonBlankBitsByWords(const char* p) {
   auto bits8 = [](const char* q) {
-    constexpr uint64_t kBlanks = 0x2020202020202020ULL, kLow7 = 0x7f7f7f7f7f7f7f7fULL;
-    const uint64_t x = Load<uint64_t>(q) ^ kBlanks;             // zero bytes were blanks
+    constexpr uint64_t kLow7 = 0x7f7f7f7f7f7f7f7fULL;
+    const uint64_t x = trim_detail::NonBlanks(q);                // zero bytes were blanks
     const uint64_t high = (((x & kLow7) + kLow7) | x) & ~kLow7;  // the top bit of the others
     // Gathers the eight top bits into one byte, byte i's bit to bit i.
     return static_cast<uint32_t>(((high >> 7) * 0x0102040810204080ULL) >> 56);
