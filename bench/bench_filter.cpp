@@ -20,8 +20,12 @@ void* operator new(std::size_t n) {
   if (void* p = std::malloc(n ? n : 1)) return p;
   throw std::bad_alloc();
 }
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+void operator delete(void* p) noexcept {
+  std::free(p);
+}
+void operator delete(void* p, std::size_t) noexcept {
+  std::free(p);
+}
 
 namespace {
 
@@ -76,8 +80,8 @@ void BM_CompiledPickupFilter(benchmark::State& state) {
   }
   const long allocations = g_allocations.load() - before;
   benchmark::DoNotOptimize(rows);
-  state.counters["allocs_per_apply"] =
-      benchmark::Counter(static_cast<double>(allocations) / static_cast<double>(state.iterations()));
+  state.counters["allocs_per_apply"] = benchmark::Counter(static_cast<double>(allocations) /
+                                                          static_cast<double>(state.iterations()));
   state.counters["rows_per_apply"] =
       benchmark::Counter(static_cast<double>(rows) / static_cast<double>(state.iterations()));
 }

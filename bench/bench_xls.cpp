@@ -17,16 +17,25 @@ namespace {
 
 constexpr int kRows = 65000;
 constexpr int kColumns = 12;
-const std::vector<std::string> kTypes = {"c", "c", "d", "c", "n", "n", "n0", "c", "n", "c", "n", "c"};
+const std::vector<std::string> kTypes = {"c",  "c", "d", "c", "n", "n",
+                                         "n0", "c", "n", "c", "n", "c"};
 
 // The value of row r, column c (0-based): text, dates and amounts, as a report gives them.
 std::string Value(int r, int c) {
   switch (c) {
-    case 0: return "C" + std::to_string(100000 + r % 5000);
-    case 2: return "10/" + std::to_string(10 + r % 18) + "/26";
-    case 4: case 5: case 8: case 10: return std::to_string((r * 37 + c) % 100000) + "." + std::to_string(10 + r % 90);
-    case 6: return std::to_string(r % 5000);
-    default: return "TEXT " + std::to_string(c) + " ROW " + std::to_string(r);
+    case 0:
+      return "C" + std::to_string(100000 + r % 5000);
+    case 2:
+      return "10/" + std::to_string(10 + r % 18) + "/26";
+    case 4:
+    case 5:
+    case 8:
+    case 10:
+      return std::to_string((r * 37 + c) % 100000) + "." + std::to_string(10 + r % 90);
+    case 6:
+      return std::to_string(r % 5000);
+    default:
+      return "TEXT " + std::to_string(c) + " ROW " + std::to_string(r);
   }
 }
 
@@ -67,7 +76,8 @@ int main(int argc, char** argv) {
         state.LinesWritten = r + 1;
         state.LastWriteFlag = r + 1 == kRows;
         if (r == 0) {
-          for (int c = 0; c < kColumns; ++c) values[static_cast<size_t>(c)] = labels[static_cast<size_t>(c)];
+          for (int c = 0; c < kColumns; ++c)
+            values[static_cast<size_t>(c)] = labels[static_cast<size_t>(c)];
           run.Write({values, "", true});
         }
         joined.clear();
@@ -84,7 +94,8 @@ int main(int argc, char** argv) {
       const std::filesystem::path turbo = out / "turbo.tmp";
       {
         std::ofstream text(turbo, std::ios::binary);
-        for (int c = 0; c < kColumns; ++c) text << (c ? "\t" : "") << labels[static_cast<size_t>(c)];
+        for (int c = 0; c < kColumns; ++c)
+          text << (c ? "\t" : "") << labels[static_cast<size_t>(c)];
         text << "\r\n";
         for (const auto& row : rows) {
           for (int c = 0; c < kColumns; ++c) text << (c ? "\t" : "") << row[static_cast<size_t>(c)];
@@ -97,7 +108,8 @@ int main(int argc, char** argv) {
         return 1;
       }
     }
-    const double secs = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    const double secs =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     std::printf("mode %d  %6.2f s  %9.0f rows/s  %s\n", mode, secs, kRows / secs, file.c_str());
   }
   return 0;

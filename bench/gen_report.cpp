@@ -23,12 +23,13 @@ class Random {  // a fixed LCG, so every machine writes the same report
   uint64_t state_ = 20261122;
 };
 
-const char* kNames[] = {"HARBORVIEW MARINE SUPPLY", "BIRCH & STONE LANDSCAPING", "QUARRY LANE BAKERY",
-                        "TIDEWATER EAST CLINIC", "ALDER CREEK HARDWARE", "BLUE FIR CONSTRUCTION",
-                        "CASCO BAY OUTFITTERS", "DEERING OAKS DENTAL", "FORE RIVER MACHINE WORKS",
-                        "GREAT DIAMOND ISLAND INN", "NORTH DEERING FARMS, INC", "PINE POINT CANNERY"};
-const char* kStreets[] = {"455 HARBOR ROAD", "RT 9 YARD", "12 DOCK ST", "88 FORE ST", "1 MAIN ST",
-                          "700 RIVERSIDE IND PKWY"};
+const char* kNames[] = {
+    "HARBORVIEW MARINE SUPPLY", "BIRCH & STONE LANDSCAPING", "QUARRY LANE BAKERY",
+    "TIDEWATER EAST CLINIC",    "ALDER CREEK HARDWARE",      "BLUE FIR CONSTRUCTION",
+    "CASCO BAY OUTFITTERS",     "DEERING OAKS DENTAL",       "FORE RIVER MACHINE WORKS",
+    "GREAT DIAMOND ISLAND INN", "NORTH DEERING FARMS, INC",  "PINE POINT CANNERY"};
+const char* kStreets[] = {"455 HARBOR ROAD", "RT 9 YARD", "12 DOCK ST",
+                          "88 FORE ST",      "1 MAIN ST", "700 RIVERSIDE IND PKWY"};
 const char* kTowns[] = {"PORTLAND ME", "GORHAM ME", "SACO ME", "BATH ME", "BRUNSWICK ME"};
 const char* kTerms[] = {"NET 30", "NET 45", "2% 10 NET", "COD", "NET 60"};
 const char* kVia[] = {"UPS GROUND", "OUR TRUCK", "CUSTOMER PICKUP", "LTL FREIGHT"};
@@ -72,9 +73,11 @@ class Writer {
     std::snprintf(line, sizeof line, "%s%-40s%-80sPAGE %7d", first ? "" : "\f",
                   "NORTHGATE DISTRIBUTION INC.", "INVOICE REGISTER - ALL REGIONS", page_);
     Put(line);
-    Put("ARINV01   PERIOD ENDING 10/31/26                                               RUN DATE 11/02/26");
+    Put("ARINV01   PERIOD ENDING 10/31/26                                               RUN DATE "
+        "11/02/26");
     Put("");
-    Put("  INVOICE   DATE      CUSTOMER PO   TERMS      REP   WHSE     QTY        AMOUNT         TAX     "
+    Put("  INVOICE   DATE      CUSTOMER PO   TERMS      REP   WHSE     QTY        AMOUNT         "
+        "TAX     "
         "FREIGHT          TOTAL");
     Put("  " + std::string(118, '-'));
     lineOnPage_ = 5;
@@ -126,13 +129,13 @@ int main(int argc, char** argv) {
       const int64_t tax = amount * 7 / 100;
       const int64_t freight = credit ? 0 : rnd.Below(20000);
       const int64_t total = amount + tax + freight;
-      std::snprintf(line, sizeof line,
-                    "  %s%06u  %02u/%02u/26  PO-%06u    %-10s SR%02u  W%02u   %6u  %12s  %10s  %10s  %13s",
-                    credit ? "CM" : "IN", 100000 + invoices++ % 900000, 1 + rnd.Below(12),
-                    1 + rnd.Below(28),
-                    rnd.Below(1000000), kTerms[rnd.Below(5)], rnd.Below(30), rnd.Below(9),
-                    1 + rnd.Below(5000), Money(amount, true).c_str(), Money(tax, true).c_str(),
-                    Money(freight, true).c_str(), Money(total, true).c_str());
+      std::snprintf(
+          line, sizeof line,
+          "  %s%06u  %02u/%02u/26  PO-%06u    %-10s SR%02u  W%02u   %6u  %12s  %10s  %10s  %13s",
+          credit ? "CM" : "IN", 100000 + invoices++ % 900000, 1 + rnd.Below(12), 1 + rnd.Below(28),
+          rnd.Below(1000000), kTerms[rnd.Below(5)], rnd.Below(30), rnd.Below(9),
+          1 + rnd.Below(5000), Money(amount, true).c_str(), Money(tax, true).c_str(),
+          Money(freight, true).c_str(), Money(total, true).c_str());
       w.Line(line);
       if (rnd.Below(10) < 4) {
         std::snprintf(line, sizeof line, "            SHIP TO: %-40s VIA: %s",

@@ -48,7 +48,8 @@ std::vector<std::pair<std::string, std::string>> ParseSets(const ParsedOptions& 
     if (eq == std::string::npos) throw UsageError("--set needs KEY=VALUE, not '" + s + "'");
     std::string key = s.substr(0, eq);
     bool known = false;
-    for (const SettingDefinition& d : SettingDefinitions()) known = known || EqualsNoCase(d.name, key);
+    for (const SettingDefinition& d : SettingDefinitions())
+      known = known || EqualsNoCase(d.name, key);
     if (!known) {
       std::string names;
       for (const SettingDefinition& d : SettingDefinitions()) names += " " + std::string(d.name);
@@ -76,7 +77,8 @@ std::vector<int> ParseFieldList(const ParsedOptions& opts) {
       }
       fields.push_back(n);
     } catch (const QbError&) {
-      throw UsageError("--fields takes field numbers such as 3,1,7, not '" + std::string(item) + "'");
+      throw UsageError("--fields takes field numbers such as 3,1,7, not '" + std::string(item) +
+                       "'");
     }
   }
   if (fields.empty()) throw UsageError("--fields needs at least one field number");
@@ -143,8 +145,10 @@ std::optional<std::filesystem::path> LoadForJob(const ParsedOptions& opts, Engin
     try {
       system = ParseSystemEntry(app.Settings["pfset"], "qbconvert");
     } catch (const QbError&) {
-      std::fprintf(stderr, "qbconvert: the \"pfset\" setting '%s' is not a source system entry; "
-                   "name the RDF with --rdf\n", app.Settings["pfset"].c_str());
+      std::fprintf(stderr,
+                   "qbconvert: the \"pfset\" setting '%s' is not a source system entry; "
+                   "name the RDF with --rdf\n",
+                   app.Settings["pfset"].c_str());
       return std::nullopt;
     }
     std::optional<std::filesystem::path> found = FindRdf(report, system, app.Settings["rdfdir"]);
@@ -164,7 +168,8 @@ std::optional<std::filesystem::path> LoadForJob(const ParsedOptions& opts, Engin
     std::fprintf(stderr, "qbconvert: cannot load RDF %s: %s\n", rdf.c_str(), why.c_str());
     return std::nullopt;
   }
-  if (auto output = opts.value(Opt::Output)) app.Settings.Item("opfmt").Value = *OutputType(*output);
+  if (auto output = opts.value(Opt::Output))
+    app.Settings.Item("opfmt").Value = *OutputType(*output);
   for (const auto& [key, value] : sets) app.Settings.Item(key).Value = value;
   ApplyFieldList(engine.tables.rsFields, ParseFieldList(opts));
   return rdf;
@@ -187,8 +192,9 @@ class InterruptWatch {
         if (sigwait(&set, &sig) != 0 || sig == SIGUSR1) return;
         if (++presses == 1) {
           cancel = true;
-          std::fputs("\nqbconvert: cancelling; the rows so far are kept (Ctrl-C again to stop at once)\n",
-                     stderr);
+          std::fputs(
+              "\nqbconvert: cancelling; the rows so far are kept (Ctrl-C again to stop at once)\n",
+              stderr);
         } else {
           _exit(kExitCancelled);
         }
@@ -211,7 +217,8 @@ int Convert(const ParsedOptions& opts, Application& app, ConsoleUI& ui) {
   const std::filesystem::path output = *opts.value(Opt::Output);
   std::error_code ec;
   if (!std::filesystem::is_regular_file(report, ec)) {
-    std::fprintf(stderr, "qbconvert: the report %s does not exist or is not a file\n", report.c_str());
+    std::fprintf(stderr, "qbconvert: the report %s does not exist or is not a file\n",
+                 report.c_str());
     return kExitFailed;
   }
   if (std::filesystem::exists(output, ec) && !opts.has(Opt::Overwrite)) {
@@ -226,10 +233,12 @@ int Convert(const ParsedOptions& opts, Application& app, ConsoleUI& ui) {
   RunDriver driver(engine);
   ui.setAnswer(opts.has(Opt::Overwrite));
   switch (driver.CheckRun(report, *rdf, output)) {
-    case RunDriver::Check::Ready: break;
+    case RunDriver::Check::Ready:
+      break;
     case RunDriver::Check::NothingToDo:
     case RunDriver::Check::NoOutputField:
-    case RunDriver::Check::Declined: return kExitFailed;
+    case RunDriver::Check::Declined:
+      return kExitFailed;
   }
   ui.setProgressDetail([&driver] { return std::to_string(driver.LinesProcessed()) + " lines"; });
   bool ok;
@@ -270,12 +279,13 @@ void Validate(const ParsedOptions& opts) {
   if (opts.has(Opt::Output)) {
     if (!opts.has(Opt::Report)) throw UsageError("--output needs --report FILE");
     if (!OutputType(*opts.value(Opt::Output))) {
-      throw UsageError("--output must end in .txt, .csv or .xls, not '" +
-                       *opts.value(Opt::Output) + "'");
+      throw UsageError("--output must end in .txt, .csv or .xls, not '" + *opts.value(Opt::Output) +
+                       "'");
     }
   }
   if (!list && !save && !opts.has(Opt::Output) &&
-      (opts.has(Opt::Report) || opts.has(Opt::Rdf) || opts.has(Opt::Fields) || opts.has(Opt::Set))) {
+      (opts.has(Opt::Report) || opts.has(Opt::Rdf) || opts.has(Opt::Fields) ||
+       opts.has(Opt::Set))) {
     throw UsageError("nothing to do: give --output FILE, --list-fields or --save-rdf FILE");
   }
   ParseSets(opts);

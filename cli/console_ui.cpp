@@ -39,15 +39,17 @@ bool ConsoleUI::question(std::string_view text, std::string_view title, MessageI
   return answer_;
 }
 
-void ConsoleUI::status(std::string_view text) { status_ = text; }
+void ConsoleUI::status(std::string_view text) {
+  status_ = text;
+}
 
 void ConsoleUI::progress(int percent) {
   if (!tty_) return;
   constexpr int kWidth = 30;
   const int filled = percent * kWidth / 100;
-  const auto secs = std::chrono::duration_cast<std::chrono::seconds>(
-                        std::chrono::steady_clock::now() - start_)
-                        .count();
+  const auto secs =
+      std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - start_)
+          .count();
   std::string bar(static_cast<size_t>(filled), '#');
   bar.append(static_cast<size_t>(kWidth - filled), '.');
   const std::string detail = detail_ ? detail_() : std::string();
@@ -58,6 +60,8 @@ void ConsoleUI::progress(int percent) {
   barShown_ = true;
 }
 
-void ConsoleUI::finishProgress() { clearBar(); }
+void ConsoleUI::finishProgress() {
+  clearBar();
+}
 
 }  // namespace qb::cli

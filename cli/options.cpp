@@ -8,8 +8,8 @@ namespace {
 constexpr std::array<OptionSpec, 13> kOptions{{
     {Opt::Report, "report", "FILE", false,
      "the report to convert (.txt, .prn, .rpt print image; .pdf; a delimited file)"},
-    {Opt::Rdf, "rdf", "FILE",
-     false, "the Report Description File; found from the report when left out"},
+    {Opt::Rdf, "rdf", "FILE", false,
+     "the Report Description File; found from the report when left out"},
     {Opt::Output, "output", "FILE", false,
      "the output file; its extension (.txt, .csv, .xls) sets the output type"},
     {Opt::Home, "home", "DIR", false,
@@ -17,8 +17,7 @@ constexpr std::array<OptionSpec, 13> kOptions{{
      "else the folder of this program"},
     {Opt::Set, "set", "KEY=VALUE", true,
      "override one setting for this run (delim, textq, tqswt, rtype, ...); may be repeated"},
-    {Opt::Fields, "fields", "N,N,...", false,
-     "output only these field numbers, in this order"},
+    {Opt::Fields, "fields", "N,N,...", false, "output only these field numbers, in this order"},
     {Opt::Overwrite, "overwrite", "", false, "replace an existing output file"},
     {Opt::Quiet, "quiet", "", false, "print nothing on success"},
     {Opt::Launch, "launch", "", false,
@@ -40,7 +39,9 @@ const OptionSpec* Find(std::string_view name) {
 
 }  // namespace
 
-std::span<const OptionSpec> Options() { return kOptions; }
+std::span<const OptionSpec> Options() {
+  return kOptions;
+}
 
 std::optional<std::string> ParsedOptions::value(Opt o) const {
   auto it = values_.find(o);
@@ -81,8 +82,8 @@ ParsedOptions ParseCommandLine(std::span<const char* const> args) {
     }
     if (!inlineValue) {
       if (i + 1 >= args.size()) {
-        throw UsageError("--" + std::string(option->name) + " needs a value: " +
-                         std::string(option->valueName));
+        throw UsageError("--" + std::string(option->name) +
+                         " needs a value: " + std::string(option->valueName));
       }
       inlineValue = args[++i];
     }
@@ -108,13 +109,14 @@ std::string HelpText() {
   for (const OptionSpec& o : kOptions) {
     std::string left = "  --" + std::string(o.name);
     if (!o.valueName.empty()) left += " " + std::string(o.valueName);
-    if (left.size() < 24) left.append(24 - left.size(), ' ');
-    else left += "\n" + std::string(24, ' ');
+    if (left.size() < 24)
+      left.append(24 - left.size(), ' ');
+    else
+      left += "\n" + std::string(24, ' ');
     s += left + std::string(o.help) + "\n";
   }
-  s +=
-      "\nExit status: 0 done, 1 the run or the RDF failed (standard error says why),\n"
-      "2 a usage error, 130 cancelled with Ctrl-C (the rows so far are kept).\n";
+  s += "\nExit status: 0 done, 1 the run or the RDF failed (standard error says why),\n"
+       "2 a usage error, 130 cancelled with Ctrl-C (the rows so far are kept).\n";
   return s;
 }
 

@@ -1,8 +1,8 @@
 #include "engine/converter.h"
 
 #include <charconv>
-#include <cstring>
 #include <cstdlib>
+#include <cstring>
 #include <limits>
 
 #include "engine/pattern.h"
@@ -11,18 +11,20 @@
 namespace qb {
 namespace {
 
-[[noreturn]] void ThrowOverflow(const char* source) { throw QbError::Runtime(kOverflow, source); }
+[[noreturn]] void ThrowOverflow(const char* source) {
+  throw QbError::Runtime(kOverflow, source);
+}
 
 // Inline: the marker path narrows three values a line.
 inline int16_t Narrow16(int64_t v, const char* source) {
-  if (v < std::numeric_limits<int16_t>::min() || v > std::numeric_limits<int16_t>::max()) [[unlikely]] {
+  if (v < std::numeric_limits<int16_t>::min() || v > std::numeric_limits<int16_t>::max())
+      [[unlikely]] {
     ThrowOverflow(source);
   }
   return static_cast<int16_t>(v);
 }
 
 constexpr int32_t kNoCurrentRecordError = 3021;  // the record sets' "no current record"
-
 
 // Appends a number to `out` without allocating.
 void AppendInt(std::string& out, int64_t v) {
@@ -53,7 +55,9 @@ void Converter::PrepareOutput() {
 
   const clsKeys& s = engine_.app().Settings;
   const std::string& opfmt = s["opfmt"];
-  format_ = opfmt == ".csv" ? OutputFormat::Csv : opfmt == ".xls" ? OutputFormat::Xls : OutputFormat::Txt;
+  format_ = opfmt == ".csv"   ? OutputFormat::Csv
+            : opfmt == ".xls" ? OutputFormat::Xls
+                              : OutputFormat::Txt;
   const std::string& delim = s["delim"];
   delimiter_ = EqualsNoCase(delim, "tab") ? "\t" : EqualsNoCase(delim, "comma") ? "," : delim;
   if (format_ == OutputFormat::Csv) delimiter_ = ",";
@@ -61,7 +65,7 @@ void Converter::PrepareOutput() {
   qualifier_ = s["textq"];
   qualify_ = s["tqswt"] == "1";
   const std::string& rtype = s["rtype"];
-  selection_ = rtype == "Details Only" ? Selection::Details
+  selection_ = rtype == "Details Only"  ? Selection::Details
                : rtype == "Totals Only" ? Selection::Totals
                                         : Selection::All;
 
@@ -82,11 +86,13 @@ void Converter::PrepareOutput() {
     r.group = static_cast<int32_t>(m.GetInt(col::Markers::fldGRP));
     r.wait = static_cast<int32_t>(m.GetInt(col::Markers::fldWTS));
     r.subGroup = m.GetBool(col::Markers::fldSGR);
-    if (rule == 'p') r.pattern = CompiledPattern(r.marker, static_cast<size_t>(std::max<int64_t>(length, 0)));
-    r.test = rule == '=' ? (r.at.count == r.marker.size() ? MarkerTest::Equal : MarkerTest::NeverEqual)
+    if (rule == 'p')
+      r.pattern = CompiledPattern(r.marker, static_cast<size_t>(std::max<int64_t>(length, 0)));
+    r.test = rule == '='
+                 ? (r.at.count == r.marker.size() ? MarkerTest::Equal : MarkerTest::NeverEqual)
              : rule == 'p' ? MarkerTest::Pattern
              : rule == 'x' ? MarkerTest::Contains
-                             : MarkerTest::Unknown;
+                           : MarkerTest::Unknown;
     if (r.test == MarkerTest::Equal && !r.marker.empty() && r.marker.size() <= kCopyBlock) {
       std::array<char, kCopyBlock> text{}, mask{};
       std::memcpy(text.data(), r.marker.data(), r.marker.size());
@@ -143,8 +149,8 @@ void Converter::PrepareOutput() {
   for (unsigned parity : {0u, 1u}) {
     rowSources_[parity].clear();
     for (const Column& c : columns_) {
-      rowSources_[parity].push_back(c.slot >= 0 ? &slots_[static_cast<size_t>(c.slot)].values[parity]
-                                                : &noValue_);
+      rowSources_[parity].push_back(
+          c.slot >= 0 ? &slots_[static_cast<size_t>(c.slot)].values[parity] : &noValue_);
     }
   }
   padded_.fill(' ');
@@ -231,7 +237,8 @@ void Converter::ProcessDataMarker(size_t index, std::string_view line) {
     ApplySubGroup(m);
   }
   if (m.counts) {
-    if (m.seq == std::numeric_limits<int32_t>::max()) throw QbError::Runtime(kOverflow, "ProcessDataMarker");
+    if (m.seq == std::numeric_limits<int32_t>::max())
+      throw QbError::Runtime(kOverflow, "ProcessDataMarker");
     ++m.seq;
   }
   state_.CurrentSeq = Narrow16(m.seq, "ProcessDataMarker");
@@ -309,7 +316,9 @@ const std::vector<Converter::PickupRow>& Converter::PickupRows(size_t marker) {
     std::string_view act = p.GetText(col::Pickups::fldACT);
     r.value = p.GetText(col::Pickups::fldVAL);
     if (rule == "=") {
-      r.op = act == "skip" ? PickOp::StoreOrSkip : act == "prev" ? PickOp::StoreOrPrev : PickOp::Store;
+      r.op = act == "skip"   ? PickOp::StoreOrSkip
+             : act == "prev" ? PickOp::StoreOrPrev
+                             : PickOp::Store;
     } else if (rule == "a") {
       static constexpr std::pair<std::string_view, PickOp> kActs[] = {
           {"set", PickOp::Set},   {"seth", PickOp::SetH}, {"cat", PickOp::Cat},
@@ -353,7 +362,8 @@ void Converter::PickupData(size_t marker, std::string_view line) {
       ValueBuffer& rde = f.values[current];
       auto text = [&] { return r.at.Trimmed(line); };
       switch (r.op) {
-        case PickOp::Store: break;  // done above
+        case PickOp::Store:
+          break;                     // done above
         case PickOp::StoreOrSkip: {  // a text equal to the word is not stored
           const std::string_view t = text();
           if (t != r.value) rde.assignBlocks(t);
@@ -378,8 +388,12 @@ void Converter::PickupData(size_t marker, std::string_view line) {
           }  // otherwise the field keeps what it had
           break;
         }
-        case PickOp::Set: rde.assign(r.value); break;
-        case PickOp::SetH: f.hde.assign(r.value); break;
+        case PickOp::Set:
+          rde.assign(r.value);
+          break;
+        case PickOp::SetH:
+          f.hde.assign(r.value);
+          break;
         case PickOp::Cat: {
           const std::string_view t = text();
           if (rde.empty()) {
@@ -398,7 +412,9 @@ void Converter::PickupData(size_t marker, std::string_view line) {
           pickValue_ += r.value;
           rde.assign(pickValue_);
           break;
-        case PickOp::Get: rde.assign(f.hde); break;
+        case PickOp::Get:
+          rde.assign(f.hde);
+          break;
         case PickOp::GetC:
           rde.assign(f.hde);
           f.hde.clear();
@@ -407,12 +423,15 @@ void Converter::PickupData(size_t marker, std::string_view line) {
           rde.assign(f.hde);
           f.hde.assign("0.00");
           break;
-        case PickOp::Hold: f.hde.assignBlocks(text()); break;
+        case PickOp::Hold:
+          f.hde.assignBlocks(text());
+          break;
         case PickOp::Keep:
           if (rde.empty()) rde.assignBlocks(text());
           break;
         case PickOp::Invalid:
-        case PickOp::NoField: break;  // rows without a field, failed above
+        case PickOp::NoField:
+          break;  // rows without a field, failed above
       }
     }
   } catch (FatalRunError&) {
@@ -427,7 +446,8 @@ void Converter::PickupData(size_t marker, std::string_view line) {
 void Converter::WriteLine(int level) {
   bool write = true;
   if (selection_ != Selection::All && engine_.flags.RecordField) {
-    if (recordSlot_ < 0) throw QbError(kNoCurrentRecordError, "WriteLine", "The RDF has no field 1");
+    if (recordSlot_ < 0)
+      throw QbError(kNoCurrentRecordError, "WriteLine", "The RDF has no field 1");
     const bool total = !Rde(slots_[static_cast<size_t>(recordSlot_)]).empty();
     write = selection_ == Selection::Details ? !total : total;
   }
@@ -498,8 +518,8 @@ void Converter::ReportLineError(const QbError& e) {
 
 void Converter::FinishErrorReport() {
   if (errorsUnlogged_ > 0) {
-    engine_.app().Log().WriteLog("Process", std::to_string(errorsUnlogged_) +
-                                                " more line errors were not logged");
+    engine_.app().Log().WriteLog(
+        "Process", std::to_string(errorsUnlogged_) + " more line errors were not logged");
   }
 }
 

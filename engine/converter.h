@@ -96,7 +96,8 @@ class Converter {
     std::string_view In(std::string_view line) const { return {line.data() + offset, count}; }
     // The part of the segment the line holds: the rest would be padding blanks.
     std::string_view Clipped(std::string_view line) const {
-      if (offset + count <= line.size()) [[likely]] return {line.data() + offset, count};
+      if (offset + count <= line.size()) [[likely]]
+        return {line.data() + offset, count};
       const size_t from = std::min<size_t>(offset, line.size());
       return {line.data() + from, line.size() - from};
     }
@@ -123,19 +124,27 @@ class Converter {
       return (((a ^ words[0]) & masks[0]) | ((b ^ words[1]) & masks[1])) == 0;
     }
     std::string marker;
-    std::string action;  // as stored: text(4), blank-padded
+    std::string action;       // as stored: text(4), blank-padded
     CompiledPattern pattern;  // rule "p"
     int32_t group = 0, wait = 0, seq = 0;
     bool subGroup = false, skip = false, stop = false, counts = false;
   };
   // What a pickup row does, its rule and action in one.
   enum class PickOp {
-    Store,         // "=" (and any rule but "a", "=p"): the trimmed text
-    StoreOrSkip,   // "=" "skip": the text, unless it equals the value
-    StoreOrPrev,   // "=" "prev": the text, or the previous record's value when it equals the value
-    PrevSet,       // "=p" "set": the value, when the field still has the previous record's
-    PrevKeep,      // "=p" otherwise: nothing
-    Set, SetH, Cat, CatV, Get, GetC, GetZ, Hold, Keep,  // "a" with that action
+    Store,        // "=" (and any rule but "a", "=p"): the trimmed text
+    StoreOrSkip,  // "=" "skip": the text, unless it equals the value
+    StoreOrPrev,  // "=" "prev": the text, or the previous record's value when it equals the value
+    PrevSet,      // "=p" "set": the value, when the field still has the previous record's
+    PrevKeep,     // "=p" otherwise: nothing
+    Set,
+    SetH,
+    Cat,
+    CatV,
+    Get,
+    GetC,
+    GetZ,
+    Hold,
+    Keep,     // "a" with that action
     Invalid,  // a start below 1 or a negative length: fails the line, as Mid would
     NoField,  // the RDF has no field of the row's number
   };

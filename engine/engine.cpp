@@ -13,12 +13,17 @@ namespace qb {
 namespace {
 
 // The RDF setting records and the settings they set, in the order they are saved.
-constexpr std::array<std::pair<std::string_view, std::string_view>, 6> kRdfSettingKeys{{
-    {"OF", "opfmt"}, {"QS", "tqswt"}, {"TQ", "textq"}, {"DL", "delim"}, {"RT", "rtype"}, {"ES", "exswt"}}};
+constexpr std::array<std::pair<std::string_view, std::string_view>, 6> kRdfSettingKeys{
+    {{"OF", "opfmt"},
+     {"QS", "tqswt"},
+     {"TQ", "textq"},
+     {"DL", "delim"},
+     {"RT", "rtype"},
+     {"ES", "exswt"}}};
 
 // The settings put back to the saved values before an RDF applies its own.
 constexpr std::array<std::string_view, 6> kRestoredKeys{"delim", "textq", "tqswt",
-                                                         "opfmt", "exswt", "rtype"};
+                                                        "opfmt", "exswt", "rtype"};
 
 // Text at `start`/`length` on line `row` of the report (the last line read when the report
 // is shorter), or "" for an empty report.
@@ -33,7 +38,8 @@ std::string ReportText(const std::filesystem::path& report, const clsSystem& sys
 
 }  // namespace
 
-bool Engine::LoadRDF(const std::filesystem::path& rdfPath, const std::filesystem::path& reportPath) {
+bool Engine::LoadRDF(const std::filesystem::path& rdfPath,
+                     const std::filesystem::path& reportPath) {
   lastError_.reset();
   DestroyRecordsets();
   CreateRecordsets();
@@ -101,7 +107,8 @@ bool Engine::BuildRDF(const std::filesystem::path& path) {
       out.append("\r\n");
     };
     Recordset& lines = tables.rsLines;
-    for (lines.MoveFirst(); !lines.IsEOF(); lines.MoveNext()) line(lines.GetText(col::Lines::fldRDL));
+    for (lines.MoveFirst(); !lines.IsEOF(); lines.MoveNext())
+      line(lines.GetText(col::Lines::fldRDL));
 
     Recordset& f = tables.rsFields;
     f.Sort("fldFLD");
@@ -137,8 +144,8 @@ bool Engine::BuildRDF(const std::filesystem::path& path) {
 }
 
 std::string ReportIdentifier(const std::filesystem::path& report, const clsSystem& system) {
-  std::string id = system.Row == 0 ? report.filename().string()
-                                   : ReportText(report, system, "ReportIdentifier");
+  std::string id =
+      system.Row == 0 ? report.filename().string() : ReportText(report, system, "ReportIdentifier");
   id = std::string(Trim(id));
   if (!system.Extension.empty()) {
     if (size_t at = id.find(system.Extension); at != std::string::npos) id.resize(at);
@@ -157,7 +164,8 @@ std::optional<std::filesystem::path> FindRdf(const std::filesystem::path& report
   }
   if (id.empty() || id.find("..") != std::string::npos) return std::nullopt;
   for (unsigned char c : id) {
-    if (c < 32 || c == 127 || std::string_view("/\\:*?\"<>|").find(static_cast<char>(c)) != std::string_view::npos) {
+    if (c < 32 || c == 127 ||
+        std::string_view("/\\:*?\"<>|").find(static_cast<char>(c)) != std::string_view::npos) {
       return std::nullopt;
     }
   }

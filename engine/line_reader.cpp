@@ -15,7 +15,7 @@ namespace qb {
 namespace {
 constexpr size_t kMinChunk = 4096;
 constexpr size_t kMaxChunk = 1 << 20;
-}
+}  // namespace
 
 LineReader::LineReader(const std::filesystem::path& path, std::string_view source)
     : source_(source) {
@@ -104,7 +104,8 @@ bool LineReader::Next(std::string_view& line, bool& formFeed) {
   if (!Next(line)) return false;
   if (formFeed_ == nullptr || formFeed_ < line.data()) {
     const char* const bufferEnd = buf_.get() + end_;
-    const void* found = std::memchr(line.data(), '\f', static_cast<size_t>(bufferEnd - line.data()));
+    const void* found =
+        std::memchr(line.data(), '\f', static_cast<size_t>(bufferEnd - line.data()));
     formFeed_ = found ? static_cast<const char*>(found) : bufferEnd;
   }
   formFeed = formFeed_ < line.data() + line.size();

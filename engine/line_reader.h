@@ -7,8 +7,8 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <string_view>
 #include <memory>
+#include <string_view>
 
 namespace qb {
 

@@ -56,7 +56,8 @@ class TextFileSink final : public OutputSink {
   // makes everything before `cursor` pending. Throws QbError when writing out fails.
   char* Cursor() { return buffer_.data() + used_; }
   char* Reserve(char* cursor, size_t n) {
-    if (static_cast<size_t>(buffer_.data() + buffer_.size() - cursor) >= n) [[likely]] return cursor;
+    if (static_cast<size_t>(buffer_.data() + buffer_.size() - cursor) >= n) [[likely]]
+      return cursor;
     return MakeRoom(cursor, n);
   }
   void Commit(char* cursor) { used_ = static_cast<size_t>(cursor - buffer_.data()); }

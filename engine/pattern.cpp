@@ -79,11 +79,21 @@ CompiledPattern::CompiledPattern(std::string_view pattern, size_t length)
     const auto at = static_cast<uint32_t>(i);
     uint64_t cls = 0;
     switch (p) {
-      case 'x': cls = kNotBlank; break;
-      case 'b': cls = kBlank; break;
-      case 'n': cls = kDigit; break;
-      case '.': cls = kDot; break;
-      case '/': cls = kSlash; break;
+      case 'x':
+        cls = kNotBlank;
+        break;
+      case 'b':
+        cls = kBlank;
+        break;
+      case 'n':
+        cls = kDigit;
+        break;
+      case '.':
+        cls = kDot;
+        break;
+      case '/':
+        cls = kSlash;
+        break;
       case 's':
       case 'd': {
         size_t end = i;
@@ -109,15 +119,26 @@ CompiledPattern::CompiledPattern(std::string_view pattern, size_t length)
       runs.push_back(c);
       continue;
     }
-    if (blocks_.empty() || c.offset >= blocks_.back().offset + 16) blocks_.push_back({.offset = c.offset});
+    if (blocks_.empty() || c.offset >= blocks_.back().offset + 16)
+      blocks_.push_back({.offset = c.offset});
     Block& b = blocks_.back();
     const uint32_t bit = uint32_t{1} << (c.offset - b.offset);
     switch (c.cls) {
-      case kNotBlank: b.notBlank |= bit; break;
-      case kBlank: b.blank |= bit; break;
-      case kDigit: b.digit |= bit; break;
-      case kDot: b.dot |= bit; break;
-      case kSlash: b.slash |= bit; break;
+      case kNotBlank:
+        b.notBlank |= bit;
+        break;
+      case kBlank:
+        b.blank |= bit;
+        break;
+      case kDigit:
+        b.digit |= bit;
+        break;
+      case kDot:
+        b.dot |= bit;
+        break;
+      case kSlash:
+        b.slash |= bit;
+        break;
       default:  // punctuation: that character
         b.literal |= bit;
         b.literals[c.offset - b.offset] = pattern[c.offset];

@@ -35,7 +35,12 @@ bool MatchesClass(char cls, std::string_view text);
 namespace pattern_classes {
 // One bit per class; kAccepts[c] has the bits of the classes that accept character c.
 enum : uint64_t {
-  kNotBlank = 1, kBlank = 2, kDigit = 4, kDot = 8, kSlash = 16, kFirstPunctuation = 32
+  kNotBlank = 1,
+  kBlank = 2,
+  kDigit = 4,
+  kDot = 8,
+  kSlash = 16,
+  kFirstPunctuation = 32
 };
 constexpr std::array<uint64_t, 256> MakeAccepts() {
   std::array<uint64_t, 256> a{};
@@ -71,7 +76,8 @@ class CompiledPattern {
     using pattern_classes::kAccepts;
     // A segment cut short by the end of the line has absent positions, which the general
     // match handles.
-    if (segment.size() < length_) [[unlikely]] return PatternMatch(pattern_, segment, length_);
+    if (segment.size() < length_) [[unlikely]]
+      return PatternMatch(pattern_, segment, length_);
 #if defined(__SSE2__)
     for (const Block& b : blocks_) {
       if (!b.Matches(segment.data() + b.offset)) return false;
@@ -114,8 +120,8 @@ class CompiledPattern {
                                                  _mm_cmplt_epi8(v, _mm_set1_epi8('9' + 1))));
       const uint32_t dots = bits(_mm_cmpeq_epi8(v, _mm_set1_epi8('.')));
       const uint32_t slashes = bits(_mm_cmpeq_epi8(v, _mm_set1_epi8('/')));
-      const uint32_t same = bits(_mm_cmpeq_epi8(
-          v, _mm_loadu_si128(reinterpret_cast<const __m128i*>(literals.data()))));
+      const uint32_t same = bits(
+          _mm_cmpeq_epi8(v, _mm_loadu_si128(reinterpret_cast<const __m128i*>(literals.data()))));
       const uint32_t failed = (notBlank & blanks) | (blank & ~blanks) |
                               (digit & ~(digits | unknown)) | (dot & ~(dots | unknown)) |
                               (slash & ~(slashes | unknown)) | (literal & ~same);

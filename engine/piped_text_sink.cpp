@@ -44,7 +44,9 @@ PipedTextSink::PipedTextSink(const std::filesystem::path& path, std::string_view
   writer_ = std::thread([this] { WriterLoop(); });
 }
 
-PipedTextSink::~PipedTextSink() { Stop(/*drop=*/true); }
+PipedTextSink::~PipedTextSink() {
+  Stop(/*drop=*/true);
+}
 
 char* PipedTextSink::Room(size_t need) {
   need += kCopyBlock;  // so that every value in a batch can be block-copied out of it

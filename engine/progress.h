@@ -21,20 +21,23 @@ class ByteProgress {
   // point where it can grow.
   void AddLine(size_t length) {
     read_ += static_cast<int64_t>(length) + 2;
-    if (read_ >= next_) [[unlikely]] Update();
+    if (read_ >= next_) [[unlikely]]
+      Update();
   }
 
  private:
   void Update() {
-    const int pct = static_cast<int>(std::nearbyint(static_cast<double>(read_) * 100.0 / static_cast<double>(total_)));
+    const int pct = static_cast<int>(
+        std::nearbyint(static_cast<double>(read_) * 100.0 / static_cast<double>(total_)));
     if (bar_ < pct && bar_ < 100) {
       bar_ = pct < 100 ? pct : 100;
       ui_.progress(bar_);
     }
     // The rounded percentage grows past bar_ at (bar_ + 0.5) percent of the total; start
     // looking a byte early so that rounding in the division never skips the point.
-    next_ = bar_ >= 100 ? std::numeric_limits<int64_t>::max()
-                        : static_cast<int64_t>((bar_ + 0.5) * static_cast<double>(total_) / 100.0) - 1;
+    next_ = bar_ >= 100
+                ? std::numeric_limits<int64_t>::max()
+                : static_cast<int64_t>((bar_ + 0.5) * static_cast<double>(total_) / 100.0) - 1;
   }
 
   UserInterface& ui_;

@@ -16,7 +16,6 @@ int16_t LineChecksum(std::string_view text);
 // when line 1 fails its checksum and left alone otherwise. Throws QbError 6 when line number
 // plus length leaves the 16-bit range, 5 when line 1 is shorter than its checksum, 13 when
 // its checksum is not a number.
-void DecodeRDFLine(int16_t lineNo, std::string_view scrambled, std::string& plain,
-                   int16_t& status);
+void DecodeRDFLine(int16_t lineNo, std::string_view scrambled, std::string& plain, int16_t& status);
 
 }  // namespace qb

@@ -80,7 +80,9 @@ class Columns {
     return cols_[i];
   }
   // A trailing column that may be left out.
-  std::string_view Optional(size_t i) const { return i < cols_.size() ? cols_[i] : std::string_view(); }
+  std::string_view Optional(size_t i) const {
+    return i < cols_.size() ? cols_[i] : std::string_view();
+  }
   int16_t Int16(size_t i) const { return ParseInt16((*this)[i], procedure_); }
   int32_t Int32(size_t i) const { return ParseInt32((*this)[i], procedure_); }
 
@@ -124,7 +126,8 @@ bool Engine::GetRDFInfo(const std::filesystem::path& rdfPath) {
     }
     std::string_view first = Trim(line);
     size_t at = first.rfind('@');
-    if (at == std::string_view::npos) throw QbError(518, "GetRDFInfo", "Corrupted RDF").at(rdfPath, 1);
+    if (at == std::string_view::npos)
+      throw QbError(518, "GetRDFInfo", "Corrupted RDF").at(rdfPath, 1);
     rdf = clsRDF();
     rdf.Number = ParseInt16(Mid(first, 7, 2, "GetRDFInfo"), "GetRDFInfo");
     rdf.Kind = std::string(Mid(first, 9, 1, "GetRDFInfo"));
@@ -139,8 +142,13 @@ bool Engine::LoadRDFHeader(const std::filesystem::path& rdfPath) {
   return Trap(kProc, [&] {
     RdfLineSource source(rdfPath, flags.Scrambled, kProc);
     enum State { None, Part, DIN, RID, FLG, PDP, PDC, DFI, DFC } state = None;
-    static constexpr std::array<std::pair<std::string_view, State>, 7> kSections{{
-        {"DIN", DIN}, {"RID", RID}, {"FLG", FLG}, {"PDP", PDP}, {"PDC", PDC}, {"DFI", DFI}, {"DFC", DFC}}};
+    static constexpr std::array<std::pair<std::string_view, State>, 7> kSections{{{"DIN", DIN},
+                                                                                  {"RID", RID},
+                                                                                  {"FLG", FLG},
+                                                                                  {"PDP", PDP},
+                                                                                  {"PDC", PDC},
+                                                                                  {"DFI", DFI},
+                                                                                  {"DFC", DFC}}};
     RdfTables& t = tables;
     source.ForEachLine(rdfPath, [&](std::string_view line) {
       std::string_view code = line.substr(0, 3);
@@ -218,8 +226,10 @@ bool Engine::LoadRDFHeader(const std::filesystem::path& rdfPath) {
         }
         case DFI: {
           std::string_view dlm = c[0];
-          if (EqualsNoCase(dlm, "TAB")) dlm = "\t";
-          else if (EqualsNoCase(dlm, "COMMA")) dlm = ",";
+          if (EqualsNoCase(dlm, "TAB"))
+            dlm = "\t";
+          else if (EqualsNoCase(dlm, "COMMA"))
+            dlm = ",";
           t.rsDelimited.AddNew();
           t.rsDelimited.SetText(col::Delimited::fldDLM, dlm);
           t.rsDelimited.SetText(col::Delimited::fldTXQ, c[1]);
@@ -236,16 +246,19 @@ bool Engine::LoadRDFHeader(const std::filesystem::path& rdfPath) {
           break;
         }
         case None:
-        case Part: break;
+        case Part:
+          break;
       }
       return true;
     });
     if (flags.PdfReport && !flags.PdfRdf) {
-      throw QbError(515, std::string(kProc), "The selected RDF is for a Text report not a PDF report.")
+      throw QbError(515, std::string(kProc),
+                    "The selected RDF is for a Text report not a PDF report.")
           .at(rdfPath);
     }
     if (!flags.PdfReport && flags.PdfRdf) {
-      throw QbError(516, std::string(kProc), "The selected RDF is for a PDF report not a Text report.")
+      throw QbError(516, std::string(kProc),
+                    "The selected RDF is for a PDF report not a Text report.")
           .at(rdfPath);
     }
   });
@@ -267,12 +280,15 @@ std::optional<std::string> Engine::GetReportID(const std::filesystem::path& repo
       for (rs.MoveFirst(); !rs.IsEOF(); rs.MoveNext()) {
         std::string_view rule = rs.GetText(col::Identify::fldRUL);
         std::string_view marker = rs.GetText(col::Identify::fldMRK);
-        std::string_view text = Mid(buffer, rs.GetInt(col::Identify::fldSTR),
-                                    rs.GetInt(col::Identify::fldLEN), kProc);
+        std::string_view text =
+            Mid(buffer, rs.GetInt(col::Identify::fldSTR), rs.GetInt(col::Identify::fldLEN), kProc);
         bool met;
-        if (rule == "=") met = text == marker;
-        else if (rule == "p" || rule == "x") met = text.find(marker) != std::string_view::npos;
-        else met = MatchesClass(rule.front(), text);
+        if (rule == "=")
+          met = text == marker;
+        else if (rule == "p" || rule == "x")
+          met = text.find(marker) != std::string_view::npos;
+        else
+          met = MatchesClass(rule.front(), text);
         if (!met) continue;
         if (IsFlagId(rs.GetText(col::Identify::fldFID))) rs.SetText(col::Identify::fldFLG, "1");
         if (Trim(rs.GetText(col::Identify::fldACT)) == "stop") {
@@ -369,7 +385,8 @@ bool Engine::LoadRDFDetail(std::string_view reportId, const std::filesystem::pat
           rs.SetInt(col::Fields::fldORD, order);
           rs.SetInt(col::Fields::fldTMP, order);
           rs.SetInt(col::Fields::fldDLB, dlb);
-          rs.SetText(col::Fields::fldLAB, dlb > 0 ? "[ " + std::string(c[5]) + " ]" : std::string(c[5]));
+          rs.SetText(col::Fields::fldLAB,
+                     dlb > 0 ? "[ " + std::string(c[5]) + " ]" : std::string(c[5]));
           rs.SetText(col::Fields::fldACT, c.Optional(6));
           if (number == 1 && c[2] == "r") flags.RecordField = true;
           break;
@@ -380,7 +397,8 @@ bool Engine::LoadRDFDetail(std::string_view reportId, const std::filesystem::pat
           t.rsSettings.SetText(col::Settings::fldVAL, c[1]);
           break;
         case Outside:
-        case Part: break;
+        case Part:
+          break;
       }
       return true;
     });

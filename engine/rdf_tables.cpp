@@ -3,11 +3,21 @@
 namespace qb {
 namespace {
 
-FieldDef Text(const char* name, int width) { return {name, FieldType::Text, width}; }
-FieldDef Str(const char* name) { return {name, FieldType::String, 0}; }
-FieldDef I32(const char* name) { return {name, FieldType::Int32, 0}; }
-FieldDef I64(const char* name) { return {name, FieldType::Int64, 0}; }
-FieldDef Bool(const char* name) { return {name, FieldType::Bool, 0}; }
+FieldDef Text(const char* name, int width) {
+  return {name, FieldType::Text, width};
+}
+FieldDef Str(const char* name) {
+  return {name, FieldType::String, 0};
+}
+FieldDef I32(const char* name) {
+  return {name, FieldType::Int32, 0};
+}
+FieldDef I64(const char* name) {
+  return {name, FieldType::Int64, 0};
+}
+FieldDef Bool(const char* name) {
+  return {name, FieldType::Bool, 0};
+}
 
 }  // namespace
 
@@ -16,25 +26,26 @@ void RdfTables::CreateRecordsets() {
   rsIdentify = Recordset({Text("fldFID", 2), Text("fldFLG", 1), I32("fldSTR"), I32("fldLEN"),
                           Text("fldRUL", 1), Str("fldMRK"), Text("fldACT", 4)});
   rsReportFlags = Recordset({Text("fldRID", 2), Text("fldFLG", 16)});
-  rsMarkers = Recordset({I32("fldSTR"), I32("fldLEN"), Text("fldRUL", 1), Str("fldMRK"),
-                         I32("fldGRP"), I32("fldWTS"), Text("fldACT", 4), I32("fldSEQ"),
-                         Bool("fldSGR")});
-  rsPickups = Recordset({Str("fldMRK"), I32("fldGRP"), I32("fldSEQ"), I32("fldFLD"),
-                         I32("fldSTR"), I32("fldLEN"), Str("fldRUL"), Str("fldVAL"),
-                         Str("fldACT")});
+  rsMarkers =
+      Recordset({I32("fldSTR"), I32("fldLEN"), Text("fldRUL", 1), Str("fldMRK"), I32("fldGRP"),
+                 I32("fldWTS"), Text("fldACT", 4), I32("fldSEQ"), Bool("fldSGR")});
+  rsPickups = Recordset({Str("fldMRK"), I32("fldGRP"), I32("fldSEQ"), I32("fldFLD"), I32("fldSTR"),
+                         I32("fldLEN"), Str("fldRUL"), Str("fldVAL"), Str("fldACT")});
   rsSettings = Recordset({Text("fldTYP", 2), Str("fldVAL")});
-  rsFields = Recordset({I32("fldFLD"), Bool("fldOUT"), Str("fldTYP"), I32("fldORD"),
-                        I32("fldTMP"), I32("fldDLB"), Str("fldLAB"), Str("fldRDE"),
-                        Str("fldACT"), Str("fldPDE"), Str("fldHDE")});
+  rsFields = Recordset({I32("fldFLD"), Bool("fldOUT"), Str("fldTYP"), I32("fldORD"), I32("fldTMP"),
+                        I32("fldDLB"), Str("fldLAB"), Str("fldRDE"), Str("fldACT"), Str("fldPDE"),
+                        Str("fldHDE")});
   rsLines = Recordset({Str("fldRDL")});
   rsPdfColumns = Recordset({I64("fldXS1"), I64("fldXS2"), I64("fldXE1"), I64("fldXE2"),
                             I32("fldPOS"), Str("fldTAG"), I32("fldTPS"), Str("fldTMK")});
   rsPdfParams = Recordset({Bool("fldTLS"), I64("fldRAT"), I64("fldXDT"), I64("fldYLT")});
   rsDelimited = Recordset({Text("fldDLM", 1), Str("fldTXQ")});
-  rsDelimitedCols = Recordset({I32("fldFLD"), I32("fldPOS"), Str("fldTAG"), I32("fldTPS"),
-                               Str("fldTMK")});
+  rsDelimitedCols =
+      Recordset({I32("fldFLD"), I32("fldPOS"), Str("fldTAG"), I32("fldTPS"), Str("fldTMK")});
 }
 
-void RdfTables::DestroyRecordsets() { *this = RdfTables(); }
+void RdfTables::DestroyRecordsets() {
+  *this = RdfTables();
+}
 
 }  // namespace qb

@@ -8,20 +8,54 @@
 namespace qb {
 
 namespace col {
-struct Header { enum : int { fldTYP, fldVAL }; };
-struct Identify { enum : int { fldFID, fldFLG, fldSTR, fldLEN, fldRUL, fldMRK, fldACT }; };
-struct ReportFlags { enum : int { fldRID, fldFLG }; };
-struct Markers { enum : int { fldSTR, fldLEN, fldRUL, fldMRK, fldGRP, fldWTS, fldACT, fldSEQ, fldSGR }; };
-struct Pickups { enum : int { fldMRK, fldGRP, fldSEQ, fldFLD, fldSTR, fldLEN, fldRUL, fldVAL, fldACT }; };
-struct Settings { enum : int { fldTYP, fldVAL }; };
-struct Fields {
-  enum : int { fldFLD, fldOUT, fldTYP, fldORD, fldTMP, fldDLB, fldLAB, fldRDE, fldACT, fldPDE, fldHDE };
+struct Header {
+  enum : int { fldTYP, fldVAL };
 };
-struct Lines { enum : int { fldRDL }; };
-struct PdfColumns { enum : int { fldXS1, fldXS2, fldXE1, fldXE2, fldPOS, fldTAG, fldTPS, fldTMK }; };
-struct PdfParams { enum : int { fldTLS, fldRAT, fldXDT, fldYLT }; };
-struct Delimited { enum : int { fldDLM, fldTXQ }; };
-struct DelimitedCols { enum : int { fldFLD, fldPOS, fldTAG, fldTPS, fldTMK }; };
+struct Identify {
+  enum : int { fldFID, fldFLG, fldSTR, fldLEN, fldRUL, fldMRK, fldACT };
+};
+struct ReportFlags {
+  enum : int { fldRID, fldFLG };
+};
+struct Markers {
+  enum : int { fldSTR, fldLEN, fldRUL, fldMRK, fldGRP, fldWTS, fldACT, fldSEQ, fldSGR };
+};
+struct Pickups {
+  enum : int { fldMRK, fldGRP, fldSEQ, fldFLD, fldSTR, fldLEN, fldRUL, fldVAL, fldACT };
+};
+struct Settings {
+  enum : int { fldTYP, fldVAL };
+};
+struct Fields {
+  enum : int {
+    fldFLD,
+    fldOUT,
+    fldTYP,
+    fldORD,
+    fldTMP,
+    fldDLB,
+    fldLAB,
+    fldRDE,
+    fldACT,
+    fldPDE,
+    fldHDE
+  };
+};
+struct Lines {
+  enum : int { fldRDL };
+};
+struct PdfColumns {
+  enum : int { fldXS1, fldXS2, fldXE1, fldXE2, fldPOS, fldTAG, fldTPS, fldTMK };
+};
+struct PdfParams {
+  enum : int { fldTLS, fldRAT, fldXDT, fldYLT };
+};
+struct Delimited {
+  enum : int { fldDLM, fldTXQ };
+};
+struct DelimitedCols {
+  enum : int { fldFLD, fldPOS, fldTAG, fldTPS, fldTMK };
+};
 }  // namespace col
 
 struct RdfTables {
@@ -45,12 +79,12 @@ struct RdfTables {
 };
 
 struct EngineFlags {
-  bool Scrambled = false;    // the RDF's first line does not begin "RDF"
-  bool PdfRdf = false;       // the header part has a PDP section
-  bool DffRdf = false;       // the header part has a DFI section
-  bool RecordField = false;  // field 1 has type "r"
-  bool PdfReport = false;    // the selected report is a PDF
-  bool DffReport = false;    // the selected report is delimited input
+  bool Scrambled = false;        // the RDF's first line does not begin "RDF"
+  bool PdfRdf = false;           // the header part has a PDP section
+  bool DffRdf = false;           // the header part has a DFI section
+  bool RecordField = false;      // field 1 has type "r"
+  bool PdfReport = false;        // the selected report is a PDF
+  bool DffReport = false;        // the selected report is delimited input
   bool SettingsRestore = false;  // the last RDF applied settings: restore before the next
 };
 

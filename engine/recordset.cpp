@@ -1,8 +1,8 @@
 #include "engine/recordset.h"
 
 #include <limits>
-#include <utility>
 #include <unordered_map>
+#include <utility>
 
 #include "settings/errors.h"
 
@@ -24,7 +24,9 @@ constexpr int32_t kItemNotFound = 3265;
 
 enum class Op { Eq, Ne, Gt, Lt, Ge, Le };
 
-char Lower(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c; }
+char Lower(char c) {
+  return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c;
+}
 
 // Three-way comparison without regard to case; trailing blanks are not significant.
 int CompareText(std::string_view a, std::string_view b) {
@@ -41,17 +43,25 @@ int CompareText(std::string_view a, std::string_view b) {
 
 bool Holds(Op op, int cmp) {
   switch (op) {
-    case Op::Eq: return cmp == 0;
-    case Op::Ne: return cmp != 0;
-    case Op::Gt: return cmp > 0;
-    case Op::Lt: return cmp < 0;
-    case Op::Ge: return cmp >= 0;
-    case Op::Le: return cmp <= 0;
+    case Op::Eq:
+      return cmp == 0;
+    case Op::Ne:
+      return cmp != 0;
+    case Op::Gt:
+      return cmp > 0;
+    case Op::Lt:
+      return cmp < 0;
+    case Op::Ge:
+      return cmp >= 0;
+    case Op::Le:
+      return cmp <= 0;
   }
   return false;
 }
 
-bool IsTextType(FieldType t) { return t == FieldType::Text || t == FieldType::String; }
+bool IsTextType(FieldType t) {
+  return t == FieldType::Text || t == FieldType::String;
+}
 
 struct StringHash {
   using is_transparent = void;
@@ -87,8 +97,10 @@ struct Recordset::Compiled {
   bool Matches(const Record& r, int node) const {
     const Node& n = nodes[static_cast<size_t>(node)];
     switch (n.kind) {
-      case Node::And: return Matches(r, n.left) && Matches(r, n.right);
-      case Node::Or: return Matches(r, n.left) || Matches(r, n.right);
+      case Node::And:
+        return Matches(r, n.left) && Matches(r, n.right);
+      case Node::Or:
+        return Matches(r, n.left) || Matches(r, n.right);
       case Node::Compare: {
         const Record::Cell& c = r.cells[static_cast<size_t>(n.field)];
         int cmp = n.text ? CompareText(c.text, n.value)
@@ -111,9 +123,9 @@ struct Recordset::Store {
 
   // The compiled form of a filter or sort text, parsed on first use only.
   template <typename ParseFn>
-  Compiled* Compile(
-      std::unordered_map<std::string, std::unique_ptr<Compiled>, StringHash, std::equal_to<>>& cache,
-      std::string_view text, ParseFn parse) {
+  Compiled* Compile(std::unordered_map<std::string, std::unique_ptr<Compiled>, StringHash,
+                                       std::equal_to<>>& cache,
+                    std::string_view text, ParseFn parse) {
     auto it = cache.find(text);
     if (it == cache.end()) {
       auto compiled = std::make_unique<Compiled>();
@@ -129,8 +141,7 @@ namespace {
 // Parses a filter text into a compiled condition.
 class FilterParser {
  public:
-  FilterParser(std::string_view text, const std::vector<FieldDef>& fields,
-               Recordset::Compiled& out)
+  FilterParser(std::string_view text, const std::vector<FieldDef>& fields, Recordset::Compiled& out)
       : text_(text), rest_(text), fields_(fields), out_(out) {}
 
   void Parse() {
@@ -149,7 +160,8 @@ class FilterParser {
   }
 
   void skipBlanks() {
-    while (!rest_.empty() && (rest_.front() == ' ' || rest_.front() == '\t')) rest_.remove_prefix(1);
+    while (!rest_.empty() && (rest_.front() == ' ' || rest_.front() == '\t'))
+      rest_.remove_prefix(1);
   }
 
   // Takes a keyword (And, Or) when it stands next, as a whole word.
@@ -221,8 +233,9 @@ class FilterParser {
     const FieldDef& def = fields_[static_cast<size_t>(node.field)];
 
     skipBlanks();
-    static constexpr std::pair<std::string_view, Op> kOps[] = {
-        {"<>", Op::Ne}, {">=", Op::Ge}, {"<=", Op::Le}, {"=", Op::Eq}, {">", Op::Gt}, {"<", Op::Lt}};
+    static constexpr std::pair<std::string_view, Op> kOps[] = {{"<>", Op::Ne}, {">=", Op::Ge},
+                                                               {"<=", Op::Le}, {"=", Op::Eq},
+                                                               {">", Op::Gt},  {"<", Op::Lt}};
     bool haveOp = false;
     for (auto [text, op] : kOps) {
       if (rest_.substr(0, text.size()) == text) {
@@ -239,7 +252,8 @@ class FilterParser {
     if (!rest_.empty() && rest_.front() == '\'') {
       if (!node.text) fail("field '" + def.name + "' is not text");
       node.value = parseQuoted();
-      if (def.type == FieldType::Text) node.value = node.value.substr(0, static_cast<size_t>(def.width));
+      if (def.type == FieldType::Text)
+        node.value = node.value.substr(0, static_cast<size_t>(def.width));
     } else if (bool isTrue = takeWord("True"); isTrue || takeWord("False")) {
       if (def.type != FieldType::Bool) fail("field '" + def.name + "' is not a boolean");
       node.number = isTrue ? 1 : 0;
@@ -249,7 +263,8 @@ class FilterParser {
       if (len < rest_.size() && (rest_[len] == '-' || rest_[len] == '+')) ++len;
       while (len < rest_.size() && rest_[len] >= '0' && rest_[len] <= '9') ++len;
       std::string_view digits = rest_.substr(0, len);
-      if (digits.empty() || digits == "-" || digits == "+") fail("a value is missing after '" + def.name + "'");
+      if (digits.empty() || digits == "-" || digits == "+")
+        fail("a value is missing after '" + def.name + "'");
       try {
         node.number = ParseInt32(digits, "Filter");
       } catch (const QbError&) {
@@ -305,8 +320,10 @@ void ParseSort(std::string_view text, const std::vector<FieldDef>& fields,
     if (size_t blank = item.find(' '); blank != std::string_view::npos) {
       std::string_view dir = Trim(item.substr(blank + 1));
       item = item.substr(0, blank);
-      if (EqualsNoCase(dir, "DESC")) descending = true;
-      else if (!EqualsNoCase(dir, "ASC")) fail("unknown direction '" + std::string(dir) + "'");
+      if (EqualsNoCase(dir, "DESC"))
+        descending = true;
+      else if (!EqualsNoCase(dir, "ASC"))
+        fail("unknown direction '" + std::string(dir) + "'");
     }
     int field = -1;
     for (size_t i = 0; i < fields.size(); ++i) {
@@ -329,7 +346,9 @@ Recordset Recordset::Clone() const {
   return r;
 }
 
-const std::vector<FieldDef>& Recordset::Fields() const { return store_->fields; }
+const std::vector<FieldDef>& Recordset::Fields() const {
+  return store_->fields;
+}
 
 int Recordset::FieldIndex(std::string_view name) const {
   for (size_t i = 0; i < store_->fields.size(); ++i) {
@@ -344,8 +363,12 @@ const std::vector<uint32_t>& Recordset::view() const {
   return allRecords_ ? store_->live : view_;
 }
 
-void Recordset::MoveFirst() { pos_ = 0; }
-void Recordset::MoveLast() { pos_ = static_cast<int>(view().size()) - 1; }
+void Recordset::MoveFirst() {
+  pos_ = 0;
+}
+void Recordset::MoveLast() {
+  pos_ = static_cast<int>(view().size()) - 1;
+}
 void Recordset::MoveNext() {
   if (pos_ < static_cast<int>(view().size())) ++pos_;
 }
@@ -362,7 +385,9 @@ const Record& Recordset::current() const {
   return store_->records[v[static_cast<size_t>(pos_)]];
 }
 
-Record& Recordset::current() { return const_cast<Record&>(std::as_const(*this).current()); }
+Record& Recordset::current() {
+  return const_cast<Record&>(std::as_const(*this).current());
+}
 
 void Recordset::AddNew() {
   Record r;
@@ -399,7 +424,9 @@ int64_t Recordset::GetInt(int field) const {
   return current().cells[static_cast<size_t>(field)].number;
 }
 
-bool Recordset::GetBool(int field) const { return GetInt(field) != 0; }
+bool Recordset::GetBool(int field) const {
+  return GetInt(field) != 0;
+}
 
 void Recordset::SetText(int field, std::string_view value) {
   const FieldDef& f = store_->fields.at(static_cast<size_t>(field));
@@ -427,7 +454,9 @@ void Recordset::SetInt(int field, int64_t value) {
   ++store_->generation;
 }
 
-void Recordset::SetBool(int field, bool value) { SetInt(field, value ? 1 : 0); }
+void Recordset::SetBool(int field, bool value) {
+  SetInt(field, value ? 1 : 0);
+}
 
 void Recordset::Filter(std::string_view text) {
   filter_ = Trim(text).empty() ? nullptr : store_->Compile(store_->filters, text, ParseFilter);
@@ -486,7 +515,8 @@ void Recordset::Find(std::string_view criterion) {
   const Compiled& c = *store_->Compile(store_->filters, criterion, ParseFilter);
   const auto& v = view();
   if (pos_ < 0) pos_ = 0;
-  while (pos_ < static_cast<int>(v.size()) && !c.Matches(store_->records[v[static_cast<size_t>(pos_)]])) {
+  while (pos_ < static_cast<int>(v.size()) &&
+         !c.Matches(store_->records[v[static_cast<size_t>(pos_)]])) {
     ++pos_;
   }
 }

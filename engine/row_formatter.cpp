@@ -14,7 +14,9 @@
 namespace qb {
 namespace {
 
-char Lower(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c; }
+char Lower(char c) {
+  return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c;
+}
 
 // A set of bytes as a lookup table, for per-character tests on the hot path.
 struct ByteSet {
@@ -81,7 +83,9 @@ RowFormatter::RowFormatter(OutputFormat format, std::string delimiter, std::stri
   const bool qualified = format == OutputFormat::Txt && qualify && !qualifier_.empty();
   const Kind textKind = csv ? Kind::CsvText : qualified ? Kind::Qualified : Kind::Plain;
   for (const Column& c : columns) {
-    columns_.push_back({c.numeric ? Kind::Numeric : c.text ? textKind : Kind::Plain,
+    columns_.push_back({c.numeric ? Kind::Numeric
+                        : c.text  ? textKind
+                                  : Kind::Plain,
                         csv || c.text ? textKind : Kind::Plain});
   }
 }
@@ -105,8 +109,8 @@ size_t RowFormatter::CleanNumberBlock(std::string_view value, char* out) {
     const __m128i digits = _mm_and_si128(_mm_cmpgt_epi8(block, _mm_set1_epi8('0' - 1)),
                                          _mm_cmplt_epi8(block, _mm_set1_epi8('9' + 1)));
     const __m128i commas = _mm_cmpeq_epi8(block, _mm_set1_epi8(','));
-    const __m128i usual = _mm_or_si128(_mm_or_si128(digits, commas),
-                                       _mm_cmpeq_epi8(block, _mm_set1_epi8('.')));
+    const __m128i usual =
+        _mm_or_si128(_mm_or_si128(digits, commas), _mm_cmpeq_epi8(block, _mm_set1_epi8('.')));
     const uint32_t live = (uint32_t{1} << n) - 1;
     if ((~static_cast<uint32_t>(_mm_movemask_epi8(usual)) & live) == 0) {
       _mm_storeu_si128(reinterpret_cast<__m128i*>(out), block);
@@ -169,8 +173,8 @@ bool RowFormatter::HasCsvSpecialAt(const char* p, size_t n) {
   const __m128i comma = _mm_set1_epi8(','), quote = _mm_set1_epi8('"');
   for (size_t i = 0; i < n; i += kCopyBlock) {
     const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
-    auto found = static_cast<uint32_t>(
-        _mm_movemask_epi8(_mm_or_si128(_mm_cmpeq_epi8(block, comma), _mm_cmpeq_epi8(block, quote))));
+    auto found = static_cast<uint32_t>(_mm_movemask_epi8(
+        _mm_or_si128(_mm_cmpeq_epi8(block, comma), _mm_cmpeq_epi8(block, quote))));
     if (n - i < kCopyBlock) found &= (uint32_t{1} << (n - i)) - 1;
     if (found != 0) return true;
   }

@@ -73,13 +73,16 @@ class RowFormatter {
       return kBlocks ? CopyBlocks(p, value.data(), value.size()) : PutBytes(p, value);
     };
     switch (kind) {
-      case Kind::Plain: break;
-      case Kind::Numeric: return p + (kBlocks ? CleanNumberBlock(value, p) : CleanNumber(value, p));
+      case Kind::Plain:
+        break;
+      case Kind::Numeric:
+        return p + (kBlocks ? CleanNumberBlock(value, p) : CleanNumber(value, p));
       case Kind::CsvText: {
         char* end = copy();
         return HasCsvSpecialAt(p, value.size()) ? PutCsvQuoted(p, value) : end;
       }
-      case Kind::Qualified: return PutQualified(p, value);
+      case Kind::Qualified:
+        return PutQualified(p, value);
     }
     return copy();
   }

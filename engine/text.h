@@ -23,7 +23,8 @@ namespace qb {
 // A start below 1 or a negative length is QbError 5 from `source`.
 inline std::string_view Mid(std::string_view s, int64_t start, int64_t length,
                             std::string_view source) {
-  if (start < 1 || length < 0) [[unlikely]] ThrowInvalidCall(source);
+  if (start < 1 || length < 0) [[unlikely]]
+    ThrowInvalidCall(source);
   if (static_cast<uint64_t>(start) > s.size()) return {};
   return s.substr(static_cast<size_t>(start - 1), static_cast<size_t>(length));
 }
@@ -88,8 +89,8 @@ inline constexpr size_t kCopyBlock = 16;
 [[gnu::always_inline]] inline char* CopyBlocks(char* dst, const char* src, size_t n) {
   std::memcpy(dst, src, kCopyBlock);  // the whole value, mostly: no test for its length
   for (size_t i = kCopyBlock; i < n; i += kCopyBlock) [[unlikely]] {
-    std::memcpy(dst + i, src + i, kCopyBlock);
-  }
+      std::memcpy(dst + i, src + i, kCopyBlock);
+    }
   return dst + n;
 }
 
@@ -110,7 +111,8 @@ inline uint32_t NonBlankBitsByWords(const char* p) {
 inline uint32_t NonBlankBits16(const char* p) {
 #if defined(__SSE2__)
   const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-  const auto blanks = static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(block, _mm_set1_epi8(' '))));
+  const auto blanks =
+      static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(block, _mm_set1_epi8(' '))));
   return ~blanks & 0xffffu;
 #else
   return NonBlankBitsByWords(p);
@@ -161,19 +163,22 @@ class ValueBuffer {
   // Inlined even where the compiler would not: it is the per-pickup store. (A moved-from
   // buffer has no room at all, so it grows here before it is written.)
   [[gnu::always_inline]] void assign(std::string_view v) {
-    if (v.size() >= cap_) [[unlikely]] grow(v.size());
+    if (v.size() >= cap_) [[unlikely]]
+      grow(v.size());
     CopyBytes(buf_.get(), v.data(), v.size());
     len_ = v.size();
   }
   // The same, block-copied from a source readable a block past its end.
   [[gnu::always_inline]] void assignBlocks(std::string_view v) {
-    if (v.size() >= cap_) [[unlikely]] grow(v.size());
+    if (v.size() >= cap_) [[unlikely]]
+      grow(v.size());
     CopyBlocks(buf_.get(), v.data(), v.size());
     len_ = v.size();
   }
   // From another value, block-copied.
   [[gnu::always_inline]] void assign(const ValueBuffer& o) {
-    if (o.len_ >= cap_) [[unlikely]] grow(o.len_);
+    if (o.len_ >= cap_) [[unlikely]]
+      grow(o.len_);
     CopyBlocks(buf_.get(), o.buf_.get(), o.len_);
     len_ = o.len_;
   }

@@ -17,7 +17,8 @@ void PlaceFields(std::string_view piece, char delimiter, const std::vector<int32
     const size_t cut = piece.find(delimiter);
     const std::string_view field = piece.substr(0, cut);
     const int32_t pos = positions[n];
-    if (pos < 1 || pos > static_cast<int32_t>(kWidth)) throw QbError::Runtime(kInvalidCall, "ProcessDFF");
+    if (pos < 1 || pos > static_cast<int32_t>(kWidth))
+      throw QbError::Runtime(kInvalidCall, "ProcessDFF");
     const size_t at = static_cast<size_t>(pos - 1);
     line.replace(at, std::min(field.size(), kWidth - at), field.substr(0, kWidth - at));
     if (cut == std::string_view::npos) break;  // fewer fields than DFC rows: the rest blank

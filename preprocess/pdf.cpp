@@ -9,8 +9,8 @@
 
 #include "engine/line_reader.h"
 #include "engine/output_sink.h"
-#include "preprocess/pdf_layout.h"
 #include "engine/progress.h"
+#include "preprocess/pdf_layout.h"
 
 namespace qb {
 namespace {
@@ -19,7 +19,9 @@ namespace {
   throw QbError(514, "ProcessPDF", "Scanning PDF File (" + why + ")").at(report);
 }
 
-int64_t Hundredths(double points) { return std::llround(points * 100.0); }
+int64_t Hundredths(double points) {
+  return std::llround(points * 100.0);
+}
 
 }  // namespace
 
@@ -48,8 +50,12 @@ std::filesystem::path ConvertPdfToText(Engine& engine, const std::filesystem::pa
     write(std::string(kPageStart) + " Page " + std::to_string(i + 1));
     for (const poppler::text_box& box : page->text_list()) {
       const poppler::rectf r = box.bbox();
-      TextPiece piece{i + 1, Hundredths(r.left()), Hundredths(r.top()), Hundredths(r.right()),
-                      Hundredths(r.bottom()), box.text().to_latin1()};
+      TextPiece piece{i + 1,
+                      Hundredths(r.left()),
+                      Hundredths(r.top()),
+                      Hundredths(r.right()),
+                      Hundredths(r.bottom()),
+                      box.text().to_latin1()};
       write(FormatPieceLine(piece));
     }
     write(std::string(kPageEnd) + " Page " + std::to_string(i + 1));

@@ -29,7 +29,8 @@ void Put(std::string& line, size_t at, std::string_view text) {
 
 std::string FormatPieceLine(const TextPiece& p) {
   std::string line = "P " + std::to_string(p.page) + " " + std::to_string(p.x1) + " " +
-                     std::to_string(p.y1) + " " + std::to_string(p.x2) + " " + std::to_string(p.y2) + " ";
+                     std::to_string(p.y1) + " " + std::to_string(p.x2) + " " +
+                     std::to_string(p.y2) + " ";
   static const char kHex[] = "0123456789ABCDEF";
   for (char c : p.text) {
     const auto b = static_cast<unsigned char>(c);
@@ -88,22 +89,29 @@ LayoutParams ReadLayoutParams(RdfTables& t) {
   }
   Recordset& pdc = t.rsPdfColumns;
   for (pdc.MoveFirst(); !pdc.IsEOF(); pdc.MoveNext()) {
-    params.bands.push_back({pdc.GetInt(col::PdfColumns::fldXS1), pdc.GetInt(col::PdfColumns::fldXS2),
-                            pdc.GetInt(col::PdfColumns::fldXE1), pdc.GetInt(col::PdfColumns::fldXE2),
-                            static_cast<int32_t>(pdc.GetInt(col::PdfColumns::fldPOS)),
-                            std::string(pdc.GetText(col::PdfColumns::fldTAG)),
-                            static_cast<int32_t>(pdc.GetInt(col::PdfColumns::fldTPS))});
+    params.bands.push_back(
+        {pdc.GetInt(col::PdfColumns::fldXS1), pdc.GetInt(col::PdfColumns::fldXS2),
+         pdc.GetInt(col::PdfColumns::fldXE1), pdc.GetInt(col::PdfColumns::fldXE2),
+         static_cast<int32_t>(pdc.GetInt(col::PdfColumns::fldPOS)),
+         std::string(pdc.GetText(col::PdfColumns::fldTAG)),
+         static_cast<int32_t>(pdc.GetInt(col::PdfColumns::fldTPS))});
   }
   return params;
 }
 
-PageLayout::PageLayout() { NewPage(); }
+PageLayout::PageLayout() {
+  NewPage();
+}
 
 void PageLayout::NewPage() {
-  page_ = Recordset({{"fldPage", FieldType::Int32, 0}, {"fldXStr", FieldType::Int64, 0},
-                     {"fldXEnd", FieldType::Int64, 0}, {"fldYStr", FieldType::Int64, 0},
-                     {"fldYEnd", FieldType::Int64, 0}, {"fldXWid", FieldType::Int64, 0},
-                     {"fldYHgt", FieldType::Int64, 0}, {"fldTXT", FieldType::String, 0}});
+  page_ = Recordset({{"fldPage", FieldType::Int32, 0},
+                     {"fldXStr", FieldType::Int64, 0},
+                     {"fldXEnd", FieldType::Int64, 0},
+                     {"fldYStr", FieldType::Int64, 0},
+                     {"fldYEnd", FieldType::Int64, 0},
+                     {"fldXWid", FieldType::Int64, 0},
+                     {"fldYHgt", FieldType::Int64, 0},
+                     {"fldTXT", FieldType::String, 0}});
 }
 
 void PageLayout::Add(const TextPiece& p) {
@@ -139,7 +147,8 @@ std::vector<std::string> PageLayout::LineSet(const LayoutParams& given) {
   if (p.pitch <= 0) {
     std::vector<int64_t> widths;
     for (const Piece& piece : pieces) {
-      if (piece.text.size() >= 2) widths.push_back((piece.x2 - piece.x1) / static_cast<int64_t>(piece.text.size()));
+      if (piece.text.size() >= 2)
+        widths.push_back((piece.x2 - piece.x1) / static_cast<int64_t>(piece.text.size()));
     }
     p.pitch = std::max<int64_t>(1, Median(widths));
   }
@@ -172,7 +181,9 @@ std::vector<std::string> PageLayout::LineSet(const LayoutParams& given) {
 
   for (size_t r = 0; r < rows.size(); ++r) {
     if (r > 0 && spacing > 0) {
-      const int64_t blanks = std::llround(static_cast<double>(rowY[r] - rowY[r - 1]) / static_cast<double>(spacing)) - 1;
+      const int64_t blanks =
+          std::llround(static_cast<double>(rowY[r] - rowY[r - 1]) / static_cast<double>(spacing)) -
+          1;
       for (int64_t b = 0; b < std::min<int64_t>(blanks, 60); ++b) lines.emplace_back();
     }
     auto& row = rows[r];
@@ -183,7 +194,8 @@ std::vector<std::string> PageLayout::LineSet(const LayoutParams& given) {
       int band = -1;
       for (size_t b = 0; b < p.bands.size() && band < 0; ++b) {
         const LayoutParams::Band& d = p.bands[b];
-        if ((piece->x1 >= d.xs1 && piece->x1 <= d.xs2) || (d.xe2 > 0 && piece->x2 >= d.xe1 && piece->x2 <= d.xe2)) {
+        if ((piece->x1 >= d.xs1 && piece->x1 <= d.xs2) ||
+            (d.xe2 > 0 && piece->x2 >= d.xe1 && piece->x2 <= d.xe2)) {
           band = static_cast<int>(b);
         }
       }
@@ -192,14 +204,16 @@ std::vector<std::string> PageLayout::LineSet(const LayoutParams& given) {
         if (!t.empty()) t += ' ';
         t += piece->text;
       } else if (!p.bandsOnly) {
-        const int64_t column = std::llround(static_cast<double>(piece->x1 - p.margin) / static_cast<double>(p.pitch));
+        const int64_t column =
+            std::llround(static_cast<double>(piece->x1 - p.margin) / static_cast<double>(p.pitch));
         Put(line, static_cast<size_t>(std::max<int64_t>(0, column)), piece->text);
       }
     }
     for (const auto& [b, text] : bandText) {
       const LayoutParams::Band& d = p.bands[b];
       if (d.column >= 1) Put(line, static_cast<size_t>(d.column - 1), text);
-      if (!d.tag.empty() && d.tagColumn >= 1) Put(line, static_cast<size_t>(d.tagColumn - 1), d.tag);
+      if (!d.tag.empty() && d.tagColumn >= 1)
+        Put(line, static_cast<size_t>(d.tagColumn - 1), d.tag);
     }
     line.erase(line.find_last_not_of(' ') + 1);
     lines.push_back(std::move(line));

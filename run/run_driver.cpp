@@ -33,7 +33,8 @@ RunDriver::Check RunDriver::CheckRun(const std::filesystem::path& report,
   }
   bool anyOutput = false;
   Recordset& f = engine_.tables.rsFields;
-  for (f.MoveFirst(); !f.IsEOF() && !anyOutput; f.MoveNext()) anyOutput = f.GetBool(col::Fields::fldOUT);
+  for (f.MoveFirst(); !f.IsEOF() && !anyOutput; f.MoveNext())
+    anyOutput = f.GetBool(col::Fields::fldOUT);
   f.MoveFirst();
   UserInterface& ui = engine_.app().ui();
   if (!anyOutput) {
@@ -69,7 +70,8 @@ bool RunDriver::Run(const std::filesystem::path& report, const std::filesystem::
                     [&] { text = ProcessDFF(engine_, converter_.State().CancelFlag, report); });
   }
   processFailed_ = false;
-  if (ok) ok = RunTrapped(log, "Process", lastError_, [&] { Process(text, output); }) && !processFailed_;
+  if (ok)
+    ok = RunTrapped(log, "Process", lastError_, [&] { Process(text, output); }) && !processFailed_;
   if (text != report) {
     std::error_code ec;
     std::filesystem::remove(text, ec);
@@ -121,9 +123,11 @@ void RunDriver::Process(const std::filesystem::path& report, const std::filesyst
     sink = spreadsheet_.get();
   } else {
     // The turbo file: rows go to a text file that RunEnd imports in one go.
-    std::string name = (std::filesystem::path(engine_.app().Settings["outdir"]) / "qbXXXXXX.tmp").string();
+    std::string name =
+        (std::filesystem::path(engine_.app().Settings["outdir"]) / "qbXXXXXX.tmp").string();
     const int fd = ::mkstemps(name.data(), 4);
-    if (fd < 0) throw ErrorFromErrno(errno, "Process").at(std::filesystem::path(name).parent_path());
+    if (fd < 0)
+      throw ErrorFromErrno(errno, "Process").at(std::filesystem::path(name).parent_path());
     ::close(fd);
     turboFile_ = name;
     textSink = std::make_unique<PipedTextSink>(turboFile_, "Process", converter_.Formatter());
@@ -167,7 +171,8 @@ void RunDriver::Process(const std::filesystem::path& report, const std::filesyst
   if (xlsOutput && mode <= 5) {
     log.WriteLog("Process", "XLS");
     if (mode > 0) spreadsheet_->ClearClipboard();
-    if (!spreadsheet_->SaveTheSheet(output)) return Fail("SaveTheSheet", *spreadsheet_->LastError());
+    if (!spreadsheet_->SaveTheSheet(output))
+      return Fail("SaveTheSheet", *spreadsheet_->LastError());
     log.WriteLog("Process", "After SAVEAS");
     spreadsheet_->CloseSheet();
     log.WriteLog("Process", "After CloseSheet");

@@ -20,7 +20,9 @@ constexpr int32_t kSheetFull = 1004;  // the automation interface's "application
                 "Convert it to .csv or .txt instead.");
 }
 
-bool IsDateFormat(const std::string& format) { return format.find("yy") != std::string::npos; }
+bool IsDateFormat(const std::string& format) {
+  return format.find("yy") != std::string::npos;
+}
 
 // How many characters a number shows in a column of `format`.
 size_t DisplayWidth(double number, const std::string& format) {
@@ -104,7 +106,9 @@ std::optional<double> ParseDate(std::string_view text) {
   return static_cast<double>(DaySerial(year, month, day));
 }
 
-void CellRef::Value(std::string_view text) { sheet_.Put(row_, column_, text, std::nullopt); }
+void CellRef::Value(std::string_view text) {
+  sheet_.Put(row_, column_, text, std::nullopt);
+}
 void CellRef::FontBold(bool bold) {
   if (CellData* cell = sheet_.Find(row_, column_)) {
     cell->bold = bold;
@@ -115,7 +119,8 @@ void CellRef::FontBold(bool bold) {
 
 ColumnSpec& Worksheet::Columns(int column) {
   if (column < 1 || column > kMaxColumns) throw QbError::Runtime(kInvalidCall, "Columns");
-  if (static_cast<size_t>(column) > data_.columns.size()) data_.columns.resize(static_cast<size_t>(column));
+  if (static_cast<size_t>(column) > data_.columns.size())
+    data_.columns.resize(static_cast<size_t>(column));
   return data_.columns[static_cast<size_t>(column - 1)];
 }
 
@@ -139,7 +144,9 @@ void Worksheet::ColumnsAutoFit() {
   }
 }
 
-void Worksheet::ColumnsVerticalAlignment(int alignment) { data_.alignTop = alignment == xlTop; }
+void Worksheet::ColumnsVerticalAlignment(int alignment) {
+  data_.alignTop = alignment == xlTop;
+}
 
 CellRef Worksheet::Cells(int row, int column) {
   if (row > kMaxRows) SheetFull();
@@ -166,13 +173,16 @@ void Worksheet::Put(int row, int column, std::string_view text, std::optional<bo
   cell.column = static_cast<uint16_t>(column - 1);
   if (bold) cell.bold = *bold;
   if (!bold) {
-    const ColumnSpec* columnFormat =
-        static_cast<size_t>(column) <= data_.columns.size() ? &data_.columns[static_cast<size_t>(column - 1)] : nullptr;
+    const ColumnSpec* columnFormat = static_cast<size_t>(column) <= data_.columns.size()
+                                         ? &data_.columns[static_cast<size_t>(column - 1)]
+                                         : nullptr;
     const int importType = static_cast<size_t>(column) <= importTypes_.size()
                                ? importTypes_[static_cast<size_t>(column - 1)]
                                : 0;
-    const bool textColumn = (columnFormat && columnFormat->numberFormat == "@") || importType == kImportText;
-    const bool dateColumn = (columnFormat && IsDateFormat(columnFormat->numberFormat)) || importType == kImportMDY;
+    const bool textColumn =
+        (columnFormat && columnFormat->numberFormat == "@") || importType == kImportText;
+    const bool dateColumn =
+        (columnFormat && IsDateFormat(columnFormat->numberFormat)) || importType == kImportMDY;
     std::optional<double> number;
     if (!textColumn) number = ParseNumber(text);
     if (!number && !textColumn && dateColumn) number = ParseDate(text);
@@ -232,7 +242,8 @@ Worksheet& Workbook::Worksheets(int index) {
 void Workbook::SaveAs(const std::filesystem::path& fileName, int, bool createBackup) {
   std::error_code ec;
   if (createBackup && std::filesystem::exists(fileName, ec)) {
-    std::filesystem::path backup = fileName.parent_path() / ("Backup of " + fileName.stem().string() + ".xlk");
+    std::filesystem::path backup =
+        fileName.parent_path() / ("Backup of " + fileName.stem().string() + ".xlk");
     std::filesystem::rename(fileName, backup, ec);
     if (ec) {
       throw QbError(kPathFileAccess, "SaveAs", "Cannot keep a backup: " + ec.message()).at(backup);
@@ -247,14 +258,15 @@ Workbook& Application::WorkbookList::Add() {
   return *books_.back();
 }
 
-Workbook& Application::WorkbookList::OpenText(const std::filesystem::path& fileName, int,
-                                              bool tab, const std::vector<std::pair<int, int>>& fieldInfo) {
+Workbook& Application::WorkbookList::OpenText(const std::filesystem::path& fileName, int, bool tab,
+                                              const std::vector<std::pair<int, int>>& fieldInfo) {
   Workbook& book = Add();
   Worksheet& sheet = book.Worksheets(1);
   sheet.Name = fileName.stem().string();
   for (const auto& [column, type] : fieldInfo) {
     if (column < 1 || column > kMaxColumns) continue;
-    if (static_cast<size_t>(column) > sheet.importTypes_.size()) sheet.importTypes_.resize(static_cast<size_t>(column), 0);
+    if (static_cast<size_t>(column) > sheet.importTypes_.size())
+      sheet.importTypes_.resize(static_cast<size_t>(column), 0);
     sheet.importTypes_[static_cast<size_t>(column - 1)] = type;
     if (type == kImportText) sheet.Columns(column).numberFormat = "@";
   }

@@ -224,7 +224,8 @@ bool TurboCreate(Engine& engine, const std::vector<std::string>& typeCodes,
     lastError = e;
     if (excel) excel->Quit();
     std::filesystem::remove(turboFile, ec);
-    log.WriteLog("TurboCreate", "Failed - Error: " + std::to_string(e.number()) + " - " + e.description());
+    log.WriteLog("TurboCreate",
+                 "Failed - Error: " + std::to_string(e.number()) + " - " + e.description());
     return false;
   }
 }
@@ -311,7 +312,8 @@ void LaunchSpreadsheet(Engine& engine, std::string_view method, const std::files
   } else {
     log.WriteLog("RunEnd", "Launch 1");
     if (program.empty()) {
-      log.WriteLog("RunEnd", "Launch Error 429  No spreadsheet program found: set QUILLBROOK_SPREADSHEET");
+      log.WriteLog("RunEnd",
+                   "Launch Error 429  No spreadsheet program found: set QUILLBROOK_SPREADSHEET");
       return;
     }
     log.WriteLog("RunEnd", "Create App Complete");

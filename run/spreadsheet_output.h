@@ -20,9 +20,9 @@ namespace qb {
 struct TypeFormat {
   std::string_view numberFormat;  // for cell-by-cell and paste modes
   bool wrap;
-  double width;     // for wrap codes
-  int importType;   // turbo import column type
-  bool turboFormat; // the turbo import sets numberFormat afterwards ("n..." and "d")
+  double width;      // for wrap codes
+  int importType;    // turbo import column type
+  bool turboFormat;  // the turbo import sets numberFormat afterwards ("n..." and "d")
 };
 const TypeFormat& LookupTypeCode(std::string_view code);
 

@@ -19,10 +19,23 @@ namespace {
 constexpr size_t kMaxRecordData = 8224;  // BIFF8: larger records continue in CONTINUE
 
 enum Record : uint16_t {
-  kBof = 0x0809, kEof = 0x000A, kCodepage = 0x0042, kWindow1 = 0x003D, kFont = 0x0031,
-  kFormat = 0x041E, kXf = 0x00E0, kStyle = 0x0293, kBoundSheet = 0x0085, kSst = 0x00FC,
-  kContinue = 0x003C, kExtSst = 0x00FF, kDimensions = 0x0200, kColInfo = 0x007D,
-  kLabelSst = 0x00FD, kNumber = 0x0203, kWindow2 = 0x023E,
+  kBof = 0x0809,
+  kEof = 0x000A,
+  kCodepage = 0x0042,
+  kWindow1 = 0x003D,
+  kFont = 0x0031,
+  kFormat = 0x041E,
+  kXf = 0x00E0,
+  kStyle = 0x0293,
+  kBoundSheet = 0x0085,
+  kSst = 0x00FC,
+  kContinue = 0x003C,
+  kExtSst = 0x00FF,
+  kDimensions = 0x0200,
+  kColInfo = 0x007D,
+  kLabelSst = 0x00FD,
+  kNumber = 0x0203,
+  kWindow2 = 0x023E,
 };
 
 // Windows-1252 bytes 0x80 to 0x9F as UTF-16; the rest of the code page is Latin-1.
@@ -77,20 +90,25 @@ class Stream {
   }
   void PutChars(std::string_view s, bool compressed) {
     for (char c : s) {
-      if (compressed) Put8(static_cast<uint8_t>(Unit(c)));
-      else Put16(Unit(c));
+      if (compressed)
+        Put8(static_cast<uint8_t>(Unit(c)));
+      else
+        Put16(Unit(c));
     }
   }
   // A string with an 8-bit (sheet names, font names) or 16-bit (formats) length.
   void PutString(std::string_view s, bool longLength) {
     const bool compressed = Compressible(s);
-    if (longLength) Put16(static_cast<uint16_t>(s.size()));
-    else Put8(static_cast<uint8_t>(s.size()));
+    if (longLength)
+      Put16(static_cast<uint16_t>(s.size()));
+    else
+      Put8(static_cast<uint8_t>(s.size()));
     Put8(compressed ? 0 : 1);
     PutChars(s, compressed);
   }
   void Patch32(size_t at, uint32_t v) {
-    for (int i = 0; i < 4; ++i) data_[at + static_cast<size_t>(i)] = static_cast<char>(v >> (8 * i));
+    for (int i = 0; i < 4; ++i)
+      data_[at + static_cast<size_t>(i)] = static_cast<char>(v >> (8 * i));
   }
   size_t Size() const { return data_.size(); }
   const std::string& Data() const { return data_; }
@@ -141,7 +159,8 @@ class Styles {
       s.End();
     }
     for (int i = 0; i < kFirstCellXf; ++i) PutXf(s, 0, 0, false, false, true);
-    for (const auto& [fmt, bold, wrap] : order_) PutXf(s, bold ? 1 : 0, fmt, wrap, sheet_.alignTop, false);
+    for (const auto& [fmt, bold, wrap] : order_)
+      PutXf(s, bold ? 1 : 0, fmt, wrap, sheet_.alignTop, false);
     s.Begin(kStyle);  // "Normal", the built-in style on XF 0
     s.Put16(0x8000);
     s.Put8(0);
@@ -168,7 +187,7 @@ class Styles {
     s.Begin(kFont);
     s.Put16(200);           // 10 points, in twentieths
     s.Put16(bold ? 1 : 0);  // the old bold flag, which some readers still look at
-    s.Put16(0x7FFF);  // automatic colour
+    s.Put16(0x7FFF);        // automatic colour
     s.Put16(bold ? 700 : 400);
     s.Put16(0);  // no super/subscript
     s.Put8(0);   // no underline
@@ -184,8 +203,9 @@ class Styles {
     s.Put16(font);
     s.Put16(format);
     s.Put16(style ? 0xFFF5 : 0x0001);  // style XF, or a locked cell XF on parent 0
-    s.Put8(static_cast<uint8_t>((wrap ? 0x08 : 0) | ((top ? 0 : 2) << 4)));  // vertical: top or bottom
-    s.Put8(0);                 // rotation
+    s.Put8(
+        static_cast<uint8_t>((wrap ? 0x08 : 0) | ((top ? 0 : 2) << 4)));  // vertical: top or bottom
+    s.Put8(0);                                                            // rotation
     s.Put8(0);                 // indent, shrink, reading order
     s.Put8(style ? 0 : 0xFC);  // the cell XF's own attributes are used
     s.Put32(0);                // borders
@@ -367,7 +387,8 @@ void WriteWorkbook(const SheetData& sheet, const std::filesystem::path& path) {
   GsfOutfile* ole = gsf_outfile_msole_new(sink);
   g_object_unref(sink);
   GsfOutput* workbook = gsf_outfile_new_child(ole, "Workbook", FALSE);
-  bool ok = gsf_output_write(workbook, stream.size(), reinterpret_cast<const guint8*>(stream.data()));
+  bool ok =
+      gsf_output_write(workbook, stream.size(), reinterpret_cast<const guint8*>(stream.data()));
   ok = gsf_output_close(workbook) && ok;
   g_object_unref(workbook);
   ok = gsf_output_close(GSF_OUTPUT(ole)) && ok;

@@ -26,8 +26,8 @@ struct CellData {
   uint16_t column = 0;  // 0-based
   Kind kind = Kind::Text;
   bool bold = false;
-  double number = 0;   // Number: the value (dates as day serials)
-  uint32_t text = 0;   // Text: index into SheetData::strings
+  double number = 0;  // Number: the value (dates as day serials)
+  uint32_t text = 0;  // Text: index into SheetData::strings
 };
 
 // The sheet as it will be written. Rows are 0-based; each row's cells in column order.

@@ -7,17 +7,28 @@ namespace qb {
 
 std::string_view RuntimeErrorText(int32_t number) {
   switch (number) {
-    case kInvalidCall: return "Invalid procedure call or argument";
-    case kOverflow: return "Overflow";
-    case kSubscript: return "Subscript out of range";
-    case kTypeMismatch: return "Type mismatch";
-    case kFileNotFound: return "File not found";
-    case kDeviceIO: return "Device I/O error";
-    case kDiskFull: return "Disk full";
-    case kPathFileAccess: return "Path/File access error";
-    case kPathNotFound: return "Path not found";
-    case kDuplicateKey: return "This key is already associated with an element of this collection";
-    default: return "Application-defined or object-defined error";
+    case kInvalidCall:
+      return "Invalid procedure call or argument";
+    case kOverflow:
+      return "Overflow";
+    case kSubscript:
+      return "Subscript out of range";
+    case kTypeMismatch:
+      return "Type mismatch";
+    case kFileNotFound:
+      return "File not found";
+    case kDeviceIO:
+      return "Device I/O error";
+    case kDiskFull:
+      return "Disk full";
+    case kPathFileAccess:
+      return "Path/File access error";
+    case kPathNotFound:
+      return "Path not found";
+    case kDuplicateKey:
+      return "This key is already associated with an element of this collection";
+    default:
+      return "Application-defined or object-defined error";
   }
 }
 
@@ -36,14 +47,18 @@ std::string QbError::describe() const {
 QbError ErrorFromErrno(int err, std::string source) {
   switch (err) {
     case ENOENT:
-    case ENOTDIR: return QbError::Runtime(kPathNotFound, std::move(source));
+    case ENOTDIR:
+      return QbError::Runtime(kPathNotFound, std::move(source));
     case EACCES:
     case EPERM:
     case EROFS:
-    case EISDIR: return QbError::Runtime(kPathFileAccess, std::move(source));
+    case EISDIR:
+      return QbError::Runtime(kPathFileAccess, std::move(source));
     case ENOSPC:
-    case EDQUOT: return QbError::Runtime(kDiskFull, std::move(source));
-    default: return QbError::Runtime(kDeviceIO, std::move(source));
+    case EDQUOT:
+      return QbError::Runtime(kDiskFull, std::move(source));
+    default:
+      return QbError::Runtime(kDeviceIO, std::move(source));
   }
 }
 

@@ -19,16 +19,16 @@ namespace qb {
 // Numbers of the run-time errors, kept as the original runtime numbered them so that logs
 // read the same.
 enum RuntimeError : int32_t {
-  kInvalidCall = 5,       // invalid procedure call or argument
-  kOverflow = 6,          // a number outside its type's range
-  kSubscript = 9,         // subscript out of range
-  kTypeMismatch = 13,     // text where a number was expected
+  kInvalidCall = 5,    // invalid procedure call or argument
+  kOverflow = 6,       // a number outside its type's range
+  kSubscript = 9,      // subscript out of range
+  kTypeMismatch = 13,  // text where a number was expected
   kFileNotFound = 53,
   kDeviceIO = 57,
   kDiskFull = 61,
   kPathFileAccess = 75,
   kPathNotFound = 76,
-  kDuplicateKey = 457,    // a second collection item with the same key
+  kDuplicateKey = 457,  // a second collection item with the same key
 };
 
 // The runtime's own description of a run-time error number.

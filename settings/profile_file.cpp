@@ -69,7 +69,8 @@ std::string ReadProfileString(const std::filesystem::path& file, std::string_vie
   RequirePath(file);
   std::string text;
   std::error_code ec;
-  if (!std::filesystem::is_regular_file(file, ec)) return std::string(defaultValue.substr(0, maxLength));
+  if (!std::filesystem::is_regular_file(file, ec))
+    return std::string(defaultValue.substr(0, maxLength));
   try {
     text = ReadWholeFile(file, kSource);
   } catch (const QbError&) {

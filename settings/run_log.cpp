@@ -12,8 +12,8 @@ RunLog::RunLog(UserInterface& ui, std::filesystem::path appLogFile, Clock clock)
   if (!clock_) clock_ = [] { return std::chrono::system_clock::now(); };
 }
 
-std::string RunLog::FormatLine(std::chrono::system_clock::time_point when,
-                               std::string_view source, std::string_view message) {
+std::string RunLog::FormatLine(std::chrono::system_clock::time_point when, std::string_view source,
+                               std::string_view message) {
   std::time_t t = std::chrono::system_clock::to_time_t(when);
   std::tm tm{};
   localtime_r(&t, &tm);
@@ -48,7 +48,8 @@ void RunLog::LogError(std::string_view procedure, int32_t number, std::string_vi
   const std::string n = std::to_string(number);
   ui_.message("Error: " + n + "\r" + std::string(description), "Quillbrook",
               MessageIcon::Exclamation);
-  if (!logFile.empty()) WriteLog(logFile, procedure, "Error: " + n + "  " + std::string(description));
+  if (!logFile.empty())
+    WriteLog(logFile, procedure, "Error: " + n + "  " + std::string(description));
 }
 
 void RunLog::LogError(const QbError& error) const {

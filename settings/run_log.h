@@ -45,8 +45,8 @@ class RunLog {
   void LogError(const QbError& error) const;
 
   // The line as written, without its CR LF.
-  static std::string FormatLine(std::chrono::system_clock::time_point when,
-                                std::string_view source, std::string_view message);
+  static std::string FormatLine(std::chrono::system_clock::time_point when, std::string_view source,
+                                std::string_view message);
 
   UserInterface& ui() const { return ui_; }
 

@@ -87,11 +87,14 @@ clsKey& clsKeys::Item(std::string_view name) {
 
 const clsKey& clsKeys::Item(std::string_view name) const {
   int i = indexOf(name);
-  if (i < 0) throw QbError(kInvalidCall, "clsKeys", "No setting named \"" + std::string(name) + "\"");
+  if (i < 0)
+    throw QbError(kInvalidCall, "clsKeys", "No setting named \"" + std::string(name) + "\"");
   return keys_[static_cast<size_t>(i)];
 }
 
-std::span<const SettingDefinition> SettingDefinitions() { return kDefinitions; }
+std::span<const SettingDefinition> SettingDefinitions() {
+  return kDefinitions;
+}
 
 std::string DefaultFolder() {
 #ifdef _WIN32
@@ -127,8 +130,8 @@ bool SaveAllSettings(const clsKeys& settings, const std::filesystem::path& progr
 bool SaveOptions(const clsKeys& settings, bool saveFolders,
                  const std::filesystem::path& programFolder, std::string_view fileName) {
   if (fileName.empty()) return false;
-  static constexpr std::array<std::string_view, 5> kOptionKeys{"pfset", "rmode", "lmeth",
-                                                               "rdfdir", "rptdir"};
+  static constexpr std::array<std::string_view, 5> kOptionKeys{"pfset", "rmode", "lmeth", "rdfdir",
+                                                               "rptdir"};
   return WriteKeys(settings, std::span(kOptionKeys).first(saveFolders ? 5 : 3),
                    programFolder / fileName);
 }

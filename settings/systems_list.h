@@ -14,9 +14,9 @@ class RunLog;
 
 class clsSystem {
  public:
-  int16_t Row = 0;     // report line of the identifier; 0: found by file name
-  int16_t Start = 0;   // 1-based column
-  int16_t Length = 0;  // characters taken
+  int16_t Row = 0;        // report line of the identifier; 0: found by file name
+  int16_t Start = 0;      // 1-based column
+  int16_t Length = 0;     // characters taken
   std::string System;     // display name and lookup key
   std::string Extension;  // end marker: the identifier is cut before it
 

@@ -119,10 +119,12 @@ TEST(Pattern, CompiledPatternAgreesWithTheGeneralMatch) {
 // non-blanks) must not count, and bytes that differ from a blank in one bit are data.
 TEST(Text, TrimBlockAgreesWithTrim) {
   using namespace std::string_view_literals;
-  for (std::string_view body : {""sv, "a b"sv, "1,234.50CR"sv, "\xa0x\0"sv, "\tx\t"sv, "x       y"sv}) {
+  for (std::string_view body :
+       {""sv, "a b"sv, "1,234.50CR"sv, "\xa0x\0"sv, "\tx\t"sv, "x       y"sv}) {
     for (size_t before = 0; before <= 17; ++before) {
       for (size_t after = 0; after <= 17; ++after) {
-        const std::string field = std::string(before, ' ') + std::string(body) + std::string(after, ' ');
+        const std::string field =
+            std::string(before, ' ') + std::string(body) + std::string(after, ' ');
         const std::string buffer = field + std::string(kCopyBlock, 'x');
         EXPECT_EQ(TrimBlock(buffer.data(), field.size()), Trim(field)) << '"' << field << '"';
         EXPECT_EQ(text_detail::NonBlankBits16(buffer.data()),
@@ -152,7 +154,8 @@ TEST(Formatting, CsvQuotingFindsCommasAndQuotesAnywhere) {
     // Written from a batch: the bytes after the value are another value's, here commas.
     const std::string batch = value + std::string(kCopyBlock, ',');
     std::string out(formatter.ColumnBound(value), '\0');
-    char* end = formatter.PutColumn(out.data(), 0, std::string_view(batch.data(), value.size()), false);
+    char* end =
+        formatter.PutColumn(out.data(), 0, std::string_view(batch.data(), value.size()), false);
     ASSERT_EQ(std::string(out.data(), end), rule(value)) << value;
   }
 }
@@ -164,10 +167,11 @@ TEST(Formatting, NumericCleanUpAgreesWithTheRule) {
   auto rule = [](const std::string& value) {
     std::string lower = value, kept;
     for (char& c : lower) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    const bool negative = lower.find_first_of("(-") != std::string::npos ||
-                          lower.find("cr") != std::string::npos;
+    const bool negative =
+        lower.find_first_of("(-") != std::string::npos || lower.find("cr") != std::string::npos;
     for (size_t i = 0; i < value.size(); ++i) {
-      if (std::string_view("()%#*$,+-cdr").find(lower[i]) == std::string_view::npos) kept += value[i];
+      if (std::string_view("()%#*$,+-cdr").find(lower[i]) == std::string_view::npos)
+        kept += value[i];
     }
     kept = std::string(Trim(kept));
     return negative ? "-" + kept : kept;
@@ -193,20 +197,20 @@ TEST(Formatting, NumericCleanUpAgreesWithTheRule) {
 }
 
 TEST_F(ConvertTest, FirstMatchingRowWinsAndAnUnknownRuleEndsTheSearch) {
-  const std::string rdf = MakeRdf("1,=,AB,0,1,ONE|1,=,ABC,0,1,TWO|1,z,Q,0,1,BAD|1,=,QQ,0,1,QQQ",
-                                  "ONE,0,0,1,1,5,=,,|TWO,0,0,1,1,5,a,two,set|QQQ,0,0,1,1,5,=,,",
-                                  "1,y,c,1,0,Value,");
+  const std::string rdf =
+      MakeRdf("1,=,AB,0,1,ONE|1,=,ABC,0,1,TWO|1,z,Q,0,1,BAD|1,=,QQ,0,1,QQQ",
+              "ONE,0,0,1,1,5,=,,|TWO,0,0,1,1,5,a,two,set|QQQ,0,0,1,1,5,=,,", "1,y,c,1,0,Value,");
   EXPECT_EQ(Convert(rdf, "ABCDE\nQQ\nABX\n"), (Lines{"Value", "ABCDE", "ABX"}));
   EXPECT_EQ(driver_->Stats().linesProcessed, 3);
 }
 
 TEST_F(ConvertTest, WaitSlotsWriteRecordsLevelByLevel) {
-  const std::string rdf =
-      MakeRdf("1,=,CUST,0,1,CUS|1,=,ORD,0,2,ORD|1,=,ITEM,0,3,ITM",
-              "CUS,0,0,1,6,2,=,,|ORD,0,0,2,5,2,=,,|ITM,0,0,3,6,2,=,,",
-              "1,y,c,1,0,Cust,|2,y,c,2,0,Order,|3,y,c,3,0,Item,");
-  EXPECT_EQ(Convert(rdf, "CUST C1\nORD O1\nITEM I1\nITEM I2\nORD O2\nITEM I3\nCUST C2\nORD O3\n"
-                         "ITEM I4\n"),
+  const std::string rdf = MakeRdf("1,=,CUST,0,1,CUS|1,=,ORD,0,2,ORD|1,=,ITEM,0,3,ITM",
+                                  "CUS,0,0,1,6,2,=,,|ORD,0,0,2,5,2,=,,|ITM,0,0,3,6,2,=,,",
+                                  "1,y,c,1,0,Cust,|2,y,c,2,0,Order,|3,y,c,3,0,Item,");
+  EXPECT_EQ(Convert(rdf,
+                    "CUST C1\nORD O1\nITEM I1\nITEM I2\nORD O2\nITEM I3\nCUST C2\nORD O3\n"
+                    "ITEM I4\n"),
             (Lines{"Cust,Order,Item", "C1,O1,I1", ",,I2", ",O2,I3", "C2,O3,I4"}));
 }
 
@@ -216,32 +220,34 @@ TEST_F(ConvertTest, GroupsNegativeGroupsAndSubGroups) {
       "HDR,2,0,5,6,1,=,,|DET,0,0,1,5,6,=,,|DET,2,0,2,5,6,=,,|DET,3,0,3,5,6,=,,|"
       "DET,5,0,4,5,6,=,,|DET,6,0,4,5,6,a,in6,set",
       "1,y,c,1,0,All,|2,y,c,2,0,G2,|3,y,c,3,0,G3,|4,y,c,4,0,G5,|5,y,c,5,0,Hdr,");
-  EXPECT_EQ(Convert(rdf, "GRPA x\nDET aaaaaa\nGRPB y\nDET bbbbbb\nBLK\nBLK\nDET cccccc\nSKIP\n"
-                         "DET dddddd\n"),
+  EXPECT_EQ(Convert(rdf,
+                    "GRPA x\nDET aaaaaa\nGRPB y\nDET bbbbbb\nBLK\nBLK\nDET cccccc\nSKIP\n"
+                    "DET dddddd\n"),
             (Lines{"All,G2,G3,G5,Hdr",
-                   "aaaaaa,aaaaaa,,,y",       // GRPB picked up under group 2, then set group 3
-                   "bbbbbb,,bbbbbb,,",        // group 3
-                   "cccccc,,,cccccc,",        // BLK twice: 4 and its repeat, 5
-                   "dddddd,,,in6,"}));        // a skip row with group -6 sets group 6
+                   "aaaaaa,aaaaaa,,,y",  // GRPB picked up under group 2, then set group 3
+                   "bbbbbb,,bbbbbb,,",   // group 3
+                   "cccccc,,,cccccc,",   // BLK twice: 4 and its repeat, 5
+                   "dddddd,,,in6,"}));   // a skip row with group -6 sets group 6
 }
 
 TEST_F(ConvertTest, EveryPickupRule) {
-  const std::string rdf = MakeRdf(
-      "1,=,H,0,0,HDR|1,=,D,0,1,DET|1,=,C,0,0,CON|1,=,K,0,0,KEP",
-      "HDR,0,0,4,3,7,a,,hold|HDR,0,0,5,1,1,a,SETH,seth|HDR,0,0,6,3,7,a,,hold|"
-      "DET,0,0,1,3,3,=,,|DET,0,0,2,7,3,=,N/A,skip|DET,0,0,3,11,3,=,DO,prev|"
-      "DET,0,0,4,1,1,a,,get|DET,0,0,5,1,1,a,,getc|DET,0,0,6,1,1,a,,getz|"
-      "DET,0,0,7,1,1,a,FIXED,set|DET,0,0,9,1,1,a,X,catv|DET,0,0,11,15,1,=,,|"
-      "DET,0,0,11,1,1,=p,SAME,set|CON,0,0,8,3,5,a,,cat|KEP,0,0,10,3,6,a,,keep",
-      "1,y,c,1,0,Id,|2,y,c,2,0,Skip,|3,y,c,3,0,Prev,|4,y,c,4,0,Get,|5,y,c,5,0,GetC,|"
-      "6,y,c,6,0,GetZ,|7,y,c,7,0,Set,|8,y,c,8,0,Cat,|9,y,c,9,0,CatV,|10,y,c,10,0,Keep,|"
-      "11,y,c,11,0,EqP,");
-  EXPECT_EQ(Convert(rdf, "H HOLDVAL\nD 001 N/A AAA A\nC one\nC two\nK first\nK second\n"
-                         "D 002 XYZ DO  A\nD 003 N/A BBB B\n"),
-            (Lines{"Id,Skip,Prev,Get,GetC,GetZ,Set,Cat,CatV,Keep,EqP",
-                   "001,,AAA,HOLDVAL,SETH,HOLDVAL,FIXED,one two, X,first,A",
-                   "002,XYZ,AAA,HOLDVAL,,0.00,FIXED,, X,,SAME",
-                   "003,,BBB,HOLDVAL,,0.00,FIXED,, X,,B"}));
+  const std::string rdf =
+      MakeRdf("1,=,H,0,0,HDR|1,=,D,0,1,DET|1,=,C,0,0,CON|1,=,K,0,0,KEP",
+              "HDR,0,0,4,3,7,a,,hold|HDR,0,0,5,1,1,a,SETH,seth|HDR,0,0,6,3,7,a,,hold|"
+              "DET,0,0,1,3,3,=,,|DET,0,0,2,7,3,=,N/A,skip|DET,0,0,3,11,3,=,DO,prev|"
+              "DET,0,0,4,1,1,a,,get|DET,0,0,5,1,1,a,,getc|DET,0,0,6,1,1,a,,getz|"
+              "DET,0,0,7,1,1,a,FIXED,set|DET,0,0,9,1,1,a,X,catv|DET,0,0,11,15,1,=,,|"
+              "DET,0,0,11,1,1,=p,SAME,set|CON,0,0,8,3,5,a,,cat|KEP,0,0,10,3,6,a,,keep",
+              "1,y,c,1,0,Id,|2,y,c,2,0,Skip,|3,y,c,3,0,Prev,|4,y,c,4,0,Get,|5,y,c,5,0,GetC,|"
+              "6,y,c,6,0,GetZ,|7,y,c,7,0,Set,|8,y,c,8,0,Cat,|9,y,c,9,0,CatV,|10,y,c,10,0,Keep,|"
+              "11,y,c,11,0,EqP,");
+  EXPECT_EQ(
+      Convert(rdf,
+              "H HOLDVAL\nD 001 N/A AAA A\nC one\nC two\nK first\nK second\n"
+              "D 002 XYZ DO  A\nD 003 N/A BBB B\n"),
+      (Lines{"Id,Skip,Prev,Get,GetC,GetZ,Set,Cat,CatV,Keep,EqP",
+             "001,,AAA,HOLDVAL,SETH,HOLDVAL,FIXED,one two, X,first,A",
+             "002,XYZ,AAA,HOLDVAL,,0.00,FIXED,, X,,SAME", "003,,BBB,HOLDVAL,,0.00,FIXED,, X,,B"}));
 }
 
 TEST_F(ConvertTest, RecordSelectionQualifyingAndNumbers) {
@@ -258,8 +264,8 @@ TEST_F(ConvertTest, RecordSelectionQualifyingAndNumbers) {
                              row('D', "it's", "-5") + row('D', "", "$1,000.00 ") +
                              row('T', "", "12.5%");
   EXPECT_EQ(Convert(rdf, report),
-            (Lines{"Kind,Text,Amount", ",\"say \"\"hi\"\"\",-1234.50", ",\"a,b\",-12.00", ",it's,-5",
-                   ",,1000.00", "TOTAL,,12.5"}));
+            (Lines{"Kind,Text,Amount", ",\"say \"\"hi\"\"\",-1234.50", ",\"a,b\",-12.00",
+                   ",it's,-5", ",,1000.00", "TOTAL,,12.5"}));
   // Details Only: the four details; the last record (a total) is rejected, and the final
   // write then prints an empty line.
   overrides_ = {{"rtype", "Details Only"}};
@@ -284,9 +290,8 @@ TEST_F(ConvertTest, RecordSelectionQualifyingAndNumbers) {
 }
 
 TEST_F(ConvertTest, LinePiecesFormFeedsAndLongLines) {
-  const std::string rdf =
-      MakeRdf("500,=,Y,0,1,END|1,x,,0,1,ALL,0", "ALL,0,0,1,1,5,=,,|END,0,0,1,498,6,=,,",
-              "1,y,c,1,0,Piece,");
+  const std::string rdf = MakeRdf("500,=,Y,0,1,END|1,x,,0,1,ALL,0",
+                                  "ALL,0,0,1,1,5,=,,|END,0,0,1,498,6,=,,", "1,y,c,1,0,Piece,");
   // A, FF, B gives A and B; a lone FF two empty pieces; C, FF gives C and an empty piece.
   EXPECT_EQ(Convert(rdf, "A\fB\n\f\nC\f\n"), (Lines{"Piece", "A", "B", "", "", "C", ""}));
   EXPECT_EQ(driver_->Stats().linesProcessed, 6);
@@ -344,8 +349,8 @@ TEST_F(ConvertTest, WriteFailureEndsTheRun) {
 }
 
 TEST_F(ConvertTest, StopEndsTheRunAfterTheLinesPieces) {
-  const std::string rdf = MakeRdf("1,=,STOP,0,0,stop|1,=,D,0,1,DET", "DET,0,0,1,3,3,=,,",
-                                  "1,y,c,1,0,V,");
+  const std::string rdf =
+      MakeRdf("1,=,STOP,0,0,stop|1,=,D,0,1,DET", "DET,0,0,1,3,3,=,,", "1,y,c,1,0,V,");
   EXPECT_EQ(Convert(rdf, "D 001\nSTOP\fD 002\nD 003\n"), (Lines{"V", "001", "002"}));
   EXPECT_FALSE(driver_->Stats().cancelled);
 }
@@ -384,9 +389,9 @@ TEST_F(ConvertTest, LineErrorsDropTheLineAndAreShownOnce) {
 
   // A pickup row for a field the RDF lacks: its trap skips the rest of that line's rows.
   ui_.messages.clear();
-  const std::string rdf2 = MakeRdf("1,=,D,0,1,DET",
-                                   "DET,0,0,1,3,3,=,,|DET,0,0,99,3,3,=,,|DET,0,0,2,7,3,=,,",
-                                   "1,y,c,1,0,A,|2,y,c,2,0,B,");
+  const std::string rdf2 =
+      MakeRdf("1,=,D,0,1,DET", "DET,0,0,1,3,3,=,,|DET,0,0,99,3,3,=,,|DET,0,0,2,7,3,=,,",
+              "1,y,c,1,0,A,|2,y,c,2,0,B,");
   EXPECT_EQ(Convert(rdf2, "D 001 aaa\nD 002 bbb\n"), (Lines{"A,B", "001,", "002,"}));
   ASSERT_EQ(ui_.messages.size(), 1u);
   EXPECT_NE(ui_.messages[0].text.find("Pickup Data Error  "), std::string::npos);

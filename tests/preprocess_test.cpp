@@ -79,8 +79,8 @@ TEST(PdfPieces, AnyTextSurvivesTheLineFormat) {
   EXPECT_EQ(back->y1, -20);
   EXPECT_EQ(back->x2, 4800);
   EXPECT_EQ(back->text, piece.text);
-  for (const char* bad : {"", "P", "P 1 2 3 4", "P 1 2 3 4 x text", "P 1 2 3 4 5 bad%4", "P 1 2 3 4 5 %zz",
-                          "Q 1 2 3 4 5 t"}) {
+  for (const char* bad : {"", "P", "P 1 2 3 4", "P 1 2 3 4 x text", "P 1 2 3 4 5 bad%4",
+                          "P 1 2 3 4 5 %zz", "Q 1 2 3 4 5 t"}) {
     EXPECT_FALSE(ParsePieceLine(bad)) << bad;
   }
 }
@@ -97,9 +97,9 @@ TEST(PdfLayout, LinesColumnsAndBlankLines) {
   page.Add(At(0, 20, "PAGE"));
   page.Add(At(0, 25, "1"));
   page.Add(At(1, 3, "A1"));
-  page.Add(At(4, 3, "A2"));          // two blank lines before it
+  page.Add(At(4, 3, "A2"));  // two blank lines before it
   TextPiece low = At(4, 10, "SAME");
-  low.y2 += 150;                     // a little off the baseline: still the same line
+  low.y2 += 150;  // a little off the baseline: still the same line
   page.Add(low);
   EXPECT_EQ(page.LineSet({}), (std::vector<std::string>{"HEADER             PAGE 1", "  A1", "", "",
                                                         "  A2     SAME"}));
@@ -132,7 +132,8 @@ TEST_F(PdfTest, TheIntermediateFileIsReadByItsMarkers) {
   const std::string start = "Start Text Contents ** Page 1 (text after the marker is ignored)";
   WriteFile(home_ / "out" / "r.qbt",
             "a line before any page\r\n" + start + "\r\n\r\n" + FormatPieceLine(At(0, 1, "ONE")) +
-                "\r\n\r\n" + FormatPieceLine(At(0, 5, "TWO")) + "\r\nEnd Text Contents **** Page 1\r\n" +
+                "\r\n\r\n" + FormatPieceLine(At(0, 5, "TWO")) +
+                "\r\nEnd Text Contents **** Page 1\r\n" +
                 "*****************>>>>>>>>>>>>>>>\r\nStart Text Contents ** Page 2\r\n" +
                 FormatPieceLine(At(0, 1, "THREE")) + "\r\nEnd Text Contents **** Page 2\r\n" +
                 "Start Text Contents ** Page 3\r\n" + FormatPieceLine(At(0, 1, "LOST")) + "\r\n");
@@ -160,7 +161,8 @@ TEST_F(PdfTest, TheIntermediateFileIsReadByItsMarkers) {
 TEST_F(PdfTest, SamplePdfsConvertLikeTheirTextReport) {
   engine_.flags.PdfReport = true;
   for (const char* name : {"ARINV01_fixed", "ARINV01_proportional"}) {
-    ASSERT_TRUE(engine_.LoadRDF(test::Sample(name == std::string("ARINV01_fixed") ? "ARINV01P.rdf" : "ARINV01PP.rdf"), ""));
+    ASSERT_TRUE(engine_.LoadRDF(
+        test::Sample(name == std::string("ARINV01_fixed") ? "ARINV01P.rdf" : "ARINV01PP.rdf"), ""));
     std::atomic<bool> cancel{false};
     const auto qbr = ProcessPDF(engine_, cancel, test::Sample(std::string("pdf/") + name + ".pdf"));
     const std::string text = ReadFile(test::Sample("ARINV01.txt"));

@@ -13,7 +13,8 @@ namespace qb::test {
 
 // Scrambles one plain line as line `lineNo`; line 1 gets its three-digit checksum first
 // unless `withChecksum` is false (for damaged files).
-inline std::string ScrambleRDFLine(int16_t lineNo, std::string_view plain, bool withChecksum = true) {
+inline std::string ScrambleRDFLine(int16_t lineNo, std::string_view plain,
+                                   bool withChecksum = true) {
   std::string r(plain);
   if (lineNo == 1 && withChecksum) {
     char digits[8];

@@ -129,9 +129,12 @@ TEST_F(EngineTest, DamagedRdfsFailWithNumberAndPlace) {
   } cases[] = {
       {"RDF 0001T no at sign\r\n", false, 518, "GetRDFInfo", 1},
       {good, true, 517, "GetRDFInfo", 1},  // damaged below
-      {"RDF 0001T T@P\r\nRDF 01 D\r\nDLM\r\nx,=,INV,0,1,INV\r\n", false, kTypeMismatch, "LoadRDFDetail", 4},
-      {"RDF 0001T T@P\r\nRDF 01 D\r\nDLM\r\n1,=,INV,0,40000,INV\r\n", false, kOverflow, "LoadRDFDetail", 4},
-      {"RDF 0001T T@P\r\n\r\n[ c ]\r\nRDF 01 D\r\nDLC\r\nINV,0,0,1,1\r\n", false, kSubscript, "LoadRDFDetail", 6},
+      {"RDF 0001T T@P\r\nRDF 01 D\r\nDLM\r\nx,=,INV,0,1,INV\r\n", false, kTypeMismatch,
+       "LoadRDFDetail", 4},
+      {"RDF 0001T T@P\r\nRDF 01 D\r\nDLM\r\n1,=,INV,0,40000,INV\r\n", false, kOverflow,
+       "LoadRDFDetail", 4},
+      {"RDF 0001T T@P\r\n\r\n[ c ]\r\nRDF 01 D\r\nDLC\r\nINV,0,0,1,1\r\n", false, kSubscript,
+       "LoadRDFDetail", 6},
       {"RDF 0001T T@P\r\nDIN\r\nCR\r\n", false, kSubscript, "LoadRDFHeader", 3},
       {"RDF 0001T T@P\r\nPDC\r\n1,2,3,4,5,t,6\r\n", false, kSubscript, "LoadRDFHeader", 3},
       {"RDF 0002T T@P\r\nRDF 01 D\r\n", false, kSubscript, "LoadRDFDetail", 0},  // no part 02
@@ -162,8 +165,8 @@ TEST_F(EngineTest, DamagedRdfsFailWithNumberAndPlace) {
     ASSERT_GE(ui_.messages.size(), 2u) << n;
     EXPECT_EQ(ui_.messages.front().text.substr(0, 7), "Error: ") << n;
     EXPECT_EQ(ui_.messages.back().text, "Error loading RDF") << n;
-    EXPECT_NE(Log().find(c.source + std::string(20 - c.source.size(), ' ') + "  --- Error: " +
-                         std::to_string(c.number)),
+    EXPECT_NE(Log().find(c.source + std::string(20 - c.source.size(), ' ') +
+                         "  --- Error: " + std::to_string(c.number)),
               std::string::npos)
         << n;
     ++n;

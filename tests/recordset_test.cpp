@@ -90,8 +90,9 @@ TEST(Recordset, FiltersAcceptTheTextsTheEngineBuilds) {
   AddPickup(rs, "CUST", 0, 1, 5);
   AddPickup(rs, "O'NEIL", 0, 0, 6);
 
-  rs.Filter("((fldMRK = 'INV' And fldSEQ = 1 And fldGRP = 0)  Or (fldMRK = 'INV' And fldSEQ = 1 "
-            "And fldGRP = 2))");
+  rs.Filter(
+      "((fldMRK = 'INV' And fldSEQ = 1 And fldGRP = 0)  Or (fldMRK = 'INV' And fldSEQ = 1 "
+      "And fldGRP = 2))");
   EXPECT_EQ(Column(rs, P::fldFLD), (std::vector<int64_t>{1, 2}));
   // Keywords in any case; text without regard to case and trailing blanks.
   rs.Filter("fldmrk = 'inv ' AND fldGRP > 0 or fldFLD = 5");
@@ -131,7 +132,8 @@ TEST(Recordset, SortsAreStableAndClonesShareRecords) {
   const struct {
     int fld, order;
     bool out;
-  } rows[] = {{1, 3, false}, {2, 2, true}, {3, 0, false}, {4, 1, true}, {5, 2, true}, {6, 3, false}};
+  } rows[] = {{1, 3, false}, {2, 2, true}, {3, 0, false},
+              {4, 1, true},  {5, 2, true}, {6, 3, false}};
   for (const auto& r : rows) {
     rs.AddNew();
     rs.SetInt(F::fldFLD, r.fld);

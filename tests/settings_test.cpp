@@ -48,7 +48,8 @@ TEST(Text, TrimRemovesBlanksOnlyAtTheEnds) {
   for (std::string_view body : {"", "a", "a b", "1,234.50CR", "\tx\t", "12345678", "x       y"}) {
     for (size_t before = 0; before <= 17; ++before) {
       for (size_t after = 0; after <= 17; ++after) {
-        const std::string s = std::string(before, ' ') + std::string(body) + std::string(after, ' ');
+        const std::string s =
+            std::string(before, ' ') + std::string(body) + std::string(after, ' ');
         EXPECT_EQ(Trim(s), plain(s)) << '"' << s << '"';
         EXPECT_EQ(TrimRight(s), plainRight(s)) << '"' << s << '"';
       }
@@ -87,9 +88,9 @@ TEST(ProfileFile, WritingOneKeyKeepsEveryOtherLine) {
   const auto ini = dir / "qbcfg.ini";
   WriteFile(ini, kHandEdited);
 
-  WriteProfileString(ini, "QBDEFAULTS", "Delim", "tab");        // replaced in place
-  WriteProfileString(ini, "qbpaths", "outdir", "/data/out");     // appended to its section
-  WriteProfileString(ini, "qbnew", "k", "v");                    // new section at the end
+  WriteProfileString(ini, "QBDEFAULTS", "Delim", "tab");      // replaced in place
+  WriteProfileString(ini, "qbpaths", "outdir", "/data/out");  // appended to its section
+  WriteProfileString(ini, "qbnew", "k", "v");                 // new section at the end
 
   EXPECT_EQ(ReadFile(ini),
             "; Quillbrook settings, edited by hand\r\n"
@@ -146,8 +147,8 @@ TEST(SettingsStore, LoadsThirteenKeysWithDefaultsInOrder) {
   EXPECT_FALSE(std::filesystem::exists(dir / "qbcfg.ini"));
 
   // File values win; a value over 199 characters is cut.
-  WriteFile(dir / "qbcfg.ini", "[qbdefaults]\r\ndelim=,\r\n[qbpaths]\r\nrptdir=" +
-                                   std::string(300, 'p') + "\r\n");
+  WriteFile(dir / "qbcfg.ini",
+            "[qbdefaults]\r\ndelim=,\r\n[qbpaths]\r\nrptdir=" + std::string(300, 'p') + "\r\n");
   s = LoadSettings(dir.path(), kSettingsFileName);
   EXPECT_EQ(s["delim"], ",");
   EXPECT_EQ(s["rptdir"], std::string(199, 'p'));
@@ -202,9 +203,9 @@ TEST(SettingsStore, SaveAllWritesEveryKeyUnderItsSection) {
   ASSERT_TRUE(SaveAllSettings(s, dir.path(), kSettingsFileName));
   clsKeys back = LoadSettings(dir.path(), kSettingsFileName);
   for (int i = 1; i <= 13; ++i) {
-    EXPECT_EQ(ReadProfileString(dir / "qbcfg.ini", s.Item(i).Section, s.Item(i).Name, "<none>",
-                                199),
-              s.Item(i).Value);
+    EXPECT_EQ(
+        ReadProfileString(dir / "qbcfg.ini", s.Item(i).Section, s.Item(i).Name, "<none>", 199),
+        s.Item(i).Value);
     EXPECT_EQ(back.Item(i).Value, s.Item(i).Value);
   }
   // A folder that cannot be written: false, and the caller goes on.
@@ -321,8 +322,8 @@ TEST(Application, StartUpNeedsTheSystemsList) {
             "not Exist \r\n");
 
   WriteFile(dir / "qbsys.txt", "H\r\nLedger,1,1,8, \r\n");
-  WriteFile(dir / "qbcfg.ini", "[qbdefaults]\r\ndelim=tab\r\n[qbpaths]\r\nlogdir=" +
-                                   dir.path().string() + "\r\n");
+  WriteFile(dir / "qbcfg.ini",
+            "[qbdefaults]\r\ndelim=tab\r\n[qbpaths]\r\nlogdir=" + dir.path().string() + "\r\n");
   ASSERT_TRUE(app.ResetForm());
   EXPECT_EQ(app.Settings["delim"], "tab");
   EXPECT_EQ(app.SavedSettings["delim"], "tab");

@@ -20,9 +20,9 @@ TEST(TypedInput, NumbersAndDates) {
   for (const char* text : {"", "-", "1,234", "12a", "1e", "0x10", "nan", "1.2.3"}) {
     EXPECT_FALSE(xls::ParseNumber(text)) << text;
   }
-  EXPECT_EQ(xls::ParseDate("10/02/26"), 46297.0);    // 00-29: the 2000s
-  EXPECT_EQ(xls::ParseDate("12/31/99"), 36525.0);    // 30-99: the 1900s
-  EXPECT_EQ(xls::ParseDate("1/1/1900"), 2.0);        // serials count from 1899-12-30
+  EXPECT_EQ(xls::ParseDate("10/02/26"), 46297.0);  // 00-29: the 2000s
+  EXPECT_EQ(xls::ParseDate("12/31/99"), 36525.0);  // 30-99: the 1900s
+  EXPECT_EQ(xls::ParseDate("1/1/1900"), 2.0);      // serials count from 1899-12-30
   EXPECT_EQ(xls::ParseDate("02/29/2024"), 45351.0);
   for (const char* text : {"02/29/2023", "13/01/26", "00/10/26", "1/32/26", "1/2/3", "1-2-26",
                            "1/2/26/4", "123/1/26"}) {
@@ -46,7 +46,8 @@ class SpreadsheetTest : public test::EngineTest {
     app_.Settings.Item("rmode").Value = mode;
     app_.Settings.Item("outdir").Value = home_.path().string();
     auto driver = std::make_unique<RunDriver>(engine_);
-    *ok = driver->Run(home_ / "r.txt", home_ / "out.xls") && driver->RunEnd(home_ / "out.xls", false);
+    *ok =
+        driver->Run(home_ / "r.txt", home_ / "out.xls") && driver->RunEnd(home_ / "out.xls", false);
     return driver;
   }
 };
@@ -106,7 +107,8 @@ TEST_F(SpreadsheetTest, MoreRowsThanASheetHoldsFailWithoutAFile) {
     auto driver = ConvertXls(report, mode, &ok);
     EXPECT_FALSE(ok) << mode;
     ASSERT_TRUE(driver->LastError()) << mode;
-    EXPECT_NE(driver->LastError()->description().find("Convert it to .csv or .txt"), std::string::npos);
+    EXPECT_NE(driver->LastError()->description().find("Convert it to .csv or .txt"),
+              std::string::npos);
     EXPECT_FALSE(std::filesystem::exists(home_ / "out.xls")) << mode;
     for (const auto& entry : std::filesystem::directory_iterator(home_.path())) {
       EXPECT_NE(entry.path().extension(), ".tmp") << "turbo file left: " << entry.path();

@@ -128,8 +128,10 @@ TEST_F(WindowTest, ChoosingFilesSetsSettingsLoadsTheRdfAndEnablesRun) {
   EXPECT_TRUE(dialogs_.lastFilters.startsWith("All Files (*.*);;Text files (*.txt);;PDF files"));
   EXPECT_EQ(window_->app().Settings["rptdir"], kSamples.string());
   EXPECT_FALSE(std::filesystem::exists(home_ / "ARINV01.log"));
-  EXPECT_NE(Log().find("Report-Click          --- " + (kSamples / "ARINV01.txt").string()), std::string::npos);
-  EXPECT_EQ(Find<QLineEdit>("txtDfile")->text().toStdString(), (home_ / "rdf" / "ARINV01.rdf").string());
+  EXPECT_NE(Log().find("Report-Click          --- " + (kSamples / "ARINV01.txt").string()),
+            std::string::npos);
+  EXPECT_EQ(Find<QLineEdit>("txtDfile")->text().toStdString(),
+            (home_ / "rdf" / "ARINV01.rdf").string());
   EXPECT_EQ(Find<QTableView>("dgdFields")->model()->rowCount(), 11);
   EXPECT_EQ(Find<QComboBox>("cboDelimiter")->currentText(), ",");  // the RDF's "DL,comma"
 
@@ -145,7 +147,8 @@ TEST_F(WindowTest, ChoosingFilesSetsSettingsLoadsTheRdfAndEnablesRun) {
   // A cancelled picker changes nothing.
   dialogs_.files = {""};
   QTest::mouseClick(Find<QPushButton>("btnRDF"), Qt::LeftButton);
-  EXPECT_EQ(Find<QLineEdit>("txtDfile")->text().toStdString(), (home_ / "rdf" / "ARINV01.rdf").string());
+  EXPECT_EQ(Find<QLineEdit>("txtDfile")->text().toStdString(),
+            (home_ / "rdf" / "ARINV01.rdf").string());
   EXPECT_TRUE(dialogs_.shown.empty());
 }
 
@@ -204,7 +207,8 @@ TEST_F(WindowTest, TheGridChecksOrdersMovesAndGroupsFields) {
   // Deselect with no selection: every field off.
   view->clearSelection();
   Action("mnuDeselect")->trigger();
-  for (int r = 0; r < model->rowCount(); ++r) EXPECT_EQ(model->data(model->index(r, 0)).toString(), "N");
+  for (int r = 0; r < model->rowCount(); ++r)
+    EXPECT_EQ(model->data(model->index(r, 0)).toString(), "N");
 }
 
 TEST_F(WindowTest, ARunWritesWhatQbconvertWrites) {
@@ -215,7 +219,8 @@ TEST_F(WindowTest, ARunWritesWhatQbconvertWrites) {
   EXPECT_FALSE(Action("mnuNew")->isEnabled());
   EXPECT_TRUE(Find<QPushButton>("btnCancel")->isVisibleTo(window_.get()));
   WaitForRun();
-  EXPECT_EQ(ReadFile(home_ / "out.csv"), ReadFile(std::filesystem::path(QB_SOURCE_DIR) / "tests" / "golden" / "ARINV01.csv"));
+  EXPECT_EQ(ReadFile(home_ / "out.csv"),
+            ReadFile(std::filesystem::path(QB_SOURCE_DIR) / "tests" / "golden" / "ARINV01.csv"));
   EXPECT_EQ(Find<QLabel>("lblStatus")->text(), "Complete");
   EXPECT_EQ(Find<QLabel>("lblLinesWritten")->text(), "15 Lines Written");
   EXPECT_EQ(Find<QLabel>("lblLinesProcessed")->text(), "40 Lines Processed");
@@ -226,7 +231,8 @@ TEST_F(WindowTest, ARunWritesWhatQbconvertWrites) {
   dialogs_.answerYes = false;
   QTest::mouseClick(Find<QPushButton>("btnRun"), Qt::LeftButton);
   EXPECT_FALSE(window_->RunActive());
-  EXPECT_EQ(dialogs_.shown.back().text, "Output file already exists.\nDo you want to Overwrite it?");
+  EXPECT_EQ(dialogs_.shown.back().text,
+            "Output file already exists.\nDo you want to Overwrite it?");
   EXPECT_EQ(dialogs_.shown.back().title, "File Found");
 }
 
@@ -237,9 +243,10 @@ class BigRunTest : public WindowTest {
     report.reserve(static_cast<size_t>(kLines) * 12);
     for (int i = 0; i < kLines; ++i) report += "D " + std::to_string(1000000 + i) + "\r\n";
     WriteFile(home_ / "big.txt", report);
-    WriteFile(home_ / "big.rdf",
-              "RDF 0001T Big@BIG\r\nRDF 01 D\r\nDLM\r\n1,=,D,0,1,DET\r\nDLC\r\nDET,0,0,1,3,7,=,,\r\n"
-              "FLD\r\n1,y,c,1,0,Number,\r\n");
+    WriteFile(
+        home_ / "big.rdf",
+        "RDF 0001T Big@BIG\r\nRDF 01 D\r\nDLM\r\n1,=,D,0,1,DET\r\nDLC\r\nDET,0,0,1,3,7,=,,\r\n"
+        "FLD\r\n1,y,c,1,0,Number,\r\n");
   }
   void StartBigRun() {
     ASSERT_TRUE(window_->Startup());

@@ -9,16 +9,22 @@ namespace {
 
 QMessageBox::Icon ToQt(MessageIcon icon) {
   switch (icon) {
-    case MessageIcon::Information: return QMessageBox::Information;
-    case MessageIcon::Exclamation: return QMessageBox::Warning;
-    case MessageIcon::Critical: return QMessageBox::Critical;
-    case MessageIcon::None: break;
+    case MessageIcon::Information:
+      return QMessageBox::Information;
+    case MessageIcon::Exclamation:
+      return QMessageBox::Warning;
+    case MessageIcon::Critical:
+      return QMessageBox::Critical;
+    case MessageIcon::None:
+      break;
   }
   return QMessageBox::NoIcon;
 }
 
 // Message texts use CR for their line breaks.
-QString Lines(QString text) { return text.replace('\r', '\n'); }
+QString Lines(QString text) {
+  return text.replace('\r', '\n');
+}
 
 }  // namespace
 
@@ -29,13 +35,15 @@ QString QtFilters(const QString& pairs) {
   return filters.join(";;");
 }
 
-void QtDialogs::message(QWidget* parent, const QString& text, const QString& title, MessageIcon icon) {
+void QtDialogs::message(QWidget* parent, const QString& text, const QString& title,
+                        MessageIcon icon) {
   QMessageBox box(ToQt(icon), title.isEmpty() ? QStringLiteral("Quillbrook") : title, Lines(text),
                   QMessageBox::Ok, parent);
   box.exec();
 }
 
-bool QtDialogs::question(QWidget* parent, const QString& text, const QString& title, MessageIcon icon) {
+bool QtDialogs::question(QWidget* parent, const QString& text, const QString& title,
+                         MessageIcon icon) {
   QMessageBox box(ToQt(icon), title, Lines(text), QMessageBox::Yes | QMessageBox::No, parent);
   return box.exec() == QMessageBox::Yes;
 }

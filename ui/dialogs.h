@@ -12,8 +12,10 @@ namespace qb::ui {
 class Dialogs {
  public:
   virtual ~Dialogs() = default;
-  virtual void message(QWidget* parent, const QString& text, const QString& title, MessageIcon icon) = 0;
-  virtual bool question(QWidget* parent, const QString& text, const QString& title, MessageIcon icon) = 0;
+  virtual void message(QWidget* parent, const QString& text, const QString& title,
+                       MessageIcon icon) = 0;
+  virtual bool question(QWidget* parent, const QString& text, const QString& title,
+                        MessageIcon icon) = 0;
   // File pickers: `filters` as "Text files (*.txt);;CSV files (*.csv)", `selected` 1-based.
   // An empty result means the user cancelled.
   virtual QString openFile(QWidget* parent, const QString& title, const QString& filters,
@@ -25,8 +27,10 @@ class Dialogs {
 // The real dialogs of the desktop.
 class QtDialogs final : public Dialogs {
  public:
-  void message(QWidget* parent, const QString& text, const QString& title, MessageIcon icon) override;
-  bool question(QWidget* parent, const QString& text, const QString& title, MessageIcon icon) override;
+  void message(QWidget* parent, const QString& text, const QString& title,
+               MessageIcon icon) override;
+  bool question(QWidget* parent, const QString& text, const QString& title,
+                MessageIcon icon) override;
   QString openFile(QWidget* parent, const QString& title, const QString& filters, int selected,
                    const QString& folder) override;
   QString saveFile(QWidget* parent, const QString& title, const QString& filters, int selected,

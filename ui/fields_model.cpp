@@ -20,10 +20,13 @@ int FieldsModel::rowCount(const QModelIndex& parent) const {
 QVariant FieldsModel::data(const QModelIndex& index, int role) const {
   if ((role != Qt::DisplayRole && role != Qt::EditRole) || !seek(index.row())) return {};
   switch (index.column()) {
-    case 0: return fields_.GetBool(F::fldOUT) ? QStringLiteral("Y") : QStringLiteral("N");
-    case 1: return static_cast<int>(fields_.GetInt(F::fldORD));
-    default: return QString::fromLatin1(fields_.GetText(F::fldLAB).data(),
-                                        static_cast<int>(fields_.GetText(F::fldLAB).size()));
+    case 0:
+      return fields_.GetBool(F::fldOUT) ? QStringLiteral("Y") : QStringLiteral("N");
+    case 1:
+      return static_cast<int>(fields_.GetInt(F::fldORD));
+    default:
+      return QString::fromLatin1(fields_.GetText(F::fldLAB).data(),
+                                 static_cast<int>(fields_.GetText(F::fldLAB).size()));
   }
 }
 
@@ -61,7 +64,9 @@ bool FieldsModel::setData(const QModelIndex& index, const QVariant& value, int r
       fields_.SetInt(F::fldTMP, order);
       break;
     }
-    default: fields_.SetText(F::fldLAB, text.toLatin1().toStdString()); break;
+    default:
+      fields_.SetText(F::fldLAB, text.toLatin1().toStdString());
+      break;
   }
   emit dataChanged(index, index);
   return true;

@@ -13,7 +13,8 @@ class FieldsModel final : public QAbstractTableModel {
   Q_OBJECT
  public:
   // `refuse` shows a message when an edit is refused.
-  FieldsModel(Recordset& fields, std::function<void(const QString&)> refuse, QObject* parent = nullptr)
+  FieldsModel(Recordset& fields, std::function<void(const QString&)> refuse,
+              QObject* parent = nullptr)
       : QAbstractTableModel(parent), fields_(fields), refuse_(std::move(refuse)) {}
 
   int rowCount(const QModelIndex& parent = {}) const override;

@@ -33,14 +33,20 @@
 namespace qb::ui {
 namespace {
 
-QString Q(std::string_view s) { return QString::fromLocal8Bit(s.data(), static_cast<int>(s.size())); }
-std::string S(const QString& s) { return s.toLocal8Bit().toStdString(); }
+QString Q(std::string_view s) {
+  return QString::fromLocal8Bit(s.data(), static_cast<int>(s.size()));
+}
+std::string S(const QString& s) {
+  return s.toLocal8Bit().toStdString();
+}
 
 constexpr char kReportFilters[] =
-    "All Files (*.*)|*.*|Text files (*.txt)|*.txt|PDF files (*.pdf)|*.pdf|Print files (*.prn)|*.prn|"
+    "All Files (*.*)|*.*|Text files (*.txt)|*.txt|PDF files (*.pdf)|*.pdf|Print files "
+    "(*.prn)|*.prn|"
     "Report files (*.rpt)|*.rpt";
 constexpr char kRdfFilters[] = "Report Description Files (*.rdf)|*.rdf";
-constexpr char kOutputFilters[] = "Text files (*.txt)|*.txt|CSV files (*.csv)|*.csv|Excel files (*.xls)|*.xls";
+constexpr char kOutputFilters[] =
+    "Text files (*.txt)|*.txt|CSV files (*.csv)|*.csv|Excel files (*.xls)|*.xls";
 
 // Our logo: a quill over a brook, drawn rather than shipped as a file.
 QPixmap Logo(int size) {
@@ -157,7 +163,8 @@ void MainWindow::BuildControls() {
     files->addWidget(box, row, 1);
     files->addWidget(button, row, 2);
   };
-  addRow(0, "&Report:", "txtRfile", "btnReport", "Select a Report to Process", txtRfile_, btnReport_);
+  addRow(0, "&Report:", "txtRfile", "btnReport", "Select a Report to Process", txtRfile_,
+         btnReport_);
   addRow(1, "R&DF:", "txtDfile", "btnRDF", "Select a Report Description File", txtDfile_, btnRDF_);
   addRow(2, "&Output:", "txtOfile", "btnOutput", "Select an Output File", txtOfile_, btnOutput_);
   imgLogo_ = new QLabel(fraFiles_);
@@ -200,9 +207,9 @@ void MainWindow::BuildControls() {
   dgdFields_->setObjectName("dgdFields");
   dgdFields_->setSelectionBehavior(QAbstractItemView::SelectRows);
   dgdFields_->horizontalHeader()->setStretchLastSection(true);
-  model_ = std::make_unique<FieldsModel>(
-      engine_->tables.rsFields,
-      [this](const QString& text) { dialogs_.message(this, text, "Quillbrook", MessageIcon::Exclamation); });
+  model_ = std::make_unique<FieldsModel>(engine_->tables.rsFields, [this](const QString& text) {
+    dialogs_.message(this, text, "Quillbrook", MessageIcon::Exclamation);
+  });
   dgdFields_->setModel(model_.get());
   auto* moves = new QVBoxLayout;
   cmdUp_ = new QPushButton("Move &Up", central);
@@ -303,8 +310,9 @@ void MainWindow::BuildMenus() {
     model_->SetOutput(rows, false);
   });
   action(options, "mnuGroupFields", "&Group Fields", true, [this] { model_->GroupFields(); });
-  action(options, "mnuSelectReport", "Select &Report ...", true, [this] { btnReport_->click(); })
-      ->setShortcut(QKeySequence::Open);
+  action(options, "mnuSelectReport", "Select &Report ...", true, [this] {
+    btnReport_->click();
+  })->setShortcut(QKeySequence::Open);
 
   QMenu* rdf = menuBar()->addMenu("&RDF");
   rdf->setObjectName("mnuRDF");
@@ -323,10 +331,12 @@ void MainWindow::BuildMenus() {
 
   QMenu* help = menuBar()->addMenu("&Help");
   help->setObjectName("mnuHelp");
-  action(help, "mnuQuillbrookHelp", "Quillbrook &Manual", true, [this] { OpenManual(); })
-      ->setShortcut(QKeySequence::HelpContents);
+  action(help, "mnuQuillbrookHelp", "Quillbrook &Manual", true, [this] {
+    OpenManual();
+  })->setShortcut(QKeySequence::HelpContents);
   action(help, "mnuWebSite", "Quillbrook on the &Web", true, [] {
-    QDesktopServices::openUrl(QUrl(qEnvironmentVariable("QUILLBROOK_HOMEPAGE", "https://quillbrook.example/")));
+    QDesktopServices::openUrl(
+        QUrl(qEnvironmentVariable("QUILLBROOK_HOMEPAGE", "https://quillbrook.example/")));
   });
   action(help, "mnuAboutQuillbrook", "&About Quillbrook", true, [this] { AboutQuillbrook(); });
 }
@@ -336,19 +346,25 @@ void MainWindow::ConnectSignals() {
                      const char* folderKey, bool save, void (MainWindow::*choose)(const QString&)) {
     QString folder = Q(app_->Settings[folderKey]);
     if (QFileInfo::exists(box->text())) folder = box->text();  // open on the file already named
-    const QString path = save ? dialogs_.saveFile(this, title, QtFilters(filters), selected, folder)
-                              : dialogs_.openFile(this, title, QtFilters(filters), selected, folder);
+    const QString path = save
+                             ? dialogs_.saveFile(this, title, QtFilters(filters), selected, folder)
+                             : dialogs_.openFile(this, title, QtFilters(filters), selected, folder);
     if (!path.isEmpty()) (this->*choose)(path);  // a cancelled picker changes nothing
   };
   connect(btnReport_, &QPushButton::clicked, this, [this, pick] {
-    pick(txtRfile_, "Select a Report to Process ...", kReportFilters, 1, "rptdir", false, &MainWindow::ChooseReport);
+    pick(txtRfile_, "Select a Report to Process ...", kReportFilters, 1, "rptdir", false,
+         &MainWindow::ChooseReport);
   });
   connect(btnRDF_, &QPushButton::clicked, this, [this, pick] {
-    pick(txtDfile_, "Select a Report Description File ...", kRdfFilters, 1, "rdfdir", false, &MainWindow::ChooseRdf);
+    pick(txtDfile_, "Select a Report Description File ...", kRdfFilters, 1, "rdfdir", false,
+         &MainWindow::ChooseRdf);
   });
   connect(btnOutput_, &QPushButton::clicked, this, [this, pick] {
     const std::string& type = app_->Settings["opfmt"];
-    pick(txtOfile_, "Select an Output File ...", kOutputFilters, type == ".csv" ? 2 : type == ".xls" ? 3 : 1,
+    pick(txtOfile_, "Select an Output File ...", kOutputFilters,
+         type == ".csv"   ? 2
+         : type == ".xls" ? 3
+                          : 1,
          "outdir", true, &MainWindow::ChooseOutput);
   });
   for (QLineEdit* box : {txtRfile_, txtDfile_, txtOfile_}) {
@@ -408,9 +424,12 @@ void MainWindow::LeaveBox(QLineEdit* box) {
     box->setFocus();
     return;
   }
-  if (box == txtRfile_) ChooseReport(text);
-  else if (box == txtDfile_) ChooseRdf(text);
-  else ChooseOutput(text);
+  if (box == txtRfile_)
+    ChooseReport(text);
+  else if (box == txtDfile_)
+    ChooseRdf(text);
+  else
+    ChooseOutput(text);
 }
 
 void MainWindow::ChooseReport(const QString& path) {
@@ -467,8 +486,8 @@ void MainWindow::ShowSettings() {
 }
 
 void MainWindow::UpdateRunButton() {
-  btnRun_->setEnabled(QFileInfo(txtRfile_->text()).isFile() && QFileInfo(txtDfile_->text()).isFile() &&
-                      !txtOfile_->text().isEmpty());
+  btnRun_->setEnabled(QFileInfo(txtRfile_->text()).isFile() &&
+                      QFileInfo(txtDfile_->text()).isFile() && !txtOfile_->text().isEmpty());
 }
 
 void MainWindow::SetOutputType(const QString& extension) {
@@ -602,7 +621,8 @@ void MainWindow::AboutRdf() {
     if (!header.IsEOF()) text += "\r\r" + Q(header.GetText(col::Header::fldVAL));
     header.Filter("");
   }
-  dialogs_.message(this, text.isEmpty() ? "No RDF is loaded." : text, "About RDF", MessageIcon::Information);
+  dialogs_.message(this, text.isEmpty() ? "No RDF is loaded." : text, "About RDF",
+                   MessageIcon::Information);
 }
 
 void MainWindow::OpenManual() {

@@ -13,7 +13,9 @@
 namespace qb::ui {
 namespace {
 
-QString Q(const std::string& s) { return QString::fromLocal8Bit(s.c_str()); }
+QString Q(const std::string& s) {
+  return QString::fromLocal8Bit(s.c_str());
+}
 
 QLabel* Label(const char* name, const QString& text, QWidget* parent) {
   auto* l = new QLabel(text, parent);
@@ -72,7 +74,8 @@ ConfigOptionsDialog::ConfigOptionsDialog(Application& app, Dialogs& dialogs, QWi
   // Show the settings.
   const std::string& pfset = app_.Settings["pfset"];
   cboSystem_->setCurrentIndex(-1);
-  if (!pfset.empty()) cboSystem_->setCurrentIndex(cboSystem_->findText(Q(pfset.substr(0, pfset.find(',')))));
+  if (!pfset.empty())
+    cboSystem_->setCurrentIndex(cboSystem_->findText(Q(pfset.substr(0, pfset.find(',')))));
   cboLaunch_->setCurrentText(Q(app_.Settings["lmeth"]));
   cboBuffer_->setCurrentText(Q(app_.Settings["rmode"]));
   btnSave_->setEnabled(false);
@@ -111,7 +114,8 @@ CurrentSettingsDialog::CurrentSettingsDialog(Application& app, Dialogs& dialogs,
   setObjectName("frmCurrentSettings");
   setWindowTitle("Save Current Settings");
   auto* layout = new QVBoxLayout(this);
-  layout->addWidget(Label("lblCurrentSettings", "Saves Current Settings as Default Work Settings", this));
+  layout->addWidget(
+      Label("lblCurrentSettings", "Saves Current Settings as Default Work Settings", this));
   auto* form = new QFormLayout;
   const auto yesNo = [](const std::string& v) { return QString(v == "1" ? "yes" : "no"); };
   const clsKeys& s = app.Settings;
@@ -120,11 +124,14 @@ CurrentSettingsDialog::CurrentSettingsDialog(Application& app, Dialogs& dialogs,
     const char* box;
     QString value;
   } rows[] = {
-      {"Report Path:", "txtRptdir", Q(s["rptdir"])},     {"RDF Path:", "txtRDFdir", Q(s["rdfdir"])},
-      {"Output Path:", "txtOutdir", Q(s["outdir"])},      {"Launch Excel:", "txtExcelSwitch", yesNo(s["exswt"])},
+      {"Report Path:", "txtRptdir", Q(s["rptdir"])},
+      {"RDF Path:", "txtRDFdir", Q(s["rdfdir"])},
+      {"Output Path:", "txtOutdir", Q(s["outdir"])},
+      {"Launch Excel:", "txtExcelSwitch", yesNo(s["exswt"])},
       {"Use Text Qualifier:", "txtTQSwitch", yesNo(s["tqswt"])},
       {"Output File Type:", "txtOutputType", Q(s["opfmt"])},
-      {"Delimiter:", "txtDelimiter", Q(s["delim"])},     {"Write:", "txtRecType", Q(s["rtype"])},
+      {"Delimiter:", "txtDelimiter", Q(s["delim"])},
+      {"Write:", "txtRecType", Q(s["rtype"])},
       {"Text Qualifier:", "txtTQ", Q(s["textq"])},
   };
   for (const auto& row : rows) {

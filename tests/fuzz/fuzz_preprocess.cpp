@@ -31,12 +31,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (line.size() > 500) std::abort();
   }
   params.pitch = 1 + (size % 700);
-  params.bands.push_back({0, 50000, 0, 0, static_cast<int32_t>(size % 600), "T", static_cast<int32_t>(size % 520)});
+  params.bands.push_back(
+      {0, 50000, 0, 0, static_cast<int32_t>(size % 600), "T", static_cast<int32_t>(size % 520)});
   page.LineSet(params);
 
   // Field placement: a line of at most 500 columns, or an error for a bad position.
   std::vector<int32_t> positions;
-  for (size_t i = 0; i < std::min<size_t>(size, 12); ++i) positions.push_back(static_cast<int8_t>(data[i]) * 4);
+  for (size_t i = 0; i < std::min<size_t>(size, 12); ++i)
+    positions.push_back(static_cast<int8_t>(data[i]) * 4);
   std::string placed;
   try {
     qb::PlaceFields(bytes, size ? static_cast<char>(data[0]) : ',', positions, placed);

@@ -27,7 +27,8 @@ struct Folder {
 };
 
 void Write(const std::filesystem::path& p, std::string_view bytes) {
-  std::ofstream(p, std::ios::binary | std::ios::trunc).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  std::ofstream(p, std::ios::binary | std::ios::trunc)
+      .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
 }
 
 }  // namespace

@@ -17,10 +17,10 @@
 
 namespace {
 
-constexpr double kLeft = 36.0;    // points
+constexpr double kLeft = 36.0;  // points
 constexpr double kTop = 40.0;
-constexpr double kLine = 11.0;    // leading
-constexpr double kPitch = 4.8;    // an 8-point fixed-pitch character
+constexpr double kLine = 11.0;  // leading
+constexpr double kPitch = 4.8;  // an 8-point fixed-pitch character
 
 void DrawLine(QPainter& p, const QByteArray& line, double y, bool proportional) {
   if (!proportional) {
@@ -32,7 +32,9 @@ void DrawLine(QPainter& p, const QByteArray& line, double y, bool proportional) 
     while (i < line.size() && line[i] == ' ') ++i;
     const int start = i;
     while (i < line.size() && line[i] != ' ') ++i;
-    if (i > start) p.drawText(QPointF(kLeft + start * kPitch, y), QString::fromLatin1(line.mid(start, i - start)));
+    if (i > start)
+      p.drawText(QPointF(kLeft + start * kPitch, y),
+                 QString::fromLatin1(line.mid(start, i - start)));
   }
 }
 

@@ -21,8 +21,12 @@ class NoDialogs final : public qb::ui::Dialogs {
     std::fprintf(stderr, "message: %s\n", text.toLocal8Bit().constData());
   }
   bool question(QWidget*, const QString&, const QString&, qb::MessageIcon) override { return true; }
-  QString openFile(QWidget*, const QString&, const QString&, int, const QString&) override { return {}; }
-  QString saveFile(QWidget*, const QString&, const QString&, int, const QString&) override { return {}; }
+  QString openFile(QWidget*, const QString&, const QString&, int, const QString&) override {
+    return {};
+  }
+  QString saveFile(QWidget*, const QString&, const QString&, int, const QString&) override {
+    return {};
+  }
 };
 
 bool Save(QWidget& w, const std::filesystem::path& file) {
@@ -44,7 +48,8 @@ int main(int argc, char** argv) {
   std::filesystem::create_directories(home / "log");
   std::filesystem::copy_file(source / "settings" / "qbsys.txt", home / "qbsys.txt",
                              std::filesystem::copy_options::overwrite_existing);
-  std::ofstream(home / "qbcfg.ini") << "[qbpaths]\r\nrdfdir=" << (source / "samples").string() << "\r\n";
+  std::ofstream(home / "qbcfg.ini")
+      << "[qbpaths]\r\nrdfdir=" << (source / "samples").string() << "\r\n";
 
   NoDialogs dialogs;
   qb::ui::MainWindow window(home, dialogs);
