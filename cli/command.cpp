@@ -12,12 +12,12 @@
 #include <thread>
 #include <vector>
 
+#include "base/errors.h"
 #include "cli/console_ui.h"
 #include "cli/options.h"
 #include "engine/engine.h"
 #include "run/run_driver.h"
 #include "settings/application.h"
-#include "settings/errors.h"
 
 namespace qb::cli {
 namespace {

@@ -5,8 +5,8 @@
 #include <cstring>
 #include <limits>
 
+#include "base/bytes.h"
 #include "engine/pattern.h"
-#include "engine/text.h"
 
 namespace qb {
 namespace {
@@ -23,8 +23,6 @@ inline int16_t Narrow16(int64_t v, const char* source) {
   }
   return static_cast<int16_t>(v);
 }
-
-constexpr int32_t kNoCurrentRecordError = 3021;  // the record sets' "no current record"
 
 // Appends a number to `out` without allocating.
 void AppendInt(std::string& out, int64_t v) {
@@ -356,7 +354,7 @@ void Converter::PickupData(size_t marker, std::string_view line) {
       }
       if (r.field == nullptr) [[unlikely]] {
         if (r.op == PickOp::Invalid) ThrowInvalidCall("PickupData");
-        throw QbError(kNoCurrentRecordError, "PickupData", "No output field for this pickup row");
+        throw QbError(kNoCurrentRecord, "PickupData", "No output field for this pickup row");
       }
       FieldSlot& f = *r.field;
       ValueBuffer& rde = f.values[current];
@@ -446,8 +444,7 @@ void Converter::PickupData(size_t marker, std::string_view line) {
 void Converter::WriteLine(int level) {
   bool write = true;
   if (selection_ != Selection::All && engine_.flags.RecordField) {
-    if (recordSlot_ < 0)
-      throw QbError(kNoCurrentRecordError, "WriteLine", "The RDF has no field 1");
+    if (recordSlot_ < 0) throw QbError(kNoCurrentRecord, "WriteLine", "The RDF has no field 1");
     const bool total = !Rde(slots_[static_cast<size_t>(recordSlot_)]).empty();
     write = selection_ == Selection::Details ? !total : total;
   }
@@ -465,8 +462,9 @@ void Converter::WriteLine(int level) {
     } catch (FatalRunError&) {
       throw;
     } catch (const QbError& e) {
-      if (e.number() == 521) throw;  // a paste that did not match: reported like a line error
-      throw FatalRunError(e);        // the output cannot be written: the run ends
+      if (e.number() == kMatchError)
+        throw;                 // a paste that did not match: reported like a line error
+      throw FatalRunError(e);  // the output cannot be written: the run ends
     }
   }
 

@@ -18,11 +18,11 @@
 #include <unordered_map>
 #include <vector>
 
+#include "base/bytes.h"
 #include "engine/engine.h"
 #include "engine/output_sink.h"
 #include "engine/pattern.h"
 #include "engine/row_formatter.h"
-#include "engine/text.h"
 
 namespace qb {
 

@@ -4,9 +4,9 @@
 
 #include <array>
 
-#include "engine/line_reader.h"
-#include "engine/text.h"
-#include "settings/file_io.h"
+#include "base/bytes.h"
+#include "base/file_io.h"
+#include "base/line_reader.h"
 
 namespace qb {
 

@@ -13,9 +13,9 @@
 #include <string>
 #include <string_view>
 
+#include "base/errors.h"
 #include "engine/rdf_tables.h"
 #include "settings/application.h"
-#include "settings/errors.h"
 
 namespace qb {
 

@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "settings/errors.h"
+#include "base/errors.h"
 
 namespace qb {
 namespace {

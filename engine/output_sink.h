@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include "engine/text.h"
+#include "base/bytes.h"
 
 namespace qb {
 

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "engine/text.h"
+#include "base/bytes.h"
 
 namespace qb {
 namespace {

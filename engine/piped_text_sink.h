@@ -12,9 +12,9 @@
 #include <thread>
 #include <vector>
 
+#include "base/errors.h"
 #include "engine/output_sink.h"
 #include "engine/row_formatter.h"
-#include "settings/errors.h"
 
 namespace qb {
 

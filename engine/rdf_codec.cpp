@@ -2,7 +2,7 @@
 
 #include <limits>
 
-#include "settings/errors.h"
+#include "base/errors.h"
 
 namespace qb {
 

@@ -2,11 +2,11 @@
 
 #include <array>
 
+#include "base/bytes.h"
+#include "base/line_reader.h"
 #include "engine/engine.h"
-#include "engine/line_reader.h"
 #include "engine/pattern.h"
 #include "engine/rdf_codec.h"
-#include "engine/text.h"
 
 namespace qb {
 namespace {
@@ -32,7 +32,8 @@ class RdfLineSource {
       if (counted_ > INT16_MAX) throw QbError::Runtime(kOverflow, std::string(procedure_));
       int16_t status = 0;
       DecodeRDFLine(static_cast<int16_t>(counted_), raw, plain_, status);
-      if (status != 0) throw QbError(519, std::string(procedure_), "Corrupted RDF");
+      if (status != 0)
+        throw QbError(kRdfCorruptLine, std::string(procedure_), std::string(kCorruptRdfText));
       line = Trim(plain_);
     } else {
       line = Trim(raw);
@@ -120,14 +121,15 @@ bool Engine::GetRDFInfo(const std::filesystem::path& rdfPath) {
     if (flags.Scrambled) {
       int16_t status = 0;
       DecodeRDFLine(1, raw, line, status);
-      if (status != 0) throw QbError(517, "GetRDFInfo", "Corrupted RDF").at(rdfPath, 1);
+      if (status != 0)
+        throw QbError(kRdfCorruptFirst, "GetRDFInfo", std::string(kCorruptRdfText)).at(rdfPath, 1);
     } else {
       line = std::string(raw);
     }
     std::string_view first = Trim(line);
     size_t at = first.rfind('@');
     if (at == std::string_view::npos)
-      throw QbError(518, "GetRDFInfo", "Corrupted RDF").at(rdfPath, 1);
+      throw QbError(kRdfCorruptHeader, "GetRDFInfo", std::string(kCorruptRdfText)).at(rdfPath, 1);
     rdf = clsRDF();
     rdf.Number = ParseInt16(Mid(first, 7, 2, "GetRDFInfo"), "GetRDFInfo");
     rdf.Kind = std::string(Mid(first, 9, 1, "GetRDFInfo"));
@@ -252,13 +254,10 @@ bool Engine::LoadRDFHeader(const std::filesystem::path& rdfPath) {
       return true;
     });
     if (flags.PdfReport && !flags.PdfRdf) {
-      throw QbError(515, std::string(kProc),
-                    "The selected RDF is for a Text report not a PDF report.")
-          .at(rdfPath);
+      throw QbError(kRdfNotForPdf, std::string(kProc), std::string(kRdfNotForPdfText)).at(rdfPath);
     }
     if (!flags.PdfReport && flags.PdfRdf) {
-      throw QbError(516, std::string(kProc),
-                    "The selected RDF is for a PDF report not a Text report.")
+      throw QbError(kRdfNotForText, std::string(kProc), std::string(kRdfNotForTextText))
           .at(rdfPath);
     }
   });

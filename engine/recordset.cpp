@@ -4,7 +4,8 @@
 #include <unordered_map>
 #include <utility>
 
-#include "settings/errors.h"
+#include "base/bytes.h"
+#include "base/errors.h"
 
 namespace qb {
 
@@ -17,10 +18,6 @@ struct Record {
 };
 
 namespace {
-
-constexpr int32_t kBadArguments = 3001;  // the record set's "arguments are of the wrong type"
-constexpr int32_t kNoCurrentRecord = 3021;
-constexpr int32_t kItemNotFound = 3265;
 
 enum class Op { Eq, Ne, Gt, Lt, Ge, Le };
 

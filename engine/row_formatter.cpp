@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "engine/text.h"
+#include "base/bytes.h"
 
 #if defined(__SSE2__)
 #include <emmintrin.h>

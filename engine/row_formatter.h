@@ -11,8 +11,8 @@
 #include <string_view>
 #include <vector>
 
+#include "base/bytes.h"
 #include "engine/output_sink.h"
-#include "engine/text.h"
 
 namespace qb {
 

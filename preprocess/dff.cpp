@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <system_error>
 
-#include "engine/line_reader.h"
+#include "base/line_reader.h"
 #include "engine/progress.h"
 
 namespace qb {
@@ -70,7 +70,7 @@ std::filesystem::path ProcessDFF(Engine& engine, const std::atomic<bool>& cancel
   }
   sink.Write({{}, " ", false});
   sink.Close();
-  if (cancel) throw QbError(18, std::string(kProc), "Reformatting Report file");
+  if (cancel) throw QbError(kUserInterrupt, std::string(kProc), "Reformatting Report file");
   return output;
 }
 

@@ -7,7 +7,7 @@
 #include <memory>
 #include <system_error>
 
-#include "engine/line_reader.h"
+#include "base/line_reader.h"
 #include "engine/output_sink.h"
 #include "engine/progress.h"
 #include "preprocess/pdf_layout.h"
@@ -16,7 +16,7 @@ namespace qb {
 namespace {
 
 [[noreturn]] void Unreadable(const std::filesystem::path& report, const std::string& why) {
-  throw QbError(514, "ProcessPDF", "Scanning PDF File (" + why + ")").at(report);
+  throw QbError(kPdfScan, "ProcessPDF", std::string(kPdfScanText) + "(" + why + ")").at(report);
 }
 
 int64_t Hundredths(double points) {
@@ -121,7 +121,7 @@ std::filesystem::path ProcessPDF(Engine& engine, std::atomic<bool>& cancel,
   const std::filesystem::path textPath = ConvertPdfToText(engine, report);
   if (textPath.empty()) {
     cancel = true;
-    throw QbError(514, "ProcessPDF", "Scanning PDF File ");
+    throw QbError(kPdfScan, "ProcessPDF", std::string(kPdfScanText));
   }
   ui.status("Reformatting PDF file ...");
   return ReformatPdfText(engine, cancel, textPath);

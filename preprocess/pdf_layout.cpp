@@ -4,7 +4,8 @@
 #include <cmath>
 #include <map>
 
-#include "settings/errors.h"
+#include "base/bytes.h"
+#include "base/errors.h"
 
 namespace qb {
 namespace {

@@ -8,7 +8,7 @@
 #include <limits>
 #include <memory>
 
-#include "engine/line_reader.h"
+#include "base/line_reader.h"
 #include "engine/piped_text_sink.h"
 #include "engine/progress.h"
 #include "preprocess/dff.h"

@@ -6,16 +6,15 @@
 #include <cstdlib>
 #include <system_error>
 
-#include "engine/line_reader.h"
-#include "settings/errors.h"
+#include "base/bytes.h"
+#include "base/errors.h"
+#include "base/line_reader.h"
 
 namespace qb::xls {
 namespace {
 
-constexpr int32_t kSheetFull = 1004;  // the automation interface's "application-defined" error
-
 [[noreturn]] void SheetFull() {
-  throw QbError(kSheetFull, "WriteLine",
+  throw QbError(kAppDefined, "WriteLine",
                 "The report gives more than 65,536 rows, more than an .xls sheet holds. "
                 "Convert it to .csv or .txt instead.");
 }

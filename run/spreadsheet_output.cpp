@@ -152,7 +152,7 @@ void SpreadsheetRun::RowAppendAndPaste(std::string_view rowText) {
   }
   std::string_view got = readBack;
   while (got.size() >= 2 && got.substr(got.size() - 2) == "\r\n") got.remove_suffix(2);
-  if (got != expected) throw QbError(521, "WriteLine", "Match Error.");
+  if (got != expected) throw QbError(kMatchError, "WriteLine", std::string(kMatchErrorText));
   pasteBuffer_.clear();
 }
 
@@ -312,8 +312,8 @@ void LaunchSpreadsheet(Engine& engine, std::string_view method, const std::files
   } else {
     log.WriteLog("RunEnd", "Launch 1");
     if (program.empty()) {
-      log.WriteLog("RunEnd",
-                   "Launch Error 429  No spreadsheet program found: set QUILLBROOK_SPREADSHEET");
+      log.WriteLog("RunEnd", "Launch Error " + std::to_string(kNoAutomation) +
+                                 "  No spreadsheet program found: set QUILLBROOK_SPREADSHEET");
       return;
     }
     log.WriteLog("RunEnd", "Create App Complete");

@@ -11,7 +11,7 @@
 #include <mutex>
 #include <tuple>
 
-#include "settings/errors.h"
+#include "base/errors.h"
 
 namespace qb::xls {
 namespace {

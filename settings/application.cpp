@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <system_error>
 
-#include "settings/errors.h"
+#include "base/errors.h"
 
 namespace qb {
 
@@ -26,7 +26,7 @@ bool Application::ResetForm() {
   try {
     std::error_code ec;
     if (!std::filesystem::exists(folder_ / "qbsys.txt", ec)) {
-      throw QbError(513, "ResetForm", "Autofind Settings File Does not Exist ");
+      throw QbError(kAutofindMissing, "ResetForm", std::string(kAutofindMissingText));
     }
     Systems = clsSystems();
     Settings = LoadSettings(folder_, kSettingsFileName);

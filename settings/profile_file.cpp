@@ -4,8 +4,9 @@
 #include <system_error>
 #include <vector>
 
-#include "settings/errors.h"
-#include "settings/file_io.h"
+#include "base/bytes.h"
+#include "base/errors.h"
+#include "base/file_io.h"
 
 namespace qb {
 namespace {

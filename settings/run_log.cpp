@@ -2,8 +2,8 @@
 
 #include <ctime>
 
-#include "settings/errors.h"
-#include "settings/file_io.h"
+#include "base/errors.h"
+#include "base/file_io.h"
 
 namespace qb {
 
@@ -65,9 +65,9 @@ bool RunTrapped(const RunLog& log, std::string_view procedure, std::optional<QbE
     e.withSource(std::string(procedure));
     lastError = e;
   } catch (const std::bad_alloc&) {
-    lastError = QbError(7, std::string(procedure), "Out of memory");
+    lastError = QbError::Runtime(kOutOfMemory, std::string(procedure));
   } catch (const std::exception& e) {
-    lastError = QbError(51, std::string(procedure), e.what());
+    lastError = QbError(kInternalError, std::string(procedure), e.what());
   }
   log.LogError(procedure, lastError->number(), lastError->description(), log.AppLogFile());
   return false;

@@ -7,7 +7,8 @@
 #include <cstdlib>
 #include <utility>
 
-#include "settings/errors.h"
+#include "base/bytes.h"
+#include "base/errors.h"
 #include "settings/profile_file.h"
 
 namespace qb {

@@ -1,7 +1,8 @@
 #include "settings/systems_list.h"
 
-#include "settings/errors.h"
-#include "settings/file_io.h"
+#include "base/bytes.h"
+#include "base/errors.h"
+#include "base/file_io.h"
 #include "settings/run_log.h"
 
 namespace qb {

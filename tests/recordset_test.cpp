@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "base/errors.h"
 #include "engine/rdf_tables.h"
-#include "settings/errors.h"
 
 namespace qb {
 namespace {

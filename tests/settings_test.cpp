@@ -2,8 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include "base/bytes.h"
+#include "base/errors.h"
 #include "settings/application.h"
-#include "settings/errors.h"
 #include "settings/profile_file.h"
 #include "settings/run_log.h"
 #include "settings/settings_store.h"

@@ -1,4 +1,4 @@
-#include "engine/line_reader.h"
+#include "base/line_reader.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -9,7 +9,7 @@
 #include <cstring>
 #include <string>
 
-#include "settings/errors.h"
+#include "base/errors.h"
 
 namespace qb {
 namespace {

@@ -1,4 +1,4 @@
-#include "settings/file_io.h"
+#include "base/file_io.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <cstdlib>
 
-#include "settings/errors.h"
+#include "base/errors.h"
 
 namespace qb {
 namespace {

@@ -1,7 +1,9 @@
-#include "settings/errors.h"
+#include "base/errors.h"
 
 #include <cerrno>
 #include <limits>
+
+#include "base/bytes.h"
 
 namespace qb {
 
@@ -11,10 +13,16 @@ std::string_view RuntimeErrorText(int32_t number) {
       return "Invalid procedure call or argument";
     case kOverflow:
       return "Overflow";
+    case kOutOfMemory:
+      return "Out of memory";
     case kSubscript:
       return "Subscript out of range";
     case kTypeMismatch:
       return "Type mismatch";
+    case kUserInterrupt:
+      return "User interrupt occurred";
+    case kInternalError:
+      return "Internal error";
     case kFileNotFound:
       return "File not found";
     case kDeviceIO:
@@ -95,17 +103,6 @@ int16_t ParseInt16(std::string_view text, std::string_view source) {
 }
 int32_t ParseInt32(std::string_view text, std::string_view source) {
   return ParseInt<int32_t>(text, source);
-}
-
-bool EqualsNoCase(std::string_view a, std::string_view b) {
-  if (a.size() != b.size()) return false;
-  for (size_t i = 0; i < a.size(); ++i) {
-    char x = a[i], y = b[i];
-    if (x >= 'A' && x <= 'Z') x = static_cast<char>(x - 'A' + 'a');
-    if (y >= 'A' && y <= 'Z') y = static_cast<char>(y - 'A' + 'a');
-    if (x != y) return false;
-  }
-  return true;
 }
 
 }  // namespace qb

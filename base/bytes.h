@@ -1,5 +1,6 @@
 #pragma once
-// String helpers with the semantics report and RDF processing rely on.
+// Byte helpers with the semantics report and RDF processing rely on: trimming, cutting,
+// and the block reads and copies that need 16 readable bytes after a value (kCopyBlock).
 
 #include <bit>
 #include <cstdint>
@@ -13,9 +14,57 @@
 #include <emmintrin.h>
 #endif
 
-#include "settings/errors.h"
+#include "base/errors.h"
 
 namespace qb {
+
+// Blanks removed at both ends. Only the space counts: a tab in report text is data.
+// Inline, eight characters at a time: the run trims every value it picks up, and report
+// fields are padded with runs of blanks.
+namespace trim_detail {
+constexpr uint64_t kBlanks = 0x2020202020202020ULL;
+inline uint64_t NonBlanks(const char* p) {  // zero bytes where p has blanks
+  uint64_t w;
+  std::memcpy(&w, p, 8);
+  return w ^ kBlanks;
+}
+constexpr bool kLittleEndian = std::endian::native == std::endian::little;
+}  // namespace trim_detail
+
+[[gnu::always_inline]] inline std::string_view TrimRight(std::string_view s) {
+  using namespace trim_detail;
+  const char* const begin = s.data();
+  size_t n = s.size();
+  if constexpr (kLittleEndian) {
+    while (n >= 8) {
+      const uint64_t x = NonBlanks(begin + n - 8);
+      if (x != 0) return {begin, n - static_cast<size_t>(std::countl_zero(x)) / 8};
+      n -= 8;
+    }
+  }
+  while (n > 0 && begin[n - 1] == ' ') --n;
+  return {begin, n};
+}
+[[gnu::always_inline]] inline std::string_view Trim(std::string_view s) {
+  using namespace trim_detail;
+  const char* p = s.data();
+  const char* const end = p + s.size();
+  if constexpr (kLittleEndian) {
+    while (end - p >= 8) {
+      const uint64_t x = NonBlanks(p);
+      if (x != 0) {
+        p += std::countr_zero(x) / 8;
+        return TrimRight({p, static_cast<size_t>(end - p)});
+      }
+      p += 8;
+    }
+  }
+  while (p < end && *p == ' ') ++p;
+  return TrimRight({p, static_cast<size_t>(end - p)});
+}
+
+// ASCII case-insensitive comparison, for section, key and collection names.
+bool EqualsNoCase(std::string_view a, std::string_view b);
 
 [[noreturn]] void ThrowInvalidCall(std::string_view source);
 
