@@ -64,6 +64,7 @@ QbError ErrorFromErrno(int err, std::string source) {
       return QbError::Runtime(kPathFileAccess, std::move(source));
     case ENOSPC:
     case EDQUOT:
+    case EFBIG:  // past the file-size limit: to the user, as a full disk
       return QbError::Runtime(kDiskFull, std::move(source));
     default:
       return QbError::Runtime(kDeviceIO, std::move(source));

@@ -15,8 +15,7 @@
 #include "base/errors.h"
 #include "cli/console_ui.h"
 #include "cli/options.h"
-#include "engine/engine.h"
-#include "run/run_driver.h"
+#include "run/conversion_job.h"
 #include "settings/application.h"
 
 namespace qb::cli {
@@ -41,21 +40,19 @@ void ShowStartup(const Application& app) {
 }
 
 // --set KEY=VALUE, checked against the thirteen settings before anything starts.
-std::vector<std::pair<std::string, std::string>> ParseSets(const ParsedOptions& opts) {
-  std::vector<std::pair<std::string, std::string>> sets;
+std::vector<std::pair<Key, std::string>> ParseSets(const ParsedOptions& opts) {
+  std::vector<std::pair<Key, std::string>> sets;
   for (const std::string& s : opts.values(Opt::Set)) {
     size_t eq = s.find('=');
     if (eq == std::string::npos) throw UsageError("--set needs KEY=VALUE, not '" + s + "'");
-    std::string key = s.substr(0, eq);
-    bool known = false;
-    for (const SettingDefinition& d : SettingDefinitions())
-      known = known || EqualsNoCase(d.name, key);
-    if (!known) {
+    const std::string name = s.substr(0, eq);
+    const std::optional<Key> key = KeyNamed(name);
+    if (!key) {
       std::string names;
       for (const SettingDefinition& d : SettingDefinitions()) names += " " + std::string(d.name);
-      throw UsageError("--set: unknown setting '" + key + "'; the settings are:" + names);
+      throw UsageError("--set: unknown setting '" + name + "'; the settings are:" + names);
     }
-    sets.emplace_back(key, s.substr(eq + 1));
+    sets.emplace_back(*key, s.substr(eq + 1));
   }
   return sets;
 }
@@ -86,25 +83,6 @@ std::vector<int> ParseFieldList(const ParsedOptions& opts) {
   return fields;
 }
 
-// Those fields are output in that order; every other field is not output.
-void ApplyFieldList(Recordset& rs, const std::vector<int>& fields) {
-  if (fields.empty()) return;
-  for (int n : fields) {
-    rs.Filter("");
-    rs.Find("fldFLD = " + std::to_string(n));
-    if (rs.IsEOF()) throw UsageError("--fields: the RDF has no field " + std::to_string(n));
-  }
-  for (rs.Filter(""); !rs.IsEOF(); rs.MoveNext()) {
-    const int n = static_cast<int>(rs.GetInt(col::Fields::fldFLD));
-    auto at = std::find(fields.begin(), fields.end(), n);
-    rs.SetBool(col::Fields::fldOUT, at != fields.end());
-    const int order = at != fields.end() ? static_cast<int>(at - fields.begin()) + 1 : 0;
-    rs.SetInt(col::Fields::fldORD, order);
-    rs.SetInt(col::Fields::fldTMP, order);
-  }
-  rs.MoveFirst();
-}
-
 void ListFields(Recordset& rs) {
   rs.Sort("fldFLD");
   std::printf("%5s  %-6s  %5s  %-5s  %s\n", "Field", "Output", "Order", "Type", "Label");
@@ -119,60 +97,26 @@ void ListFields(Recordset& rs) {
   rs.Sort("");
 }
 
-// ".txt", ".csv" or ".xls" for an output file, or nothing.
-std::optional<std::string> OutputType(const std::filesystem::path& output) {
-  std::string ext = output.extension().string();
-  for (char& c : ext) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  if (ext == ".txt" || ext == ".csv" || ext == ".xls") return ext;
-  return std::nullopt;
-}
-
-// Loads the RDF (found from the report when not named) and applies, in this order, the
-// output type of the output file and the command line's settings and field choices.
-// Throws UsageError; returns the RDF's path, or nothing when loading failed.
-std::optional<std::filesystem::path> LoadForJob(const ParsedOptions& opts, Engine& engine) {
-  Application& app = engine.app();
-  std::filesystem::path report = opts.value(Opt::Report).value_or("");
-  std::filesystem::path rdf;
-  // --set counts for finding the RDF too ("rdfdir", "pfset"); it is applied again after
-  // loading so it also wins over the RDF's own setting records.
-  const auto sets = ParseSets(opts);
-  for (const auto& [key, value] : sets) app.Settings.Item(key).Value = value;
-  if (auto named = opts.value(Opt::Rdf)) {
-    rdf = *named;
-  } else {
-    clsSystem system;
-    try {
-      system = ParseSystemEntry(app.Settings["pfset"], "qbconvert");
-    } catch (const QbError&) {
-      std::fprintf(stderr,
-                   "qbconvert: the \"pfset\" setting '%s' is not a source system entry; "
-                   "name the RDF with --rdf\n",
-                   app.Settings["pfset"].c_str());
-      return std::nullopt;
-    }
-    std::optional<std::filesystem::path> found = FindRdf(report, system, app.Settings["rdfdir"]);
-    if (!found || !std::filesystem::exists(*found)) {
-      std::fprintf(stderr,
-                   "qbconvert: no RDF found for %s: source system \"%s\" gives %s. Name the RDF "
-                   "with --rdf, or set rdfdir and pfset (qbcfg.ini or --set).\n",
-                   report.c_str(), system.System.c_str(),
-                   found ? found->c_str() : "no usable identifier");
-      return std::nullopt;
-    }
-    rdf = *found;
-  }
-  engine.flags.PdfReport = report.extension() == ".pdf";
-  if (!engine.LoadRDF(rdf, report)) {
-    std::string why = engine.LastError() ? engine.LastError()->describe() : "unknown error";
-    std::fprintf(stderr, "qbconvert: cannot load RDF %s: %s\n", rdf.c_str(), why.c_str());
+// The job the command line asks for: the RDF loaded with the command line's settings and
+// field choices. Throws UsageError for a field the RDF lacks; nothing when loading failed
+// (the reason is on standard error).
+std::optional<ConversionJob> PrepareJob(const ParsedOptions& opts, const Application& app,
+                                        ConsoleUI& ui) {
+  JobRequest request;
+  request.report = opts.value(Opt::Report).value_or("");
+  request.rdf = opts.value(Opt::Rdf).value_or("");
+  request.output = opts.value(Opt::Output).value_or("");
+  request.overrides = ParseSets(opts);
+  request.fields = ParseFieldList(opts);
+  request.launch = opts.has(Opt::Launch);
+  try {
+    return std::optional<ConversionJob>(std::in_place, app, ui, std::move(request));
+  } catch (const JobError& e) {
+    if (e.kind() == JobError::Kind::BadRequest)
+      throw UsageError(std::string("--fields: ") + e.what());
+    std::fprintf(stderr, "qbconvert: %s\n", e.what());
     return std::nullopt;
   }
-  if (auto output = opts.value(Opt::Output))
-    app.Settings.Item("opfmt").Value = *OutputType(*output);
-  for (const auto& [key, value] : sets) app.Settings.Item(key).Value = value;
-  ApplyFieldList(engine.tables.rsFields, ParseFieldList(opts));
-  return rdf;
 }
 
 // Ctrl-C during a run: the first sets the cancel flag (the rows so far are still written),
@@ -180,18 +124,18 @@ std::optional<std::filesystem::path> LoadForJob(const ParsedOptions& opts, Engin
 // is needed; SIGUSR1 tells it the run is over.
 class InterruptWatch {
  public:
-  explicit InterruptWatch(std::atomic<bool>& cancel) {
+  explicit InterruptWatch(ConversionJob& job) {
     sigset_t set;
     sigemptyset(&set);
     sigaddset(&set, SIGINT);
     sigaddset(&set, SIGUSR1);
     pthread_sigmask(SIG_BLOCK, &set, &old_);
-    thread_ = std::thread([set, &cancel] {
+    thread_ = std::thread([set, &job] {
       for (int presses = 0;;) {
         int sig = 0;
         if (sigwait(&set, &sig) != 0 || sig == SIGUSR1) return;
         if (++presses == 1) {
-          cancel = true;
+          job.Cancel();
           std::fputs(
               "\nqbconvert: cancelling; the rows so far are kept (Ctrl-C again to stop at once)\n",
               stderr);
@@ -226,38 +170,24 @@ int Convert(const ParsedOptions& opts, Application& app, ConsoleUI& ui) {
                  output.c_str());
     return kExitFailed;
   }
-  Engine engine(app);
-  std::optional<std::filesystem::path> rdf = LoadForJob(opts, engine);
-  if (!rdf) return kExitFailed;
+  std::optional<ConversionJob> job = PrepareJob(opts, app, ui);
+  if (!job) return kExitFailed;
 
-  RunDriver driver(engine);
   ui.setAnswer(opts.has(Opt::Overwrite));
-  switch (driver.CheckRun(report, *rdf, output)) {
-    case RunDriver::Check::Ready:
-      break;
-    case RunDriver::Check::NothingToDo:
-    case RunDriver::Check::NoOutputField:
-    case RunDriver::Check::Declined:
-      return kExitFailed;
-  }
-  ui.setProgressDetail([&driver] { return std::to_string(driver.LinesProcessed()) + " lines"; });
+  if (job->Check() != RunDriver::Check::Ready) return kExitFailed;
+  ui.setProgressDetail([&job] { return std::to_string(job->LinesProcessed()) + " lines"; });
   bool ok;
   {
-    InterruptWatch watch(driver.State().CancelFlag);
-    ok = driver.Run(report, output);
+    InterruptWatch watch(*job);
+    ok = job->Run();
   }
   ui.finishProgress();
-  if (ok) {
-    ok = driver.RunEnd(output, opts.has(Opt::Launch));
-  } else {
-    driver.DiscardTurboFile();
-  }
   if (!ok) {
     std::fprintf(stderr, "qbconvert: the conversion of %s failed: %s\n", report.c_str(),
-                 driver.LastError() ? driver.LastError()->describe().c_str() : "unknown error");
+                 job->LastError() ? job->LastError()->describe().c_str() : "unknown error");
     return kExitFailed;
   }
-  const RunStats& stats = driver.Stats();
+  const RunStats& stats = job->Stats();
   if (!opts.has(Opt::Quiet) || stats.cancelled) {
     std::printf("%s\n%s\n%s\n%s\n", stats.cancelled ? "** Cancelled **" : "Complete",
                 stats.RunTimeText().c_str(), stats.LinesWrittenText().c_str(),
@@ -278,7 +208,7 @@ void Validate(const ParsedOptions& opts) {
   }
   if (opts.has(Opt::Output)) {
     if (!opts.has(Opt::Report)) throw UsageError("--output needs --report FILE");
-    if (!OutputType(*opts.value(Opt::Output))) {
+    if (!FormatOfExtension(std::filesystem::path(*opts.value(Opt::Output)).extension().string())) {
       throw UsageError("--output must end in .txt, .csv or .xls, not '" + *opts.value(Opt::Output) +
                        "'");
     }
@@ -319,15 +249,15 @@ int RunCommand(std::span<const char* const> args) {
   if (!app.ResetForm()) {
     status = kExitFailed;
   } else if (opts.has(Opt::ListFields) || opts.has(Opt::SaveRdf)) {
-    Engine engine(app);
     try {
-      if (!LoadForJob(opts, engine)) {
+      std::optional<ConversionJob> job = PrepareJob(opts, app, ui);
+      if (!job) {
         status = kExitFailed;
       } else if (opts.has(Opt::ListFields)) {
-        ListFields(engine.tables.rsFields);
-      } else if (!engine.BuildRDF(*opts.value(Opt::SaveRdf))) {
+        ListFields(job->engine().tables.rsFields);
+      } else if (!job->engine().BuildRDF(*opts.value(Opt::SaveRdf))) {
         std::fprintf(stderr, "qbconvert: cannot write %s: %s\n", opts.value(Opt::SaveRdf)->c_str(),
-                     engine.LastError()->describe().c_str());
+                     job->engine().LastError()->describe().c_str());
         status = kExitFailed;
       }
     } catch (const UsageError& e) {

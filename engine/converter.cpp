@@ -43,7 +43,7 @@ void AppendQuotedLiteral(std::string& out, std::string_view text) {
 
 }  // namespace
 
-void Converter::PrepareOutput() {
+void Converter::PrepareOutput(const OutputOptions& options) {
   state_.CancelFlag = false;
   state_.StopFlag = false;
   state_.LastWriteFlag = false;
@@ -51,21 +51,7 @@ void Converter::PrepareOutput() {
   state_.CurrentGroup = state_.SubGroupCount = state_.LastGroup = state_.CurrentSeq = 0;
   state_.WaitSeen.fill(false);
 
-  const clsKeys& s = engine_.app().Settings;
-  const std::string& opfmt = s["opfmt"];
-  format_ = opfmt == ".csv"   ? OutputFormat::Csv
-            : opfmt == ".xls" ? OutputFormat::Xls
-                              : OutputFormat::Txt;
-  const std::string& delim = s["delim"];
-  delimiter_ = EqualsNoCase(delim, "tab") ? "\t" : EqualsNoCase(delim, "comma") ? "," : delim;
-  if (format_ == OutputFormat::Csv) delimiter_ = ",";
-  if (format_ == OutputFormat::Xls) delimiter_ = "\t";
-  qualifier_ = s["textq"];
-  qualify_ = s["tqswt"] == "1";
-  const std::string& rtype = s["rtype"];
-  selection_ = rtype == "Details Only"  ? Selection::Details
-               : rtype == "Totals Only" ? Selection::Totals
-                                        : Selection::All;
+  selection_ = options.selection;
 
   RdfTables& t = engine_.tables;
   markers_.clear();
@@ -140,10 +126,7 @@ void Converter::PrepareOutput() {
                         std::string(Trim(label)), dlb > 0 ? slotOf(dlb) : -1});
   }
   f.Sort("");
-  std::vector<RowFormatter::Column> kinds;
-  for (const Column& c : columns_) kinds.push_back({c.numeric, c.text});
-  formatter_ = RowFormatter(format_, delimiter_, qualifier_, qualify_, std::move(kinds));
-  values_.assign(columns_.size(), std::string_view());
+  labels_.assign(columns_.size(), std::string_view());
   for (unsigned parity : {0u, 1u}) {
     rowSources_[parity].clear();
     for (const Column& c : columns_) {
@@ -443,10 +426,10 @@ void Converter::PickupData(size_t marker, std::string_view line) {
 
 void Converter::WriteLine(int level) {
   bool write = true;
-  if (selection_ != Selection::All && engine_.flags.RecordField) {
+  if (selection_ != RecordSelection::All && engine_.flags.RecordField) {
     if (recordSlot_ < 0) throw QbError(kNoCurrentRecord, "WriteLine", "The RDF has no field 1");
     const bool total = !Rde(slots_[static_cast<size_t>(recordSlot_)]).empty();
-    write = selection_ == Selection::Details ? !total : total;
+    write = selection_ == RecordSelection::Details ? !total : total;
   }
   bool header = false;
   if (write) {
@@ -481,23 +464,19 @@ std::string_view Converter::ColumnLabel(size_t c) const {
   return col.label;
 }
 
-// The header (when `header`) and the row (when `write`, else an empty line) to the sink: the
-// values as they stand for a sink that formats them itself, else cleaned up and joined.
+// The header (when `header`), then the record's values (when `write`) or, in the final write
+// of a record that was not selected, word of that; the final write also ends the rows.
 void Converter::WriteRow(bool header, bool write) {
-  const bool raw = sink_->WantsRawValues();
   if (header) {
-    for (size_t c = 0; c < columns_.size(); ++c) values_[c] = ColumnLabel(c);
-    sink_->Write({values_, raw ? std::string_view() : formatter_.Join(values_, true), true});
+    for (size_t c = 0; c < columns_.size(); ++c) labels_[c] = ColumnLabel(c);
+    sink_->Header(labels_);
   }
-  if (!write) {
-    sink_->Write({{}, {}, false});
-  } else if (raw) {
-    sink_->WriteValues(rowSources_[current_]);
+  if (write) {
+    sink_->Row(rowSources_[current_]);
   } else {
-    for (size_t c = 0; c < columns_.size(); ++c) values_[c] = rowSources_[current_][c]->view();
-    formatter_.Clean(values_);
-    sink_->Write({values_, formatter_.Join(values_, false), false});
+    sink_->RejectedLastRow();
   }
+  if (state_.LastWriteFlag) sink_->EndOfRows();
 }
 
 void Converter::ReportLineError(const QbError& e) {

@@ -20,9 +20,8 @@
 
 #include "base/bytes.h"
 #include "engine/engine.h"
-#include "engine/output_sink.h"
 #include "engine/pattern.h"
-#include "engine/row_formatter.h"
+#include "output/output_sink.h"
 
 namespace qb {
 
@@ -51,13 +50,10 @@ class Converter {
 
   explicit Converter(Engine& engine) : engine_(engine) {}
 
-  // The output settings step: resets the run state, reads "delim", "textq", "tqswt",
-  // "opfmt" and "rtype", and compiles the tables for the run.
-  void PrepareOutput();
+  // The output settings step: resets the run state, takes the record selection and compiles
+  // the tables for the run.
+  void PrepareOutput(const OutputOptions& options);
   void SetSink(OutputSink* sink) { sink_ = sink; }
-  OutputFormat Format() const { return format_; }
-  // The formatting of this run's rows, for a sink that formats them itself.
-  const RowFormatter& Formatter() const { return formatter_; }
 
   // One line piece, read as kLineWidth characters: cut there, or padded with blanks. Finds
   // the first marker row that matches and processes it. Errors propagate to the caller,
@@ -186,11 +182,7 @@ class Converter {
   RunState state_;
   OutputSink* sink_ = nullptr;
 
-  OutputFormat format_ = OutputFormat::Txt;
-  std::string delimiter_;
-  std::string qualifier_;
-  bool qualify_ = false;
-  enum class Selection { All, Details, Totals } selection_ = Selection::All;
+  RecordSelection selection_ = RecordSelection::All;
 
   std::vector<MarkerRow> markers_;
   std::vector<size_t> counting_;  // the markers whose action counts a sequence
@@ -218,8 +210,7 @@ class Converter {
 
   // Per-row scratch, reused so the run allocates nothing once warm.
   std::string pickValue_;
-  RowFormatter formatter_;
-  std::vector<std::string_view> values_;
+  std::vector<std::string_view> labels_;
 
   std::map<std::pair<std::string, int32_t>, int64_t> errorsSeen_;
   int64_t errorsLogged_ = 0;

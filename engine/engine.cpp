@@ -7,23 +7,23 @@
 #include "base/bytes.h"
 #include "base/file_io.h"
 #include "base/line_reader.h"
+#include "output/output_options.h"
 
 namespace qb {
 
 namespace {
 
 // The RDF setting records and the settings they set, in the order they are saved.
-constexpr std::array<std::pair<std::string_view, std::string_view>, 6> kRdfSettingKeys{
-    {{"OF", "opfmt"},
-     {"QS", "tqswt"},
-     {"TQ", "textq"},
-     {"DL", "delim"},
-     {"RT", "rtype"},
-     {"ES", "exswt"}}};
+constexpr std::array<std::pair<std::string_view, Key>, 6> kRdfSettingKeys{{{"OF", Key::opfmt},
+                                                                           {"QS", Key::tqswt},
+                                                                           {"TQ", Key::textq},
+                                                                           {"DL", Key::delim},
+                                                                           {"RT", Key::rtype},
+                                                                           {"ES", Key::exswt}}};
 
 // The settings put back to the saved values before an RDF applies its own.
-constexpr std::array<std::string_view, 6> kRestoredKeys{"delim", "textq", "tqswt",
-                                                        "opfmt", "exswt", "rtype"};
+constexpr std::array<Key, 6> kRestoredKeys{Key::delim, Key::textq, Key::tqswt,
+                                           Key::opfmt, Key::exswt, Key::rtype};
 
 // Text at `start`/`length` on line `row` of the report (the last line read when the report
 // is shorter), or "" for an empty report.
@@ -38,6 +38,19 @@ std::string ReportText(const std::filesystem::path& report, const clsSystem& sys
 
 }  // namespace
 
+Engine::Engine(Application& app, const Engine& loaded)
+    : tables(loaded.tables.Copy()), flags(loaded.flags), rdf(loaded.rdf), app_(app) {}
+
+std::string RdfHeading(RdfTables& tables) {
+  std::string heading = "Output Fields";
+  Recordset& s = tables.rsSettings;
+  if (!s.IsOpen()) return heading;
+  s.Filter("fldTYP = 'HD'");
+  if (!s.IsEOF()) heading = s.GetText(col::Settings::fldVAL);
+  s.Filter("");
+  return heading;
+}
+
 bool Engine::LoadRDF(const std::filesystem::path& rdfPath,
                      const std::filesystem::path& reportPath) {
   lastError_.reset();
@@ -47,7 +60,7 @@ bool Engine::LoadRDF(const std::filesystem::path& rdfPath,
   if (ok && !flags.PdfReport && !reportPath.empty()) {
     // The report/RDF program check: a warning only, loading goes on.
     try {
-      clsSystem system = ParseSystemEntry(app_.Settings["pfset"], "LoadRDF");
+      clsSystem system = ParseSystemEntry(app_.Settings[Key::pfset], "LoadRDF");
       if (system.Row >= 1) {
         std::string program(Trim(ReportText(reportPath, system, "LoadRDF")));
         std::string rdfProgram = rdf.ProgramName;
@@ -82,7 +95,7 @@ bool Engine::LoadRDF(const std::filesystem::path& rdfPath,
 void Engine::ApplyRDFSettings() {
   clsKeys& settings = app_.Settings;
   if (flags.SettingsRestore) {
-    for (std::string_view key : kRestoredKeys) {
+    for (Key key : kRestoredKeys) {
       settings.Item(key).Value = app_.SavedSettings[key];
     }
     flags.SettingsRestore = false;
@@ -93,7 +106,8 @@ void Engine::ApplyRDFSettings() {
     std::string_view value = rs.GetText(col::Settings::fldVAL);
     for (auto [rdfCode, key] : kRdfSettingKeys) {
       if (code != rdfCode) continue;
-      settings.Item(key).Value = (key == "delim" && EqualsNoCase(value, "comma")) ? "," : value;
+      settings.Item(key).Value =
+          key == Key::delim ? DelimiterSettingOfRecord(value) : std::string(value);
       flags.SettingsRestore = true;
     }
   }
@@ -126,17 +140,13 @@ bool Engine::BuildRDF(const std::filesystem::path& path) {
     }
     f.Sort("fldORD");
 
-    std::string heading = "Output Fields";
-    Recordset& s = tables.rsSettings;
-    s.Filter("fldTYP = 'HD'");
-    if (!s.IsEOF()) heading = s.GetText(col::Settings::fldVAL);
-    s.Filter("");
+    const std::string heading = RdfHeading(tables);
     const clsKeys& settings = app_.Settings;
     line("RLF SECTION");
     line("HD," + heading);
     for (auto [code, key] : kRdfSettingKeys) {
-      std::string value = settings[key];
-      if (key == "delim" && value == ",") value = "comma";
+      const std::string value =
+          key == Key::delim ? DelimiterRecordOfSetting(settings[key]) : settings[key];
       line(std::string(code) + "," + value);
     }
     WriteFileAtomically(path, out, "BuildRDF");

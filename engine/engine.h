@@ -30,6 +30,9 @@ struct clsRDF {
 class Engine {
  public:
   explicit Engine(Application& app) : app_(app) {}
+  // A copy of `loaded`'s RDF (tables, flags, first line) for `app`: nothing of it is shared,
+  // so each can be read and changed while the other is in use.
+  Engine(Application& app, const Engine& loaded);
 
   void CreateRecordsets() { tables.CreateRecordsets(); }
   void DestroyRecordsets() { tables.DestroyRecordsets(); }
@@ -73,6 +76,9 @@ class Engine {
   Application& app_;
   std::optional<QbError> lastError_;
 };
+
+// The RDF's heading (its "HD" setting record), or "Output Fields" without one.
+std::string RdfHeading(RdfTables& tables);
 
 // RDF auto-find. The report's identifier for a source system: row 0 takes the report's
 // file name; row 1 or more the text at Start and Length on that line (the last line read

@@ -7,6 +7,7 @@
 #include "engine/engine.h"
 #include "engine/pattern.h"
 #include "engine/rdf_codec.h"
+#include "output/output_options.h"
 
 namespace qb {
 namespace {
@@ -227,11 +228,7 @@ bool Engine::LoadRDFHeader(const std::filesystem::path& rdfPath) {
           break;
         }
         case DFI: {
-          std::string_view dlm = c[0];
-          if (EqualsNoCase(dlm, "TAB"))
-            dlm = "\t";
-          else if (EqualsNoCase(dlm, "COMMA"))
-            dlm = ",";
+          const std::string dlm = DelimiterOf(c[0]);
           t.rsDelimited.AddNew();
           t.rsDelimited.SetText(col::Delimited::fldDLM, dlm);
           t.rsDelimited.SetText(col::Delimited::fldTXQ, c[1]);

@@ -19,6 +19,13 @@ FieldDef Bool(const char* name) {
   return {name, FieldType::Bool, 0};
 }
 
+// The twelve tables, for what is done to each of them alike.
+constexpr Recordset RdfTables::*kTables[] = {
+    &RdfTables::rsHeader,    &RdfTables::rsIdentify,  &RdfTables::rsReportFlags,
+    &RdfTables::rsMarkers,   &RdfTables::rsPickups,   &RdfTables::rsSettings,
+    &RdfTables::rsFields,    &RdfTables::rsLines,     &RdfTables::rsPdfColumns,
+    &RdfTables::rsPdfParams, &RdfTables::rsDelimited, &RdfTables::rsDelimitedCols};
+
 }  // namespace
 
 void RdfTables::CreateRecordsets() {
@@ -42,6 +49,12 @@ void RdfTables::CreateRecordsets() {
   rsDelimited = Recordset({Text("fldDLM", 1), Str("fldTXQ")});
   rsDelimitedCols =
       Recordset({I32("fldFLD"), I32("fldPOS"), Str("fldTAG"), I32("fldTPS"), Str("fldTMK")});
+}
+
+RdfTables RdfTables::Copy() const {
+  RdfTables t;
+  for (auto member : kTables) t.*member = (this->*member).Copy();
+  return t;
 }
 
 void RdfTables::DestroyRecordsets() {

@@ -63,6 +63,8 @@ struct RdfTables {
   void CreateRecordsets();
   // Releases all twelve; harmless when repeated or before any creation.
   void DestroyRecordsets();
+  // The twelve tables copied (Recordset::Copy): nothing is shared with these.
+  RdfTables Copy() const;
 
   Recordset rsHeader;         // DIN
   Recordset rsIdentify;       // RID

@@ -343,6 +343,18 @@ Recordset Recordset::Clone() const {
   return r;
 }
 
+Recordset Recordset::Copy() const {
+  Recordset r;
+  if (!store_) return r;
+  r.store_ = std::make_shared<Store>();
+  r.store_->fields = store_->fields;
+  r.store_->records = store_->records;
+  r.store_->live = store_->live;
+  r.rebuildView();
+  r.MoveFirst();
+  return r;
+}
+
 const std::vector<FieldDef>& Recordset::Fields() const {
   return store_->fields;
 }

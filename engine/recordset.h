@@ -40,6 +40,9 @@ class Recordset {
 
   // A second cursor over the same records, positioned at the first record, unfiltered.
   Recordset Clone() const;
+  // A table of its own with the same fields and records (a deep copy), positioned at the
+  // first record, unfiltered and in table order.
+  Recordset Copy() const;
 
   bool IsOpen() const { return static_cast<bool>(store_); }
   const std::vector<FieldDef>& Fields() const;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <system_error>
 
+#include "base/buffered_file.h"
 #include "base/line_reader.h"
 #include "engine/progress.h"
 
@@ -52,12 +53,12 @@ std::filesystem::path ProcessDFF(Engine& engine, const std::atomic<bool>& cancel
   }
 
   LineReader reader(report, kProc);
-  TextFileSink sink(output, kProc);
+  BufferedFile sink(output, kProc);
   ByteProgress progress(ui, reader.FileSize());
   std::string placed;
   auto place = [&](std::string_view piece) {
     PlaceFields(piece, delimiter, positions, placed);
-    sink.Write({{}, placed, false});
+    sink.WriteLine(placed);
   };
   std::string_view line;
   while (!cancel && reader.Next(line)) {
@@ -68,7 +69,7 @@ std::filesystem::path ProcessDFF(Engine& engine, const std::atomic<bool>& cancel
     }
     place(line);
   }
-  sink.Write({{}, " ", false});
+  sink.WriteLine(" ");
   sink.Close();
   if (cancel) throw QbError(kUserInterrupt, std::string(kProc), "Reformatting Report file");
   return output;

@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "engine/engine.h"
-#include "engine/output_sink.h"
 
 namespace qb {
 

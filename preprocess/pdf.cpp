@@ -7,8 +7,8 @@
 #include <memory>
 #include <system_error>
 
+#include "base/buffered_file.h"
 #include "base/line_reader.h"
-#include "engine/output_sink.h"
 #include "engine/progress.h"
 #include "preprocess/pdf_layout.h"
 
@@ -41,8 +41,8 @@ std::filesystem::path ConvertPdfToText(Engine& engine, const std::filesystem::pa
   if (!doc) Unreadable(report, "the file is damaged or not a PDF");
   if (doc->is_locked()) Unreadable(report, "the PDF is protected by a password");
 
-  TextFileSink sink(textPath, "ProcessPDF");
-  auto write = [&sink](std::string_view line) { sink.Write({{}, line, false}); };
+  BufferedFile sink(textPath, "ProcessPDF");
+  auto write = [&sink](std::string_view line) { sink.WriteLine(line); };
   for (int i = 0; i < doc->pages(); ++i) {
     std::unique_ptr<poppler::page> page(doc->create_page(i));
     if (!page) Unreadable(report, "page " + std::to_string(i + 1) + " cannot be read");
@@ -73,7 +73,7 @@ std::filesystem::path ReformatPdfText(Engine& engine, const std::atomic<bool>& c
   std::filesystem::remove(reportOut, ec);
 
   LineReader reader(textPath, "ReformatPdfText");
-  TextFileSink sink(reportOut, "ReformatPdfText");
+  BufferedFile sink(reportOut, "ReformatPdfText");
   ByteProgress progress(engine.app().ui(), reader.FileSize());
   const LayoutParams params = ReadLayoutParams(engine.tables);
   PageLayout layout;
@@ -82,7 +82,7 @@ std::filesystem::path ReformatPdfText(Engine& engine, const std::atomic<bool>& c
   std::string_view line;
   for (;;) {
     if (cancel || !reader.Next(line)) {
-      sink.Write({{}, " ", false});
+      sink.WriteLine(" ");
       break;
     }
     progress.AddLine(line.size());
@@ -105,7 +105,7 @@ std::filesystem::path ReformatPdfText(Engine& engine, const std::atomic<bool>& c
     for (size_t i = 0; i < lines.size(); ++i) {
       // A page after the first begins with a form feed, as the printed report's did.
       if (i == 0 && pages > 1) lines[i].insert(0, 1, '\f');
-      sink.Write({{}, lines[i], false});
+      sink.WriteLine(lines[i]);
     }
   }
   layout.NewPage();

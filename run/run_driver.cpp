@@ -9,10 +9,11 @@
 #include <memory>
 
 #include "base/line_reader.h"
-#include "engine/piped_text_sink.h"
 #include "engine/progress.h"
+#include "output/output_sink.h"
 #include "preprocess/dff.h"
 #include "preprocess/pdf.h"
+#include "run/launch.h"
 
 namespace qb {
 
@@ -46,7 +47,6 @@ RunDriver::Check RunDriver::CheckRun(const std::filesystem::path& report,
                      MessageIcon::Exclamation)) {
       return Check::Declined;
     }
-    std::filesystem::remove(output, ec);
   }
   return Check::Ready;
 }
@@ -56,7 +56,7 @@ bool RunDriver::Run(const std::filesystem::path& report, const std::filesystem::
   stats_ = RunStats();
   linesProcessed_ = 0;
   const auto start = std::chrono::steady_clock::now();
-  converter_.PrepareOutput();
+  converter_.PrepareOutput(options_);
   // PDF and delimited reports are first turned into a text report, which the run reads
   // and then deletes.
   std::filesystem::path text = report;
@@ -106,38 +106,21 @@ void RunDriver::Process(const std::filesystem::path& report, const std::filesyst
   UserInterface& ui = engine_.app().ui();
   RunState& state = converter_.State();
 
-  turboFile_.clear();
-  spreadsheet_.reset();
   LineReader reader(report, "Process");
   const int64_t size = reader.FileSize();
-  const bool xlsOutput = converter_.Format() == OutputFormat::Xls;
-  const int mode = xlsOutput ? BufferMode(engine_.app().Settings["rmode"]) : 0;
-  std::unique_ptr<OutputSink> textSink;
-  OutputSink* sink = nullptr;
-  if (!xlsOutput) {
-    textSink = std::make_unique<PipedTextSink>(output, "Process", converter_.Formatter());
-    sink = textSink.get();
-  } else if (mode != 6) {
-    spreadsheet_ = std::make_unique<SpreadsheetRun>(engine_, state, converter_.ColumnTypes(), mode);
-    if (!spreadsheet_->CreateSheet()) return Fail("CreateSheet", *spreadsheet_->LastError());
-    sink = spreadsheet_.get();
-  } else {
-    // The turbo file: rows go to a text file that RunEnd imports in one go.
-    std::string name =
-        (std::filesystem::path(engine_.app().Settings["outdir"]) / "qbXXXXXX.tmp").string();
-    const int fd = ::mkstemps(name.data(), 4);
-    if (fd < 0)
-      throw ErrorFromErrno(errno, "Process").at(std::filesystem::path(name).parent_path());
-    ::close(fd);
-    turboFile_ = name;
-    textSink = std::make_unique<PipedTextSink>(turboFile_, "Process", converter_.Formatter());
-    sink = textSink.get();
+  OutputTarget target{output, engine_.app().Settings[Key::outdir], converter_.ColumnTypes(),
+                      RdfHeading(engine_.tables), &log};
+  std::unique_ptr<OutputSink> sink;
+  try {
+    sink = OpenOutputSink(options_, target);
+  } catch (const QbError& e) {
+    return Fail(e.source(), e);
   }
-  converter_.SetSink(sink);
+  converter_.SetSink(sink.get());
 
   if (!state.CancelFlag && !state.StopFlag) {
-    ui.status(converter_.Format() == OutputFormat::Xls ? "Generating Spreadsheet ..."
-                                                       : "Generating Output File ...");
+    ui.status(options_.format == OutputFormat::Xls ? "Generating Spreadsheet ..."
+                                                   : "Generating Output File ...");
     ByteProgress progress(ui, size);
     std::string_view line;
     bool formFeed = false;
@@ -163,24 +146,16 @@ void RunDriver::Process(const std::filesystem::path& report, const std::filesyst
     log.WriteLog("Process", "Last Write");
   }
   converter_.SetSink(nullptr);
+  if (abandon_) return sink->Abandon();
   try {
-    sink->Close();
+    sink->Finish();
   } catch (const QbError& e) {
-    throw FatalRunError(e);
-  }
-  if (xlsOutput && mode <= 5) {
-    log.WriteLog("Process", "XLS");
-    if (mode > 0) spreadsheet_->ClearClipboard();
-    if (!spreadsheet_->SaveTheSheet(output))
-      return Fail("SaveTheSheet", *spreadsheet_->LastError());
-    log.WriteLog("Process", "After SAVEAS");
-    spreadsheet_->CloseSheet();
-    log.WriteLog("Process", "After CloseSheet");
+    sink->Abandon();
+    return Fail(e.source(), e);
   }
 }
 
-// A spreadsheet step that failed: reported under its own name, and the run ends without
-// statistics.
+// A step that failed: reported under its own name, and the run ends without statistics.
 void RunDriver::Fail(std::string_view procedure, const QbError& error) {
   lastError_ = error;
   lastError_->withSource(std::string(procedure));
@@ -189,30 +164,12 @@ void RunDriver::Fail(std::string_view procedure, const QbError& error) {
   processFailed_ = true;
 }
 
-void RunDriver::DiscardTurboFile() {
-  std::error_code ec;
-  if (!turboFile_.empty()) std::filesystem::remove(turboFile_, ec);
-  turboFile_.clear();
-}
-
-bool RunDriver::RunEnd(const std::filesystem::path& output, bool launch) {
-  const clsKeys& settings = engine_.app().Settings;
-  const bool xlsOutput = settings["opfmt"] == ".xls";
-  if (xlsOutput && BufferMode(settings["rmode"]) == 6 && !turboFile_.empty()) {
-    std::optional<QbError> error;
-    const bool built = TurboCreate(engine_, converter_.ColumnTypes(), turboFile_, output, error);
-    turboFile_.clear();
-    if (!built) {
-      lastError_ = error;
-      return false;
-    }
-  }
-  if (xlsOutput && launch) {
+void RunDriver::RunEnd(const std::filesystem::path& output, bool launch) {
+  if (options_.format == OutputFormat::Xls && launch && !abandon_) {
     engine_.app().ui().status("Opening Spreadsheet ...");
-    LaunchSpreadsheet(engine_, settings["lmeth"], output);
+    LaunchSpreadsheet(engine_.app().Log(), engine_.app().ui(), options_.launchMethod, output);
   }
   engine_.app().ui().status("");
-  return true;
 }
 
 }  // namespace qb

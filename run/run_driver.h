@@ -1,8 +1,8 @@
 #pragma once
 // The run: the Run button's checks, the output preparation, and Process, the loop that reads
-// the report from end to end and hands each line piece to the converter. Both front ends
-// run conversions through this class; the window runs it on a worker thread and cancels
-// through State().CancelFlag.
+// the report from end to end and hands each line piece to the converter, then finishes the
+// output (or abandons it). A ConversionJob owns one; its Run may go on any thread, and
+// Cancel and Abandon may come from any other.
 
 #include <chrono>
 #include <cstdint>
@@ -11,7 +11,7 @@
 #include <string>
 
 #include "engine/converter.h"
-#include "run/spreadsheet_output.h"
+#include "output/output_options.h"
 
 namespace qb {
 
@@ -32,28 +32,35 @@ struct RunStats {
 
 class RunDriver {
  public:
-  explicit RunDriver(Engine& engine) : engine_(engine), converter_(engine) {}
+  RunDriver(Engine& engine, OutputOptions options)
+      : engine_(engine), options_(std::move(options)), converter_(engine) {}
 
   enum class Check { Ready, NothingToDo, NoOutputField, Declined };
 
   // The Run button's checks: report and RDF exist and an output is named (else nothing at
   // all happens), at least one output field is selected ("At least one Output field must
-  // be selected."), and an existing output may be overwritten (asked; Yes deletes it).
+  // be selected."), and an existing output may be overwritten (asked). Yes means "replace
+  // it when the run succeeds": the output is only ever replaced whole, so a run that fails
+  // leaves the previous one as it was.
   Check CheckRun(const std::filesystem::path& report, const std::filesystem::path& rdf,
                  const std::filesystem::path& output);
 
   // Start of run, then Process on `report` (the reformatted text for PDF and delimited
-  // reports) writing `output`. False when the output could not be opened or written, or the
-  // report could not be read: the error was shown and logged under "Process".
+  // reports) writing `output`, which is finished (put in place) unless the run failed or was
+  // abandoned. False when the output could not be opened, written or finished, or the report
+  // could not be read: the error was shown and logged under the step that failed.
   bool Run(const std::filesystem::path& report, const std::filesystem::path& output);
 
-  // The end of a run, after Run whatever its outcome: in buffer mode 6 the workbook is built
-  // from the turbo file, then, when `launch`, the spreadsheet program opens it by the launch
-  // method "lmeth". False when the workbook could not be built (the error is in LastError).
-  bool RunEnd(const std::filesystem::path& output, bool launch);
+  // The end of a finished run: when `launch`, a workbook is opened by the launch method.
+  void RunEnd(const std::filesystem::path& output, bool launch);
 
-  // Deletes the turbo file of a run that is not to be finished (a failed run, an exit).
-  void DiscardTurboFile();
+  // From any thread: the run stops at the next line and writes nothing (Exit during a run).
+  void Abandon() {
+    abandon_ = true;
+    State().CancelFlag = true;
+  }
+  bool Abandoned() const { return abandon_; }
+  const OutputOptions& Options() const { return options_; }
 
   const RunStats& Stats() const { return stats_; }
   RunState& State() { return converter_.State(); }
@@ -68,9 +75,9 @@ class RunDriver {
   void Fail(std::string_view procedure, const QbError& error);
 
   Engine& engine_;
+  const OutputOptions options_;
   Converter converter_;
-  std::unique_ptr<SpreadsheetRun> spreadsheet_;
-  std::filesystem::path turboFile_;
+  std::atomic<bool> abandon_{false};
   RunStats stats_;
   std::optional<QbError> lastError_;
   bool processFailed_ = false;

@@ -22,6 +22,14 @@ Application::Application(std::filesystem::path programFolder, UserInterface& ui,
     : folder_(std::move(programFolder)),
       log_(ui, folder_ / "log" / "qbuia.log", std::move(clock)) {}
 
+Application::Application(const Application& front, UserInterface& ui)
+    : Settings(front.Settings),
+      SavedSettings(front.SavedSettings),
+      Systems(front.Systems),
+      folder_(front.folder_),
+      log_(front.log_, ui),
+      reportLogFile_(front.reportLogFile_) {}
+
 bool Application::ResetForm() {
   try {
     std::error_code ec;
@@ -40,7 +48,7 @@ bool Application::ResetForm() {
 }
 
 void Application::SetReportLogFile(const std::filesystem::path& report) {
-  reportLogFile_ = std::filesystem::path(Settings["logdir"]) / report.stem();
+  reportLogFile_ = std::filesystem::path(Settings[Key::logdir]) / report.stem();
   reportLogFile_ += ".log";
   std::error_code ec;
   std::filesystem::remove(reportLogFile_, ec);

@@ -21,6 +21,9 @@ std::filesystem::path ResolveProgramFolder(const std::optional<std::string>& hom
 class Application {
  public:
   Application(std::filesystem::path programFolder, UserInterface& ui, Clock clock = {});
+  // A copy of `front` (folder, settings, snapshot, systems, log) that talks to `ui`: what a
+  // conversion job runs with, so that it shares nothing it changes with the front end.
+  Application(const Application& front, UserInterface& ui);
 
   const std::filesystem::path& ProgramFolder() const { return folder_; }
   const RunLog& Log() const { return log_; }

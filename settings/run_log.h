@@ -25,6 +25,9 @@ using Clock = std::function<std::chrono::system_clock::time_point()>;
 class RunLog {
  public:
   RunLog(UserInterface& ui, std::filesystem::path appLogFile, Clock clock = {});
+  // The same log, telling `ui` of its failures and errors.
+  RunLog(const RunLog& other, UserInterface& ui)
+      : ui_(ui), appLogFile_(other.appLogFile_), clock_(other.clock_) {}
 
   // The program folder's log\qbuia.log.
   const std::filesystem::path& AppLogFile() const { return appLogFile_; }

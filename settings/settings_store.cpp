@@ -16,27 +16,34 @@ namespace {
 
 constexpr size_t kMaxValueLength = 199;  // the profile reader's 200-character buffer
 
-constexpr std::array<SettingDefinition, 13> kDefinitions{{
-    {"qbpaths", "rptdir", ""},
-    {"qbpaths", "rdfdir", ""},
-    {"qbpaths", "outdir", ""},
-    {"qbpaths", "logdir", ""},
-    {"qbdefaults", "pfset", "Default - By Filename,0,1,1,."},
-    {"qbdefaults", "tqswt", "0"},
-    {"qbdefaults", "textq", "\""},
-    {"qbdefaults", "delim", "|"},
-    {"qbdefaults", "opfmt", ".txt"},
-    {"qbdefaults", "rtype", "All Records"},
-    {"qbdefaults", "rmode", "6"},
-    {"qbdefaults", "exswt", "1"},
-    {"qbdefaults", "lmeth", "1"},
+constexpr std::array<SettingDefinition, kKeyCount> kDefinitions{{
+    {Key::rptdir, "qbpaths", "rptdir", ""},
+    {Key::rdfdir, "qbpaths", "rdfdir", ""},
+    {Key::outdir, "qbpaths", "outdir", ""},
+    {Key::logdir, "qbpaths", "logdir", ""},
+    {Key::pfset, "qbdefaults", "pfset", "Default - By Filename,0,1,1,."},
+    {Key::tqswt, "qbdefaults", "tqswt", "0"},
+    {Key::textq, "qbdefaults", "textq", "\""},
+    {Key::delim, "qbdefaults", "delim", "|"},
+    {Key::opfmt, "qbdefaults", "opfmt", ".txt"},
+    {Key::rtype, "qbdefaults", "rtype", "All Records"},
+    {Key::rmode, "qbdefaults", "rmode", "6"},
+    {Key::exswt, "qbdefaults", "exswt", "1"},
+    {Key::lmeth, "qbdefaults", "lmeth", "1"},
 }};
+constexpr bool InKeyOrder() {
+  for (size_t i = 0; i < kDefinitions.size(); ++i) {
+    if (static_cast<size_t>(kDefinitions[i].key) != i) return false;
+  }
+  return true;
+}
+static_assert(InKeyOrder(), "kDefinitions lists the settings in the order of Key");
 
 bool WriteKeys(const clsKeys& settings, std::span<const std::string_view> names,
                const std::filesystem::path& file) {
   try {
     for (std::string_view name : names) {
-      const clsKey& key = settings.Item(name);
+      const clsKey& key = settings.ItemNamed(name);
       WriteProfileString(file, key.Section, key.Name, key.Value);
     }
     return true;
@@ -82,15 +89,26 @@ const clsKey& clsKeys::Item(int position) const {
   return keys_[static_cast<size_t>(position - 1)];
 }
 
-clsKey& clsKeys::Item(std::string_view name) {
-  return const_cast<clsKey&>(std::as_const(*this).Item(name));
+clsKey& clsKeys::ItemNamed(std::string_view name) {
+  return const_cast<clsKey&>(std::as_const(*this).ItemNamed(name));
 }
 
-const clsKey& clsKeys::Item(std::string_view name) const {
+const clsKey& clsKeys::ItemNamed(std::string_view name) const {
   int i = indexOf(name);
   if (i < 0)
     throw QbError(kInvalidCall, "clsKeys", "No setting named \"" + std::string(name) + "\"");
   return keys_[static_cast<size_t>(i)];
+}
+
+std::string_view KeyName(Key key) {
+  return kDefinitions[static_cast<size_t>(key)].name;
+}
+
+std::optional<Key> KeyNamed(std::string_view name) {
+  for (const SettingDefinition& d : kDefinitions) {
+    if (EqualsNoCase(d.name, name)) return d.key;
+  }
+  return std::nullopt;
 }
 
 std::span<const SettingDefinition> SettingDefinitions() {
@@ -131,10 +149,11 @@ bool SaveAllSettings(const clsKeys& settings, const std::filesystem::path& progr
 bool SaveOptions(const clsKeys& settings, bool saveFolders,
                  const std::filesystem::path& programFolder, std::string_view fileName) {
   if (fileName.empty()) return false;
-  static constexpr std::array<std::string_view, 5> kOptionKeys{"pfset", "rmode", "lmeth", "rdfdir",
-                                                               "rptdir"};
-  return WriteKeys(settings, std::span(kOptionKeys).first(saveFolders ? 5 : 3),
-                   programFolder / fileName);
+  static constexpr std::array<Key, 5> kOptionKeys{Key::pfset, Key::rmode, Key::lmeth, Key::rdfdir,
+                                                  Key::rptdir};
+  std::vector<std::string_view> names;
+  for (Key k : std::span(kOptionKeys).first(saveFolders ? 5 : 3)) names.push_back(KeyName(k));
+  return WriteKeys(settings, names, programFolder / fileName);
 }
 
 }  // namespace qb

@@ -4,12 +4,37 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace qb {
+
+// The thirteen settings, in load order. Code names a setting by one of these, so a misspelt
+// key does not compile; the names in the settings file are KeyName's.
+enum class Key : uint8_t {
+  rptdir,  // the report picker's folder
+  rdfdir,  // the RDF picker's folder, and where auto-find looks
+  outdir,  // the output picker's folder
+  logdir,  // where per-report log files go
+  pfset,   // the current source system entry
+  tqswt,   // "1": text values between qualifiers
+  textq,   // the text qualifier
+  delim,   // the output delimiter ("tab" and "comma" as words)
+  opfmt,   // the output type: ".txt", ".csv" or ".xls"
+  rtype,   // "All Records", "Details Only" or "Totals Only"
+  rmode,   // the workbook's buffer mode, 0 to 6
+  exswt,   // "1": open the workbook after the run
+  lmeth,   // how the workbook is opened, 1 to 3
+};
+inline constexpr size_t kKeyCount = 13;
+
+// The name of a setting in the settings file and in --set ("delim").
+std::string_view KeyName(Key key);
+// The setting of that name, without regard to case, or nothing.
+std::optional<Key> KeyNamed(std::string_view name);
 
 // One setting.
 class clsKey {
@@ -35,11 +60,14 @@ class clsKeys {
   void Remove(std::string_view name);
   clsKey& Item(int position);
   const clsKey& Item(int position) const;
-  clsKey& Item(std::string_view name);
-  const clsKey& Item(std::string_view name) const;
+  clsKey& Item(Key key) { return ItemNamed(KeyName(key)); }
+  const clsKey& Item(Key key) const { return ItemNamed(KeyName(key)); }
+  // By a name only known at run time (a settings file's key): throws QbError 5 when absent.
+  clsKey& ItemNamed(std::string_view name);
+  const clsKey& ItemNamed(std::string_view name) const;
 
   // The value of a setting, as every reader takes it.
-  const std::string& operator[](std::string_view name) const { return Item(name).Value; }
+  const std::string& operator[](Key key) const { return Item(key).Value; }
 
   auto begin() const { return keys_.begin(); }
   auto end() const { return keys_.end(); }
@@ -51,6 +79,7 @@ class clsKeys {
 
 // The thirteen settings in load order, with their sections and defaults.
 struct SettingDefinition {
+  Key key;
   std::string_view section;
   std::string_view name;
   std::string_view defaultValue;  // empty for the folders, which default to DefaultFolder()

@@ -3,12 +3,15 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/resource.h>
+
 #include <algorithm>
 #include <cctype>
+#include <csignal>
 #include <random>
 
 #include "engine/pattern.h"
-#include "engine/row_formatter.h"
+#include "output/row_formatter.h"
 #include "run/run_driver.h"
 #include "tests/engine_fixture.h"
 
@@ -42,9 +45,9 @@ class ConvertTest : public test::EngineTest {
     const auto out = home_ / ("out" + std::string(ext));
     std::filesystem::remove(out);
     EXPECT_TRUE(engine_.LoadRDF(Rdf(rdf), home_ / "r.txt"));
-    app_.Settings.Item("opfmt").Value = std::string(ext);
+    app_.Settings.Item(Key::opfmt).Value = std::string(ext);
     for (auto& [key, value] : overrides_) app_.Settings.Item(key).Value = value;
-    driver_ = std::make_unique<RunDriver>(engine_);
+    driver_ = std::make_unique<RunDriver>(engine_, ParseOutputOptions(app_.Settings));
     if (cancelAt_ > 0) {
       ui_.onProgress = [this](int pct) {
         if (pct >= cancelAt_) driver_->State().CancelFlag = true;
@@ -54,7 +57,7 @@ class ConvertTest : public test::EngineTest {
     return ReadLines(out);
   }
 
-  std::vector<std::pair<std::string, std::string>> overrides_;
+  std::vector<std::pair<Key, std::string>> overrides_;
   int cancelAt_ = 0;
   std::unique_ptr<RunDriver> driver_;
 };
@@ -268,12 +271,12 @@ TEST_F(ConvertTest, RecordSelectionQualifyingAndNumbers) {
                    ",it's,-5", ",,1000.00", "TOTAL,,12.5"}));
   // Details Only: the four details; the last record (a total) is rejected, and the final
   // write then prints an empty line.
-  overrides_ = {{"rtype", "Details Only"}};
+  overrides_ = {{Key::rtype, "Details Only"}};
   Lines details = Convert(rdf, report);
   ASSERT_EQ(details.size(), 6u);
   EXPECT_EQ(details[4], ",,1000.00");
   EXPECT_EQ(details[5], "");
-  overrides_ = {{"rtype", "Totals Only"}};
+  overrides_ = {{Key::rtype, "Totals Only"}};
   EXPECT_EQ(Convert(rdf, report), (Lines{"Kind,Text,Amount", "TOTAL,,12.5"}));
   // The final write that selection rejects prints one empty line and no second header.
   EXPECT_EQ(Convert(rdf, row('T', "", "1.00") + row('D', "x", "")),
@@ -281,11 +284,11 @@ TEST_F(ConvertTest, RecordSelectionQualifyingAndNumbers) {
 
   // .txt: the delimiter, and the qualifier doubled inside text values; numbers and empty
   // text stay bare.
-  overrides_ = {{"delim", "tab"}, {"tqswt", "1"}, {"textq", "'"}};
+  overrides_ = {{Key::delim, "tab"}, {Key::tqswt, "1"}, {Key::textq, "'"}};
   EXPECT_EQ(Convert(rdf, report, ".txt"),
             (Lines{"'Kind'\t'Text'\tAmount", "\t'say \"hi\"'\t-1234.50", "\t'a,b'\t-12.00",
                    "\t'it''s'\t-5", "\t\t1000.00", "'TOTAL'\t\t12.5"}));
-  overrides_ = {{"delim", "comma"}, {"tqswt", "0"}};
+  overrides_ = {{Key::delim, "comma"}, {Key::tqswt, "0"}};
   EXPECT_EQ(Convert(rdf, row('D', "a,b", "1"), ".txt"), (Lines{"Kind,Text,Amount", ",a,b,1"}));
 }
 
@@ -332,20 +335,33 @@ TEST_F(ConvertTest, LargeReportKeepsEveryRowInOrder) {
                                  [](int a, int b) { return b != a + 1; }) == ui_.percents.end());
 }
 
-// An output that cannot be written ends the run with the system's error, rows and all.
-TEST_F(ConvertTest, WriteFailureEndsTheRun) {
-  if (!std::filesystem::exists("/dev/full")) GTEST_SKIP() << "no /dev/full here";
+// An output that cannot be written ends the run with the system's error, rows and all, and
+// leaves the previous output as it was and no temporary file. The disk is "full" at a
+// file-size limit of 256 KiB (each test runs in a process of its own).
+TEST_F(ConvertTest, WriteFailureEndsTheRunAndKeepsThePreviousOutput) {
   const std::string rdf = MakeRdf("1,=,D,0,1,DET", "DET,0,0,1,3,6,=,,", "1,y,c,1,0,V,");
   std::string report;
   for (int i = 0; i < 200000; ++i) report += "D " + std::to_string(100000 + i) + "\n";
   WriteFile(home_ / "r.txt", report);
+  WriteFile(home_ / "out.csv", "previous output\r\n");
   ASSERT_TRUE(engine_.LoadRDF(Rdf(rdf), home_ / "r.txt"));
-  app_.Settings.Item("opfmt").Value = ".csv";
-  RunDriver driver(engine_);
-  EXPECT_FALSE(driver.Run(home_ / "r.txt", "/dev/full"));
+  app_.Settings.Item(Key::opfmt).Value = ".csv";
+  RunDriver driver(engine_, ParseOutputOptions(app_.Settings));
+  rlimit old{};
+  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &old), 0);
+  rlimit small = old;
+  small.rlim_cur = 256 * 1024;
+  std::signal(SIGXFSZ, SIG_IGN);
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+  const bool ok = driver.Run(home_ / "r.txt", home_ / "out.csv");
+  setrlimit(RLIMIT_FSIZE, &old);
+  EXPECT_FALSE(ok);
   ASSERT_TRUE(driver.LastError().has_value());
   EXPECT_EQ(driver.LastError()->number(), kDiskFull);
   EXPECT_FALSE(driver.Stats().finished);
+  EXPECT_EQ(test::ReadFile(home_ / "out.csv"), "previous output\r\n");
+  EXPECT_EQ(test::Files(home_.path()),
+            (std::vector<std::string>{"log", "out", "out.csv", "qbsys.txt", "r.txt", "t.rdf"}));
 }
 
 TEST_F(ConvertTest, StopEndsTheRunAfterTheLinesPieces) {

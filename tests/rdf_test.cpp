@@ -104,8 +104,8 @@ TEST_F(EngineTest, LoadsPlainAndScrambledSamplesAlike) {
   }
 
   // The RDF's setting records were applied: "DL,comma" gives ",".
-  EXPECT_EQ(app_.Settings["delim"], ",");
-  EXPECT_EQ(app_.Settings["opfmt"], ".csv");
+  EXPECT_EQ(app_.Settings[Key::delim], ",");
+  EXPECT_EQ(app_.Settings[Key::opfmt], ".csv");
 
   // The scrambled copy gives the same tables.
   Engine scrambled(app_);
@@ -227,21 +227,21 @@ TEST_F(EngineTest, ReportLayoutComesFromIdentificationRules) {
 }
 
 TEST_F(EngineTest, RdfSettingsAreAppliedAndRestored) {
-  app_.Settings.Item("delim").Value = "|";
-  app_.Settings.Item("opfmt").Value = ".txt";
+  app_.Settings.Item(Key::delim).Value = "|";
+  app_.Settings.Item(Key::opfmt).Value = ".txt";
   app_.SnapshotSettings();
   ASSERT_TRUE(engine_.LoadRDF(Sample("ARAGE02.rdf"), ""));
-  EXPECT_EQ(app_.Settings["delim"], "tab");
-  EXPECT_EQ(app_.Settings["tqswt"], "1");
+  EXPECT_EQ(app_.Settings[Key::delim], "tab");
+  EXPECT_EQ(app_.Settings[Key::tqswt], "1");
   // The next RDF has only a heading record: the saved values come back first.
   ASSERT_TRUE(engine_.LoadRDF(Sample("ORDERS.rdf"), ""));
-  EXPECT_EQ(app_.Settings["delim"], "|");
-  EXPECT_EQ(app_.Settings["tqswt"], "0");
+  EXPECT_EQ(app_.Settings[Key::delim], "|");
+  EXPECT_EQ(app_.Settings[Key::tqswt], "0");
   EXPECT_FALSE(engine_.flags.SettingsRestore);
 }
 
 TEST_F(EngineTest, ReportProgramMustMatchTheRdf) {
-  app_.Settings.Item("pfset").Value = "Ledgerline Financials,1,1,8, ";
+  app_.Settings.Item(Key::pfset).Value = "Ledgerline Financials,1,1,8, ";
   ASSERT_TRUE(engine_.LoadRDF(Sample("ARAGE02.rdf"), Sample("ARAGE02.txt")));
   EXPECT_TRUE(ui_.messages.empty());  // "ARAGE02" occurs in "ARAGE02.RPT" cut at its dot
   ASSERT_TRUE(engine_.LoadRDF(Sample("ARAGE02.rdf"), Sample("GLDET01.txt")));
@@ -281,8 +281,8 @@ TEST_F(EngineTest, SavedRdfLoadsBackTheSame) {
   f.Find("fldFLD = 11");
   f.SetInt(F::fldDLB, 2);
   f.SetText(F::fldLAB, "[ Ship To ]");
-  app_.Settings.Item("delim").Value = ",";
-  app_.Settings.Item("rtype").Value = "Details Only";
+  app_.Settings.Item(Key::delim).Value = ",";
+  app_.Settings.Item(Key::rtype).Value = "Details Only";
   const auto saved = home_ / "saved.rdf";
   ASSERT_TRUE(engine_.BuildRDF(saved));
 
@@ -296,10 +296,10 @@ TEST_F(EngineTest, SavedRdfLoadsBackTheSame) {
             std::string::npos);
 
   Engine again(app_);
-  app_.Settings.Item("delim").Value = "|";
+  app_.Settings.Item(Key::delim).Value = "|";
   ASSERT_TRUE(again.LoadRDF(saved, Sample("ARINV01.txt")));
-  EXPECT_EQ(app_.Settings["delim"], ",");
-  EXPECT_EQ(app_.Settings["rtype"], "Details Only");
+  EXPECT_EQ(app_.Settings[Key::delim], ",");
+  EXPECT_EQ(app_.Settings[Key::rtype], "Details Only");
   Recordset& g = again.tables.rsFields;
   f.Sort("fldFLD");  // saving leaves the table in output order
   for (f.MoveFirst(), g.MoveFirst(); !f.IsEOF(); f.MoveNext(), g.MoveNext()) {

@@ -138,21 +138,21 @@ TEST(SettingsStore, LoadsThirteenKeysWithDefaultsInOrder) {
   for (int i = 0; i < 13; ++i) EXPECT_EQ(s.Item(i + 1).Name, names[i]);
   EXPECT_EQ(s.Item(1).Section, "qbpaths");
   EXPECT_EQ(s.Item(5).Section, "qbdefaults");
-  EXPECT_EQ(s["rptdir"], DefaultFolder());
-  EXPECT_EQ(s["pfset"], "Default - By Filename,0,1,1,.");
-  EXPECT_EQ(s["textq"], "\"");
-  EXPECT_EQ(s["delim"], "|");
-  EXPECT_EQ(s["opfmt"], ".txt");
-  EXPECT_EQ(s["rtype"], "All Records");
-  EXPECT_EQ(s["rmode"], "6");
+  EXPECT_EQ(s[Key::rptdir], DefaultFolder());
+  EXPECT_EQ(s[Key::pfset], "Default - By Filename,0,1,1,.");
+  EXPECT_EQ(s[Key::textq], "\"");
+  EXPECT_EQ(s[Key::delim], "|");
+  EXPECT_EQ(s[Key::opfmt], ".txt");
+  EXPECT_EQ(s[Key::rtype], "All Records");
+  EXPECT_EQ(s[Key::rmode], "6");
   EXPECT_FALSE(std::filesystem::exists(dir / "qbcfg.ini"));
 
   // File values win; a value over 199 characters is cut.
   WriteFile(dir / "qbcfg.ini",
             "[qbdefaults]\r\ndelim=,\r\n[qbpaths]\r\nrptdir=" + std::string(300, 'p') + "\r\n");
   s = LoadSettings(dir.path(), kSettingsFileName);
-  EXPECT_EQ(s["delim"], ",");
-  EXPECT_EQ(s["rptdir"], std::string(199, 'p'));
+  EXPECT_EQ(s[Key::delim], ",");
+  EXPECT_EQ(s[Key::rptdir], std::string(199, 'p'));
 }
 
 TEST(SettingsStore, KeysAreUniqueAndAddressable) {
@@ -162,11 +162,11 @@ TEST(SettingsStore, KeysAreUniqueAndAddressable) {
   EXPECT_THROW(keys.Add("DELIM", ",", "qbdefaults"), QbError);
   EXPECT_EQ(keys.Count(), 2);
   EXPECT_EQ(keys.Item(2).Value, "|");
-  EXPECT_EQ(keys.Item("Delim").Value, "|");
-  keys.Item("delim").Value = "tab";
-  EXPECT_EQ(keys["delim"], "tab");
+  EXPECT_EQ(keys.ItemNamed("Delim").Value, "|");
+  keys.Item(Key::delim).Value = "tab";
+  EXPECT_EQ(keys[Key::delim], "tab");
   EXPECT_THROW(keys.Item(3), QbError);
-  EXPECT_THROW(keys.Item("nokey"), QbError);
+  EXPECT_THROW(keys.ItemNamed("nokey"), QbError);
   keys.Remove(1);
   EXPECT_EQ(keys.Item(1).Name, "delim");
   keys.Remove("delim");
@@ -179,11 +179,11 @@ TEST(SettingsStore, SaveOptionsWritesOnlyItsThreeKeys) {
             "[qbpaths]\r\nrptdir=/file/reports\r\n[qbdefaults]\r\n; keep me\r\ndelim=;\r\n"
             "rmode=3\r\n");
   clsKeys s = LoadSettings(dir.path(), kSettingsFileName);
-  s.Item("rptdir").Value = "/memory/reports";  // changed in memory only
-  s.Item("delim").Value = "tab";
-  s.Item("pfset").Value = "Harbor Payroll,1,100,10,-";
-  s.Item("rmode").Value = "0";
-  s.Item("lmeth").Value = "3";
+  s.Item(Key::rptdir).Value = "/memory/reports";  // changed in memory only
+  s.Item(Key::delim).Value = "tab";
+  s.Item(Key::pfset).Value = "Harbor Payroll,1,100,10,-";
+  s.Item(Key::rmode).Value = "0";
+  s.Item(Key::lmeth).Value = "3";
   ASSERT_TRUE(SaveOptions(s, false, dir.path(), kSettingsFileName));
 
   EXPECT_EQ(ReadFile(dir / "qbcfg.ini"),
@@ -192,15 +192,15 @@ TEST(SettingsStore, SaveOptionsWritesOnlyItsThreeKeys) {
 
   // With the folders, rdfdir and rptdir follow.
   ASSERT_TRUE(SaveOptions(s, true, dir.path(), kSettingsFileName));
-  EXPECT_EQ(LoadSettings(dir.path(), kSettingsFileName)["rptdir"], "/memory/reports");
-  EXPECT_EQ(LoadSettings(dir.path(), kSettingsFileName)["delim"], ";");
+  EXPECT_EQ(LoadSettings(dir.path(), kSettingsFileName)[Key::rptdir], "/memory/reports");
+  EXPECT_EQ(LoadSettings(dir.path(), kSettingsFileName)[Key::delim], ";");
 }
 
 TEST(SettingsStore, SaveAllWritesEveryKeyUnderItsSection) {
   TempDir dir;
   clsKeys s = LoadSettings(dir.path(), kSettingsFileName);
-  s.Item("textq").Value = "\"";
-  s.Item("delim").Value = ",";
+  s.Item(Key::textq).Value = "\"";
+  s.Item(Key::delim).Value = ",";
   ASSERT_TRUE(SaveAllSettings(s, dir.path(), kSettingsFileName));
   clsKeys back = LoadSettings(dir.path(), kSettingsFileName);
   for (int i = 1; i <= 13; ++i) {
@@ -326,11 +326,11 @@ TEST(Application, StartUpNeedsTheSystemsList) {
   WriteFile(dir / "qbcfg.ini",
             "[qbdefaults]\r\ndelim=tab\r\n[qbpaths]\r\nlogdir=" + dir.path().string() + "\r\n");
   ASSERT_TRUE(app.ResetForm());
-  EXPECT_EQ(app.Settings["delim"], "tab");
-  EXPECT_EQ(app.SavedSettings["delim"], "tab");
+  EXPECT_EQ(app.Settings[Key::delim], "tab");
+  EXPECT_EQ(app.SavedSettings[Key::delim], "tab");
   EXPECT_EQ(app.Systems.Count(), 1);
-  app.Settings.Item("delim").Value = ",";
-  EXPECT_EQ(app.SavedSettings["delim"], "tab");  // a snapshot, not a view
+  app.Settings.Item(Key::delim).Value = ",";
+  EXPECT_EQ(app.SavedSettings[Key::delim], "tab");  // a snapshot, not a view
 
   // Choosing a report clears its per-report log and writes nothing to it.
   WriteFile(dir / "ARAGING.log", "old");

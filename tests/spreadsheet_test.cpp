@@ -3,8 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include "output/spreadsheet_sink.h"
 #include "run/run_driver.h"
-#include "run/spreadsheet_output.h"
 #include "tests/engine_fixture.h"
 
 namespace qb {
@@ -42,44 +42,50 @@ class SpreadsheetTest : public test::EngineTest {
   std::unique_ptr<RunDriver> ConvertXls(const std::string& report, const char* mode, bool* ok) {
     WriteFile(home_ / "r.txt", report);
     EXPECT_TRUE(engine_.LoadRDF(home_ / "t.rdf", home_ / "r.txt"));
-    app_.Settings.Item("opfmt").Value = ".xls";
-    app_.Settings.Item("rmode").Value = mode;
-    app_.Settings.Item("outdir").Value = home_.path().string();
-    auto driver = std::make_unique<RunDriver>(engine_);
-    *ok =
-        driver->Run(home_ / "r.txt", home_ / "out.xls") && driver->RunEnd(home_ / "out.xls", false);
+    app_.Settings.Item(Key::opfmt).Value = ".xls";
+    app_.Settings.Item(Key::rmode).Value = mode;
+    app_.Settings.Item(Key::outdir).Value = home_.path().string();
+    auto driver = std::make_unique<RunDriver>(engine_, ParseOutputOptions(app_.Settings));
+    *ok = driver->Run(home_ / "r.txt", home_ / "out.xls");
     return driver;
   }
 };
 
+// A paste-mode sink over two columns of `types`, writing home/out.xls.
+std::unique_ptr<SpreadsheetRun> PasteSink(const RunLog& log, const std::filesystem::path& home,
+                                          std::vector<std::string> types, int mode) {
+  OutputOptions options;
+  options.format = OutputFormat::Xls;
+  options.delimiter = "\t";
+  options.bufferMode = mode;
+  return std::make_unique<SpreadsheetRun>(
+      options, OutputTarget{home / "out.xls", home, std::move(types), "Rows", &log});
+}
+
 TEST_F(SpreadsheetTest, BlocksArePastedEveryModeRowsAndTheRestAtTheEnd) {
-  RunState state;
-  SpreadsheetRun run(engine_, state, {"c", "n"}, 3);
-  ASSERT_TRUE(run.CreateSheet());
+  auto run = PasteSink(app_.Log(), home_.path(), {"c", "n"}, 3);
   std::vector<std::string_view> labels{"Code", "Amount"};
+  run->Header(labels);
   std::vector<int> usedAfter;
+  ValueBuffer code, amount;
+  amount.assign("1.5");
+  const std::vector<const ValueBuffer*> values{&code, &amount};
   for (int k = 1; k <= 7; ++k) {
-    state.LinesWritten = k;
-    state.LastWriteFlag = k == 7;  // the 7th row comes with the final write
-    if (k == 1) run.Write({labels, "", true});
-    const std::string code = "R" + std::to_string(k);
-    std::vector<std::string_view> values{code, "1.5"};
-    const std::string joined = code + "\t1.5";
-    run.Write({values, joined, false});
-    usedAfter.push_back(run.Sheet()->UsedRows());
+    code.assign("R" + std::to_string(k));
+    run->Row(values);
+    if (k == 7) run->EndOfRows();  // the 7th row comes with the final write
+    usedAfter.push_back(run->Sheet()->UsedRows());
   }
   // Rows 2-4 land with the 3rd row, 5-7 with the 6th, row 8 alone in the final call.
   EXPECT_EQ(usedAfter, (std::vector<int>{1, 1, 4, 4, 4, 7, 8}));
-  EXPECT_EQ(run.Sheet()->Data().rows[7][1].number, 1.5);
+  EXPECT_EQ(run->Sheet()->Data().rows[7][1].number, 1.5);
 
   // A value holding a Tab spills out of the pasted range: "Match Error."
-  SpreadsheetRun tabbed(engine_, state, {"c", "c"}, 1);
-  ASSERT_TRUE(tabbed.CreateSheet());
-  state.LinesWritten = 1;
-  state.LastWriteFlag = false;
-  std::vector<std::string_view> values{"a\tb", "c"};
+  auto tabbed = PasteSink(app_.Log(), home_.path(), {"c", "c"}, 1);
+  code.assign("a\tb");
+  amount.assign("c");
   try {
-    tabbed.Write({values, "a\tb\tc", false});
+    tabbed->Row(values);
     FAIL() << "no error";
   } catch (const QbError& e) {
     EXPECT_EQ(e.number(), 521);

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <deque>
@@ -91,6 +92,16 @@ inline std::string ReadFile(const std::filesystem::path& p) {
 }
 
 // The lines of a file, without their CR LF or LF.
+// The names in a folder (hidden ones too), sorted: to see that nothing was left behind.
+inline std::vector<std::string> Files(const std::filesystem::path& folder) {
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+    names.push_back(entry.path().filename().string());
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
 inline std::vector<std::string> ReadLines(const std::filesystem::path& p) {
   std::vector<std::string> lines;
   std::istringstream in(ReadFile(p));

@@ -126,7 +126,7 @@ TEST_F(WindowTest, ChoosingFilesSetsSettingsLoadsTheRdfAndEnablesRun) {
   QTest::mouseClick(Find<QPushButton>("btnReport"), Qt::LeftButton);
   EXPECT_EQ(dialogs_.lastTitle, "Select a Report to Process ...");
   EXPECT_TRUE(dialogs_.lastFilters.startsWith("All Files (*.*);;Text files (*.txt);;PDF files"));
-  EXPECT_EQ(window_->app().Settings["rptdir"], kSamples.string());
+  EXPECT_EQ(window_->app().Settings[Key::rptdir], kSamples.string());
   EXPECT_FALSE(std::filesystem::exists(home_ / "ARINV01.log"));
   EXPECT_NE(Log().find("Report-Click          --- " + (kSamples / "ARINV01.txt").string()),
             std::string::npos);
@@ -136,12 +136,12 @@ TEST_F(WindowTest, ChoosingFilesSetsSettingsLoadsTheRdfAndEnablesRun) {
   EXPECT_EQ(Find<QComboBox>("cboDelimiter")->currentText(), ",");  // the RDF's "DL,comma"
 
   // The output picker opens on the type's filter; the extension sets the type.
-  window_->app().Settings.Item("opfmt").Value = ".xls";
+  window_->app().Settings.Item(Key::opfmt).Value = ".xls";
   dialogs_.files = {QString::fromStdString((home_ / "out.csv").string())};
   QTest::mouseClick(Find<QPushButton>("btnOutput"), Qt::LeftButton);
   EXPECT_EQ(dialogs_.lastSelected, 3);
-  EXPECT_EQ(window_->app().Settings["opfmt"], ".csv");
-  EXPECT_EQ(window_->app().Settings["outdir"], home_.path().string());
+  EXPECT_EQ(window_->app().Settings[Key::opfmt], ".csv");
+  EXPECT_EQ(window_->app().Settings[Key::outdir], home_.path().string());
   EXPECT_TRUE(run->isEnabled());
 
   // A cancelled picker changes nothing.
@@ -171,7 +171,7 @@ TEST_F(WindowTest, TypedNamesAreCheckedOnLeavingTheBox) {
   EXPECT_EQ(dialogs_.shown[0].title, "File Not Found");
   EXPECT_EQ(dialogs_.shown[0].icon, MessageIcon::Critical);
   EXPECT_TRUE(box->hasFocus());
-  EXPECT_NE(window_->app().Settings["rptdir"], "/no/such");
+  EXPECT_NE(window_->app().Settings[Key::rptdir], "/no/such");
 
   auto* out = typeAndLeave("txtOfile", "/no/folder/x.csv");
   ASSERT_EQ(dialogs_.shown.size(), 2u);
@@ -265,7 +265,7 @@ TEST_F(BigRunTest, CancelKeepsTheRowsSoFar) {
   QTest::mouseClick(Find<QPushButton>("btnCancel"), Qt::LeftButton);
   WaitForRun();
   EXPECT_EQ(Find<QLabel>("lblStatus")->text(), "** Cancelled **");
-  const RunStats& stats = window_->Driver()->Stats();
+  const RunStats& stats = window_->Job()->Stats();
   EXPECT_TRUE(stats.cancelled);
   EXPECT_GT(stats.linesWritten, 0);
   EXPECT_LT(stats.linesProcessed, kLines);
@@ -279,14 +279,14 @@ TEST_F(BigRunTest, ExitDuringARunCancelsItAndThenCloses) {
   EXPECT_TRUE(window_->isVisible());  // not yet: the run ends first
   WaitForRun();
   EXPECT_FALSE(window_->isVisible());
-  EXPECT_TRUE(window_->Driver()->Stats().cancelled);
+  EXPECT_TRUE(window_->Job()->Stats().cancelled);
   EXPECT_NE(Log().find("Quillbrook            --- Closed..."), std::string::npos);
 }
 
 TEST_F(WindowTest, ConfigurationOptionsSavesOnlyItsKeys) {
   ASSERT_TRUE(window_->Startup());
   Application& app = window_->app();
-  app.Settings.Item("delim").Value = "tab";  // changed in memory only
+  app.Settings.Item(Key::delim).Value = "tab";  // changed in memory only
   {
     ConfigOptionsDialog dialog(app, dialogs_);
     auto* system = dialog.findChild<QComboBox*>("cboSystem");
@@ -326,7 +326,7 @@ TEST_F(WindowTest, ConfigurationOptionsSavesOnlyItsKeys) {
 TEST_F(WindowTest, SaveCurrentSettingsWritesEveryKey) {
   ASSERT_TRUE(window_->Startup());
   Application& app = window_->app();
-  app.Settings.Item("exswt").Value = "0";
+  app.Settings.Item(Key::exswt).Value = "0";
   CurrentSettingsDialog dialog(app, dialogs_);
   EXPECT_EQ(dialog.findChild<QLineEdit*>("txtExcelSwitch")->text(), "no");
   EXPECT_EQ(dialog.findChild<QLineEdit*>("txtRecType")->text(), "All Records");
@@ -335,7 +335,7 @@ TEST_F(WindowTest, SaveCurrentSettingsWritesEveryKey) {
   EXPECT_EQ(dialogs_.shown[0].text, "Current Settings Saved");
   EXPECT_EQ(dialogs_.shown[0].title, "Settings Saved");
   const clsKeys saved = LoadSettings(home_.path(), kSettingsFileName);
-  for (const clsKey& k : app.Settings) EXPECT_EQ(saved[k.Name], k.Value) << k.Name;
+  for (const clsKey& k : app.Settings) EXPECT_EQ(saved.ItemNamed(k.Name).Value, k.Value) << k.Name;
   EXPECT_NE(ReadFile(home_ / "qbcfg.ini").find("exswt=0"), std::string::npos);
 }
 

@@ -125,7 +125,7 @@ MainWindow::MainWindow(const std::filesystem::path& programFolder, Dialogs& dial
 
 MainWindow::~MainWindow() {
   if (worker_.joinable()) {
-    if (driver_) driver_->State().CancelFlag = true;
+    if (job_) job_->Abandon();
     worker_.join();
   }
 }
@@ -343,7 +343,7 @@ void MainWindow::BuildMenus() {
 
 void MainWindow::ConnectSignals() {
   auto pick = [this](QLineEdit* box, const char* title, const char* filters, int selected,
-                     const char* folderKey, bool save, void (MainWindow::*choose)(const QString&)) {
+                     Key folderKey, bool save, void (MainWindow::*choose)(const QString&)) {
     QString folder = Q(app_->Settings[folderKey]);
     if (QFileInfo::exists(box->text())) folder = box->text();  // open on the file already named
     const QString path = save
@@ -352,37 +352,37 @@ void MainWindow::ConnectSignals() {
     if (!path.isEmpty()) (this->*choose)(path);  // a cancelled picker changes nothing
   };
   connect(btnReport_, &QPushButton::clicked, this, [this, pick] {
-    pick(txtRfile_, "Select a Report to Process ...", kReportFilters, 1, "rptdir", false,
+    pick(txtRfile_, "Select a Report to Process ...", kReportFilters, 1, Key::rptdir, false,
          &MainWindow::ChooseReport);
   });
   connect(btnRDF_, &QPushButton::clicked, this, [this, pick] {
-    pick(txtDfile_, "Select a Report Description File ...", kRdfFilters, 1, "rdfdir", false,
+    pick(txtDfile_, "Select a Report Description File ...", kRdfFilters, 1, Key::rdfdir, false,
          &MainWindow::ChooseRdf);
   });
   connect(btnOutput_, &QPushButton::clicked, this, [this, pick] {
-    const std::string& type = app_->Settings["opfmt"];
+    const std::string& type = app_->Settings[Key::opfmt];
     pick(txtOfile_, "Select an Output File ...", kOutputFilters,
          type == ".csv"   ? 2
          : type == ".xls" ? 3
                           : 1,
-         "outdir", true, &MainWindow::ChooseOutput);
+         Key::outdir, true, &MainWindow::ChooseOutput);
   });
   for (QLineEdit* box : {txtRfile_, txtDfile_, txtOfile_}) {
     connect(box, &QLineEdit::editingFinished, this, [this, box] { LeaveBox(box); });
   }
   connect(cboDelimiter_, &QComboBox::currentTextChanged, this,
-          [this](const QString& t) { app_->Settings.Item("delim").Value = S(t); });
+          [this](const QString& t) { app_->Settings.Item(Key::delim).Value = S(t); });
   connect(cboTextQualifier_, &QComboBox::currentTextChanged, this,
-          [this](const QString& t) { app_->Settings.Item("textq").Value = S(t); });
+          [this](const QString& t) { app_->Settings.Item(Key::textq).Value = S(t); });
   connect(cboRecordType_, &QComboBox::currentTextChanged, this,
-          [this](const QString& t) { app_->Settings.Item("rtype").Value = S(t); });
+          [this](const QString& t) { app_->Settings.Item(Key::rtype).Value = S(t); });
   connect(chkTextQualifier_, &QCheckBox::toggled, this,
-          [this](bool on) { app_->Settings.Item("tqswt").Value = on ? "1" : "0"; });
+          [this](bool on) { app_->Settings.Item(Key::tqswt).Value = on ? "1" : "0"; });
   connect(chkLaunchExcel_, &QCheckBox::toggled, this,
-          [this](bool on) { app_->Settings.Item("exswt").Value = on ? "1" : "0"; });
+          [this](bool on) { app_->Settings.Item(Key::exswt).Value = on ? "1" : "0"; });
   connect(btnRun_, &QPushButton::clicked, this, [this] { Run(); });
   connect(btnCancel_, &QPushButton::clicked, this, [this] {
-    if (driver_) driver_->State().CancelFlag = true;
+    if (job_) job_->Cancel();
   });
   auto move = [this](int step) {
     const QModelIndex current = dgdFields_->currentIndex();
@@ -434,14 +434,14 @@ void MainWindow::LeaveBox(QLineEdit* box) {
 
 void MainWindow::ChooseReport(const QString& path) {
   const QFileInfo info(path);
-  app_->Settings.Item("rptdir").Value = S(info.absolutePath());
+  app_->Settings.Item(Key::rptdir).Value = S(info.absolutePath());
   app_->SetReportLogFile(S(info.absoluteFilePath()));
   app_->Log().WriteLog("Report-Click", S(info.absoluteFilePath()));
   pdfReport_ = info.suffix() == "pdf";  // lower case only: REPORT.PDF is read as text
   txtRfile_->setText(info.absoluteFilePath());
   try {
-    const clsSystem system = ParseSystemEntry(app_->Settings["pfset"], "ChooseReport");
-    if (auto rdf = FindRdf(S(info.absoluteFilePath()), system, app_->Settings["rdfdir"])) {
+    const clsSystem system = ParseSystemEntry(app_->Settings[Key::pfset], "ChooseReport");
+    if (auto rdf = FindRdf(S(info.absoluteFilePath()), system, app_->Settings[Key::rdfdir])) {
       txtDfile_->setText(Q(rdf->string()));
       LoadRdf(txtDfile_->text());
     }
@@ -453,7 +453,7 @@ void MainWindow::ChooseReport(const QString& path) {
 
 void MainWindow::ChooseRdf(const QString& path) {
   const QFileInfo info(path);
-  app_->Settings.Item("rdfdir").Value = S(info.absolutePath());
+  app_->Settings.Item(Key::rdfdir).Value = S(info.absolutePath());
   txtDfile_->setText(info.absoluteFilePath());
   LoadRdf(txtDfile_->text());
   UpdateRunButton();
@@ -462,8 +462,8 @@ void MainWindow::ChooseRdf(const QString& path) {
 void MainWindow::ChooseOutput(const QString& path) {
   const QFileInfo info(path);
   txtOfile_->setText(info.absoluteFilePath());
-  app_->Settings.Item("outdir").Value = S(info.absolutePath());
-  if (!info.suffix().isEmpty()) app_->Settings.Item("opfmt").Value = "." + S(info.suffix());
+  app_->Settings.Item(Key::outdir).Value = S(info.absolutePath());
+  if (!info.suffix().isEmpty()) app_->Settings.Item(Key::opfmt).Value = "." + S(info.suffix());
   UpdateRunButton();
 }
 
@@ -478,11 +478,11 @@ void MainWindow::ShowSettings() {
   const clsKeys& s = app_->Settings;
   const QSignalBlocker b1(cboDelimiter_), b2(cboTextQualifier_), b3(cboRecordType_),
       b4(chkTextQualifier_), b5(chkLaunchExcel_);
-  cboDelimiter_->setCurrentText(Q(s["delim"]));
-  cboTextQualifier_->setCurrentText(Q(s["textq"]));
-  cboRecordType_->setCurrentText(Q(s["rtype"]));
-  chkTextQualifier_->setChecked(s["tqswt"] == "1");
-  chkLaunchExcel_->setChecked(s["exswt"] == "1");
+  cboDelimiter_->setCurrentText(Q(s[Key::delim]));
+  cboTextQualifier_->setCurrentText(Q(s[Key::textq]));
+  cboRecordType_->setCurrentText(Q(s[Key::rtype]));
+  chkTextQualifier_->setChecked(s[Key::tqswt] == "1");
+  chkLaunchExcel_->setChecked(s[Key::exswt] == "1");
 }
 
 void MainWindow::UpdateRunButton() {
@@ -491,28 +491,32 @@ void MainWindow::UpdateRunButton() {
 }
 
 void MainWindow::SetOutputType(const QString& extension) {
-  app_->Settings.Item("opfmt").Value = S(extension);
+  app_->Settings.Item(Key::opfmt).Value = S(extension);
   if (!txtOfile_->text().isEmpty()) {
     const QFileInfo info(txtOfile_->text());
     txtOfile_->setText(info.absolutePath() + "/" + info.completeBaseName() + extension);
   }
 }
 
+// The run goes on a worker thread with a job of its own: a copy of the loaded RDF with the
+// grid's choices as they are now, and of the settings. The grid stays this thread's.
 void MainWindow::Run() {
   if (running_) return;
-  driver_ = std::make_unique<RunDriver>(*engine_);
-  const std::filesystem::path report = S(txtRfile_->text()), rdf = S(txtDfile_->text()),
-                              output = S(txtOfile_->text());
-  if (driver_->CheckRun(report, rdf, output) != RunDriver::Check::Ready) return;
+  JobRequest request;
+  request.report = S(txtRfile_->text());
+  request.rdf = S(txtDfile_->text());
+  request.output = S(txtOfile_->text());
+  request.launch = app_->Settings[Key::exswt] == "1";
+  try {
+    job_ = std::make_unique<ConversionJob>(*app_, *ui_, *engine_, std::move(request));
+  } catch (const JobError& e) {
+    dialogs_.message(this, Q(e.what()), "Quillbrook", MessageIcon::Exclamation);
+    return;
+  }
+  if (job_->Check() != RunDriver::Check::Ready) return;
   StartOfRun();
-  const bool launch = app_->Settings["exswt"] == "1";
-  worker_ = std::thread([this, report, output, launch] {
-    bool ok = driver_->Run(report, output);
-    if (exitRequested_) {
-      driver_->DiscardTurboFile();
-    } else {
-      ok = driver_->RunEnd(output, launch) && ok;
-    }
+  worker_ = std::thread([this, job = job_.get()] {
+    const bool ok = job->Run();
     QMetaObject::invokeMethod(this, [this, ok] { RunEnd(ok); });
   });
 }
@@ -546,7 +550,7 @@ void MainWindow::SetProgress(int percent) {
 
 void MainWindow::RunEnd(bool ok) {
   worker_.join();
-  const RunStats& stats = driver_->Stats();
+  const RunStats& stats = job_->Stats();
   if (stats.finished) {
     lblRunTime_->setText(Q(stats.RunTimeText()));
     lblLinesWritten_->setText(Q(stats.LinesWrittenText()));
@@ -586,7 +590,7 @@ void MainWindow::changeEvent(QEvent* event) {
 void MainWindow::closeEvent(QCloseEvent* event) {
   if (running_) {  // Exit during a run cancels it; the window closes when the run has ended
     exitRequested_ = true;
-    driver_->State().CancelFlag = true;
+    job_->Abandon();
     event->ignore();
     return;
   }
@@ -606,7 +610,7 @@ void MainWindow::NewForm() {
 
 void MainWindow::SaveRdfAs() {
   QString path = dialogs_.saveFile(this, "Save RDF As ...", QtFilters(kRdfFilters), 1,
-                                   Q(app_->Settings["rdfdir"]));
+                                   Q(app_->Settings[Key::rdfdir]));
   if (path.isEmpty()) return;
   if (QFileInfo(path).suffix().isEmpty()) path += ".rdf";
   if (!engine_->BuildRDF(S(path))) return;  // the error was shown and logged

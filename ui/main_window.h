@@ -1,8 +1,9 @@
 #pragma once
 // frmqbuia, the main window: the report, RDF and output boxes with their pickers and
 // checks, the file settings, the output-fields grid, the menus, and runs with progress,
-// Cancel and the statistics. A run goes on a worker thread; the window stays responsive and
-// the engine's messages come back to this thread.
+// Cancel and the statistics. A run is a ConversionJob on a worker thread with its own copy
+// of the RDF and settings; the window stays responsive and the engine's messages come back
+// to this thread.
 
 #include <QMainWindow>
 #include <atomic>
@@ -12,7 +13,7 @@
 #include <thread>
 
 #include "engine/engine.h"
-#include "run/run_driver.h"
+#include "run/conversion_job.h"
 #include "settings/application.h"
 #include "ui/dialogs.h"
 
@@ -48,7 +49,8 @@ class MainWindow final : public QMainWindow {
   // The Run button. The run finishes on its own; runFinished() follows.
   void Run();
   bool RunActive() const { return running_; }
-  RunDriver* Driver() const { return driver_.get(); }
+  // The last run's job, or null before the first run.
+  ConversionJob* Job() const { return job_.get(); }
   Application& app() { return *app_; }
   Engine& engine() { return *engine_; }
 
@@ -84,11 +86,11 @@ class MainWindow final : public QMainWindow {
   std::unique_ptr<WindowUI> ui_;
   std::unique_ptr<Application> app_;
   std::unique_ptr<Engine> engine_;
-  std::unique_ptr<RunDriver> driver_;
+  std::unique_ptr<ConversionJob> job_;
   std::unique_ptr<FieldsModel> model_;
   std::thread worker_;
   bool running_ = false;
-  bool exitRequested_ = false;
+  bool exitRequested_ = false;  // Exit during a run: close when it has ended
   bool pdfReport_ = false;
   std::chrono::steady_clock::time_point runStart_;
   QString remembered_;  // a box's text when it got the focus

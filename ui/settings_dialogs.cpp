@@ -72,12 +72,12 @@ ConfigOptionsDialog::ConfigOptionsDialog(Application& app, Dialogs& dialogs, QWi
   layout->addLayout(buttons);
 
   // Show the settings.
-  const std::string& pfset = app_.Settings["pfset"];
+  const std::string& pfset = app_.Settings[Key::pfset];
   cboSystem_->setCurrentIndex(-1);
   if (!pfset.empty())
     cboSystem_->setCurrentIndex(cboSystem_->findText(Q(pfset.substr(0, pfset.find(',')))));
-  cboLaunch_->setCurrentText(Q(app_.Settings["lmeth"]));
-  cboBuffer_->setCurrentText(Q(app_.Settings["rmode"]));
+  cboLaunch_->setCurrentText(Q(app_.Settings[Key::lmeth]));
+  cboBuffer_->setCurrentText(Q(app_.Settings[Key::rmode]));
   btnSave_->setEnabled(false);
   heading->show();
   if (cboSystem_->currentText().isEmpty()) fraExcelSettings_->hide();
@@ -94,9 +94,9 @@ ConfigOptionsDialog::ConfigOptionsDialog(Application& app, Dialogs& dialogs, QWi
 void ConfigOptionsDialog::Save() {
   const int chosen = cboSystem_->currentIndex();
   if (chosen < 0) return;  // no system chosen: nothing is written
-  app_.Settings.Item("lmeth").Value = cboLaunch_->currentText().toStdString();
-  app_.Settings.Item("rmode").Value = cboBuffer_->currentText().toStdString();
-  app_.Settings.Item("pfset").Value = systems_.Item(chosen + 1).PfsetText();
+  app_.Settings.Item(Key::lmeth).Value = cboLaunch_->currentText().toStdString();
+  app_.Settings.Item(Key::rmode).Value = cboBuffer_->currentText().toStdString();
+  app_.Settings.Item(Key::pfset).Value = systems_.Item(chosen + 1).PfsetText();
   SaveOptions(app_.Settings, false, app_.ProgramFolder(), kSettingsFileName);
   app_.SnapshotSettings();
   btnSave_->setEnabled(false);
@@ -124,15 +124,15 @@ CurrentSettingsDialog::CurrentSettingsDialog(Application& app, Dialogs& dialogs,
     const char* box;
     QString value;
   } rows[] = {
-      {"Report Path:", "txtRptdir", Q(s["rptdir"])},
-      {"RDF Path:", "txtRDFdir", Q(s["rdfdir"])},
-      {"Output Path:", "txtOutdir", Q(s["outdir"])},
-      {"Launch Excel:", "txtExcelSwitch", yesNo(s["exswt"])},
-      {"Use Text Qualifier:", "txtTQSwitch", yesNo(s["tqswt"])},
-      {"Output File Type:", "txtOutputType", Q(s["opfmt"])},
-      {"Delimiter:", "txtDelimiter", Q(s["delim"])},
-      {"Write:", "txtRecType", Q(s["rtype"])},
-      {"Text Qualifier:", "txtTQ", Q(s["textq"])},
+      {"Report Path:", "txtRptdir", Q(s[Key::rptdir])},
+      {"RDF Path:", "txtRDFdir", Q(s[Key::rdfdir])},
+      {"Output Path:", "txtOutdir", Q(s[Key::outdir])},
+      {"Launch Excel:", "txtExcelSwitch", yesNo(s[Key::exswt])},
+      {"Use Text Qualifier:", "txtTQSwitch", yesNo(s[Key::tqswt])},
+      {"Output File Type:", "txtOutputType", Q(s[Key::opfmt])},
+      {"Delimiter:", "txtDelimiter", Q(s[Key::delim])},
+      {"Write:", "txtRecType", Q(s[Key::rtype])},
+      {"Text Qualifier:", "txtTQ", Q(s[Key::textq])},
   };
   for (const auto& row : rows) {
     auto* box = new QLineEdit(row.value, this);

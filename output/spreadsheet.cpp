@@ -1,4 +1,4 @@
-#include "run/spreadsheet.h"
+#include "output/spreadsheet.h"
 
 #include <algorithm>
 #include <charconv>

@@ -1,4 +1,4 @@
-#include "run/xls_writer.h"
+#include "output/xls_writer.h"
 
 #include <gsf/gsf-outfile-msole.h>
 #include <gsf/gsf-outfile.h>

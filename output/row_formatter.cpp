@@ -1,4 +1,4 @@
-#include "engine/row_formatter.h"
+#include "output/row_formatter.h"
 
 #include <array>
 #include <bit>
@@ -89,6 +89,18 @@ RowFormatter::RowFormatter(OutputFormat format, std::string delimiter, std::stri
                         csv || c.text ? textKind : Kind::Plain});
   }
 }
+
+namespace {
+std::vector<RowFormatter::Column> KindsOf(std::span<const std::string> typeCodes) {
+  std::vector<RowFormatter::Column> kinds;
+  for (const std::string& code : typeCodes) kinds.push_back(RowFormatter::KindOf(code));
+  return kinds;
+}
+}  // namespace
+
+RowFormatter::RowFormatter(const OutputOptions& options, std::span<const std::string> typeCodes)
+    : RowFormatter(options.format, options.delimiter, options.qualifier, options.qualify,
+                   KindsOf(typeCodes)) {}
 
 void RowFormatter::Clean(std::vector<std::string_view>& values) {
   for (size_t c = 0; c < values.size() && c < columns_.size(); ++c) {

@@ -1,4 +1,4 @@
-#include "engine/output_sink.h"
+#include "base/buffered_file.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -13,36 +13,36 @@ namespace {
 constexpr size_t kBufferSize = 1 << 20;
 }
 
-TextFileSink::TextFileSink(const std::filesystem::path& path, std::string_view source)
+BufferedFile::BufferedFile(const std::filesystem::path& path, std::string_view source)
     : path_(path), source_(source) {
   fd_ = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
   if (fd_ < 0) throw ErrorFromErrno(errno, source_).at(path_);
   buffer_.resize(kBufferSize);
 }
 
-TextFileSink::~TextFileSink() {
+BufferedFile::~BufferedFile() {
   if (fd_ >= 0) ::close(fd_);
 }
 
-void TextFileSink::Write(const OutputRow& row) {
-  char* p = Reserve(Cursor(), row.joined.size() + 2);
-  if (!row.joined.empty()) {  // an empty line may have no data pointer at all
-    std::memcpy(p, row.joined.data(), row.joined.size());
+void BufferedFile::WriteLine(std::string_view line) {
+  char* p = Reserve(Cursor(), line.size() + 2);
+  if (!line.empty()) {  // an empty line may have no data pointer at all
+    std::memcpy(p, line.data(), line.size());
   }
-  p += row.joined.size();
+  p += line.size();
   *p++ = '\r';
   *p++ = '\n';
   Commit(p);
 }
 
-char* TextFileSink::MakeRoom(char* cursor, size_t n) {
+char* BufferedFile::MakeRoom(char* cursor, size_t n) {
   Commit(cursor);
   flush();
   if (n > buffer_.size()) buffer_.resize(n);
   return Cursor();
 }
 
-void TextFileSink::flush() {
+void BufferedFile::flush() {
   std::string_view data(buffer_.data(), used_);
   while (!data.empty()) {
     ssize_t n = ::write(fd_, data.data(), data.size());
@@ -55,7 +55,7 @@ void TextFileSink::flush() {
   used_ = 0;
 }
 
-void TextFileSink::Close() {
+void BufferedFile::Close() {
   if (fd_ < 0) return;
   flush();
   int fd = fd_;

@@ -7,12 +7,13 @@
 // (Clean, Join), which live in this formatter's own buffers.
 
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "base/bytes.h"
-#include "engine/output_sink.h"
+#include "output/output_options.h"
 
 namespace qb {
 
@@ -26,6 +27,14 @@ class RowFormatter {
   RowFormatter() = default;
   RowFormatter(OutputFormat format, std::string delimiter, std::string qualifier, bool qualify,
                std::vector<Column> columns);
+  // The formatting of a run's rows: its options, and columns of these type codes.
+  RowFormatter(const OutputOptions& options, std::span<const std::string> typeCodes);
+
+  // How a column of type `code` is written: "n..." cleaned up, "c", "r" and "w..." as text.
+  static Column KindOf(std::string_view code) {
+    return {!code.empty() && code.front() == 'n',
+            code == "c" || code == "r" || (!code.empty() && code.front() == 'w')};
+  }
 
   // The most bytes PutColumn can write for `value`: every character doubled by qualifying,
   // two qualifiers and the delimiter, and a copy block of slack that lets the value be

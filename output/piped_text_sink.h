@@ -12,28 +12,35 @@
 #include <thread>
 #include <vector>
 
+#include "base/buffered_file.h"
+#include "base/bytes.h"
 #include "base/errors.h"
-#include "engine/output_sink.h"
-#include "engine/row_formatter.h"
+#include "output/row_formatter.h"
 
 namespace qb {
 
-class PipedTextSink final : public OutputSink {
+class PipedTextSink {
  public:
   // Creates the file (replacing one of that name) and starts the writer. Throws QbError
   // naming `source`.
   PipedTextSink(const std::filesystem::path& path, std::string_view source, RowFormatter formatter);
   // Stops the writer. Rows not yet written are dropped: only a failed run gets here without
   // Close.
-  ~PipedTextSink() override;
+  ~PipedTextSink();
+  PipedTextSink(const PipedTextSink&) = delete;
+  PipedTextSink& operator=(const PipedTextSink&) = delete;
 
-  // Copies the row's values for the writer. Throws the QbError writing the file failed with.
-  void Write(const OutputRow& row) override;
-  // The same for a record's values, copied straight from where the run keeps them.
-  void WriteValues(std::span<const ValueBuffer* const> values) override;
+  // Each of these copies a row for the writer, and throws the QbError that writing the file
+  // failed with, if it has. The header's labels:
+  void Labels(std::span<const std::string_view> labels);
+  // A record's values, copied straight from where the run keeps them:
+  void Values(std::span<const ValueBuffer* const> values);
+  // An empty line:
+  void EmptyLine();
   // Waits until every row is written, then closes the file. Throws QbError on failure.
-  void Close() override;
-  bool WantsRawValues() const override { return true; }
+  void Close();
+  // Stops the writer and closes the file; rows not yet written are dropped.
+  void Abandon() noexcept { Stop(/*drop=*/true); }
 
  private:
   struct Batch {
@@ -48,7 +55,7 @@ class PipedTextSink final : public OutputSink {
   void WriterLoop();
   void WriteBatch(const Batch& batch);
 
-  TextFileSink file_;
+  BufferedFile file_;
   const RowFormatter formatter_;
 
   std::mutex mutex_;

@@ -1,4 +1,4 @@
-#include "engine/piped_text_sink.h"
+#include "output/piped_text_sink.h"
 
 #include <cstdint>
 #include <cstring>
@@ -60,24 +60,27 @@ char* PipedTextSink::Room(size_t need) {
   return current_->data.get() + current_->used;
 }
 
-void PipedTextSink::Write(const OutputRow& row) {
-  const bool empty = row.columns.empty() && !row.header;
+void PipedTextSink::Labels(std::span<const std::string_view> labels) {
   size_t bytes = 0;
-  for (std::string_view v : row.columns) bytes += v.size();
-  char* p = Room(empty ? 1 : 1 + 8 + 4 * row.columns.size() + bytes);
-  *p++ = empty ? kEmptyLine : row.header ? kLabels : kValues;
-  if (!empty) {
-    p = PutU32(p, static_cast<uint32_t>(row.columns.size()));
-    p = PutU32(p, static_cast<uint32_t>(bytes));
-    for (std::string_view v : row.columns) {
-      p = PutU32(p, static_cast<uint32_t>(v.size()));
-      p = CopyBytes(p, v.data(), v.size());
-    }
+  for (std::string_view v : labels) bytes += v.size();
+  char* p = Room(1 + 8 + 4 * labels.size() + bytes);
+  *p++ = kLabels;
+  p = PutU32(p, static_cast<uint32_t>(labels.size()));
+  p = PutU32(p, static_cast<uint32_t>(bytes));
+  for (std::string_view v : labels) {
+    p = PutU32(p, static_cast<uint32_t>(v.size()));
+    p = CopyBytes(p, v.data(), v.size());
   }
   current_->used = static_cast<size_t>(p - current_->data.get());
 }
 
-void PipedTextSink::WriteValues(std::span<const ValueBuffer* const> values) {
+void PipedTextSink::EmptyLine() {
+  char* p = Room(1);
+  *p++ = kEmptyLine;
+  current_->used = static_cast<size_t>(p - current_->data.get());
+}
+
+void PipedTextSink::Values(std::span<const ValueBuffer* const> values) {
   // Block copies write up to a block past each value: into the next one's place, and after
   // the last one into the slack Room keeps.
   size_t bytes = 0;

@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-#include "run/xls_writer.h"
+#include "output/xls_writer.h"
 
 namespace qb::xls {
 

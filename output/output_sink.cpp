@@ -1,0 +1,55 @@
+#include "output/output_sink.h"
+
+#include "base/errors.h"
+#include "base/temp_file.h"
+#include "output/piped_text_sink.h"
+#include "output/spreadsheet_sink.h"
+
+namespace qb {
+namespace {
+
+// .txt and .csv: rows formatted and written by the text writer's thread into a temporary file
+// beside the output, renamed over it by Finish.
+class TextSink final : public OutputSink {
+ public:
+  TextSink(const OutputOptions& options, const OutputTarget& target)
+      : output_(target.path),
+        temp_(TempFile::Beside(target.path, "Process")),
+        rows_(temp_.path(), "Process", RowFormatter(options, target.columnTypes)) {}
+
+  void Header(std::span<const std::string_view> labels) override { rows_.Labels(labels); }
+  void Row(std::span<const ValueBuffer* const> values) override { rows_.Values(values); }
+  void RejectedLastRow() override { rows_.EmptyLine(); }
+  void Finish() override {
+    rows_.Close();
+    temp_.RenameTo(output_, "Process");
+  }
+  void Abandon() noexcept override {
+    rows_.Abandon();
+    temp_.Remove();
+  }
+
+ private:
+  std::filesystem::path output_;
+  TempFile temp_;
+  PipedTextSink rows_;
+};
+
+}  // namespace
+
+std::unique_ptr<OutputSink> OpenOutputSink(const OutputOptions& options,
+                                           const OutputTarget& target) {
+  // The output takes the place of what has its name only when that is a file: a folder or a
+  // device is never replaced.
+  std::error_code ec;
+  const auto status = std::filesystem::status(target.path, ec);
+  if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status)) {
+    throw QbError(kPathFileAccess, "Process", "The output is not a file: choose another name")
+        .at(target.path);
+  }
+  if (options.format != OutputFormat::Xls) return std::make_unique<TextSink>(options, target);
+  if (options.bufferMode == 6) return std::make_unique<TurboSink>(options, target);
+  return std::make_unique<SpreadsheetRun>(options, target);
+}
+
+}  // namespace qb

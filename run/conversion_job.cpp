@@ -1,0 +1,95 @@
+#include "run/conversion_job.h"
+
+#include <algorithm>
+
+#include "base/errors.h"
+
+namespace qb {
+
+ConversionJob::ConversionJob(const Application& front, UserInterface& ui, JobRequest request)
+    : request_(std::move(request)), app_(front, ui), engine_(app_) {
+  // The overrides count for finding the RDF too ("rdfdir", "pfset").
+  ApplyOverrides();
+  std::filesystem::path rdf = request_.rdf;
+  if (rdf.empty()) {
+    clsSystem system;
+    try {
+      system = ParseSystemEntry(app_.Settings[Key::pfset], "ConversionJob");
+    } catch (const QbError&) {
+      throw JobError(JobError::Kind::Failed, "the \"pfset\" setting '" + app_.Settings[Key::pfset] +
+                                                 "' is not a source system entry; name the RDF");
+    }
+    std::optional<std::filesystem::path> found =
+        FindRdf(request_.report, system, app_.Settings[Key::rdfdir]);
+    if (!found || !std::filesystem::exists(*found)) {
+      throw JobError(JobError::Kind::Failed,
+                     "no RDF found for " + request_.report.string() + ": source system \"" +
+                         system.System + "\" gives " +
+                         (found ? found->string() : std::string("no usable identifier")) +
+                         ". Name the RDF, or set rdfdir and pfset (qbcfg.ini or --set).");
+    }
+    rdf = *found;
+  }
+  request_.rdf = rdf;
+  engine_.flags.PdfReport = request_.report.extension() == ".pdf";
+  if (!engine_.LoadRDF(rdf, request_.report)) {
+    const std::string why =
+        engine_.LastError() ? engine_.LastError()->describe() : std::string("unknown error");
+    throw JobError(JobError::Kind::Failed, "cannot load RDF " + rdf.string() + ": " + why);
+  }
+  if (!request_.output.empty()) {
+    if (auto format = FormatOfExtension(request_.output.extension().string())) {
+      app_.Settings.Item(Key::opfmt).Value = std::string(ExtensionOf(*format));
+    }
+  }
+  ApplyOverrides();
+  ApplyFieldList();
+  driver_.emplace(engine_, ParseOutputOptions(app_.Settings));
+}
+
+ConversionJob::ConversionJob(const Application& front, UserInterface& ui, const Engine& loaded,
+                             JobRequest request)
+    : request_(std::move(request)), app_(front, ui), engine_(app_, loaded) {
+  ApplyOverrides();
+  ApplyFieldList();
+  driver_.emplace(engine_, ParseOutputOptions(app_.Settings));
+}
+
+void ConversionJob::ApplyOverrides() {
+  for (const auto& [key, value] : request_.overrides) app_.Settings.Item(key).Value = value;
+}
+
+// Those fields are output in that order; every other field is not output.
+void ConversionJob::ApplyFieldList() {
+  const std::vector<int>& fields = request_.fields;
+  if (fields.empty()) return;
+  Recordset& rs = engine_.tables.rsFields;
+  for (int n : fields) {
+    rs.Filter("");
+    rs.Find("fldFLD = " + std::to_string(n));
+    if (rs.IsEOF()) {
+      throw JobError(JobError::Kind::BadRequest, "the RDF has no field " + std::to_string(n));
+    }
+  }
+  for (rs.Filter(""); !rs.IsEOF(); rs.MoveNext()) {
+    const int n = static_cast<int>(rs.GetInt(col::Fields::fldFLD));
+    auto at = std::find(fields.begin(), fields.end(), n);
+    rs.SetBool(col::Fields::fldOUT, at != fields.end());
+    const int order = at != fields.end() ? static_cast<int>(at - fields.begin()) + 1 : 0;
+    rs.SetInt(col::Fields::fldORD, order);
+    rs.SetInt(col::Fields::fldTMP, order);
+  }
+  rs.MoveFirst();
+}
+
+RunDriver::Check ConversionJob::Check() {
+  return driver_->CheckRun(request_.report, request_.rdf, request_.output);
+}
+
+bool ConversionJob::Run() {
+  const bool ok = driver_->Run(request_.report, request_.output);
+  if (ok && !driver_->Abandoned()) driver_->RunEnd(request_.output, request_.launch);
+  return ok;
+}
+
+}  // namespace qb

@@ -1,0 +1,97 @@
+#pragma once
+// One conversion as both front ends run it: a report, its RDF, an output, and the settings
+// they run with.
+//
+// A job is prepared on the caller's thread: the RDF loaded (or a front end's loaded RDF
+// copied), the settings and overrides applied, the output options parsed once. Run may then
+// go on any thread: it touches only the job's own copies of the settings, the RDF tables and
+// the run state, so two jobs share nothing they change, and the window can go on showing and
+// editing its own tables while a job runs. Cancel and Abandon may come from any thread.
+
+#include <atomic>
+#include <filesystem>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "engine/engine.h"
+#include "output/output_options.h"
+#include "run/run_driver.h"
+#include "settings/application.h"
+
+namespace qb {
+
+struct JobRequest {
+  std::filesystem::path report;
+  std::filesystem::path rdf;     // empty: found from the report through "pfset" in "rdfdir"
+  std::filesystem::path output;  // empty: the RDF is only loaded (to list or save it)
+  // Settings given for this job (qbconvert's --set): applied before the RDF is found and
+  // loaded, and again after, so that they win over the RDF's own setting records.
+  std::vector<std::pair<Key, std::string>> overrides;
+  // The fields to output, in this order; every other field is not output. Empty: as the RDF
+  // (or the window's grid) says.
+  std::vector<int> fields;
+  bool launch = false;  // open a finished workbook in the spreadsheet program
+};
+
+// A job that cannot be prepared, in words for the user.
+class JobError : public std::runtime_error {
+ public:
+  enum class Kind {
+    Failed,      // the RDF cannot be found or loaded
+    BadRequest,  // the request names something the RDF does not have
+  };
+  JobError(Kind kind, const std::string& what) : std::runtime_error(what), kind_(kind) {}
+  Kind kind() const { return kind_; }
+
+ private:
+  Kind kind_;
+};
+
+class ConversionJob {
+ public:
+  // Loads the RDF the request names, or the one auto-find picks for the report, with
+  // `front`'s settings and the request's overrides; the output type follows the output's
+  // extension. Messages go to `ui`. Throws JobError.
+  ConversionJob(const Application& front, UserInterface& ui, JobRequest request);
+  // Takes `loaded`'s RDF as the front end holds it now (the grid's choices included) and
+  // `front`'s settings as they are now. Throws JobError for a bad field list.
+  ConversionJob(const Application& front, UserInterface& ui, const Engine& loaded,
+                JobRequest request);
+  ConversionJob(const ConversionJob&) = delete;
+  ConversionJob& operator=(const ConversionJob&) = delete;
+
+  // The Run button's checks (see RunDriver::CheckRun), on the caller's thread: they may ask.
+  RunDriver::Check Check();
+  // The conversion: preprocessing, the pass over the report, the output finished (or, after
+  // a failure or Abandon, dropped), then the launch. False when it failed; LastError says
+  // why, and the error was shown and logged.
+  bool Run();
+
+  // The run stops at the next line; the rows so far are written.
+  void Cancel() { driver_->State().CancelFlag = true; }
+  // The run stops at the next line and writes nothing: a previous output stays as it was.
+  void Abandon() { driver_->Abandon(); }
+
+  const JobRequest& Request() const { return request_; }
+  const OutputOptions& Options() const { return driver_->Options(); }
+  const RunStats& Stats() const { return driver_->Stats(); }
+  const std::optional<QbError>& LastError() const { return driver_->LastError(); }
+  // Lines handed on so far; may be read from another thread while the job runs.
+  int64_t LinesProcessed() const { return driver_->LinesProcessed(); }
+  // The job's own RDF tables (to list or save them before a run).
+  Engine& engine() { return engine_; }
+
+ private:
+  void ApplyOverrides();
+  void ApplyFieldList();
+
+  JobRequest request_;
+  Application app_;
+  Engine engine_;
+  std::optional<RunDriver> driver_;  // made once the settings are final
+};
+
+}  // namespace qb
