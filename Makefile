@@ -1,11 +1,13 @@
 # Quillbrook: the two commands a new machine needs are `make demo` and `make check`.
 BUILD      ?= build
 ASAN_BUILD ?= build-asan
+TSAN_BUILD ?= build-tsan
 BENCH_BUILD ?= build-release
 FUZZ_BUILD ?= build-fuzz
 JOBS       ?= $(shell nproc)
 
-.PHONY: all bootstrap configure build demo check test asan bench fuzz screenshots clean
+.PHONY: all bootstrap configure build demo check test format includes asan tsan bench fuzz \
+	screenshots clean
 
 all: build
 
@@ -22,8 +24,17 @@ build: configure
 demo: build
 	@scripts/demo $(BUILD)
 
-# Every test, then the same tests again under AddressSanitizer and UndefinedBehaviorSanitizer.
-check: build test asan
+# The format and include checks, every test, then the unit tests again under AddressSanitizer
+# and UndefinedBehaviorSanitizer, and the tests that start threads under ThreadSanitizer.
+check: build format includes test asan tsan
+
+# Every C++ file as .clang-format (Debian's clang-format) has it.
+format: bootstrap
+	git ls-files -co --exclude-standard '*.cpp' '*.h' | xargs clang-format --dry-run -Werror
+
+# No folder includes one above it.
+includes:
+	scripts/check-includes
 
 test:
 	ctest --test-dir $(BUILD) --output-on-failure -j$(JOBS)
@@ -34,6 +45,15 @@ asan: bootstrap
 	cmake --build $(ASAN_BUILD) -j$(JOBS)
 	ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
 	  ctest --test-dir $(ASAN_BUILD) --output-on-failure -j$(JOBS)
+
+# The conversion, workbook, job and window tests, whose runs start threads, under
+# ThreadSanitizer (the window offscreen).
+tsan: bootstrap
+	cmake -S . -B $(TSAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DQB_TSAN=ON -DQB_BUILD_BENCH=OFF
+	cmake --build $(TSAN_BUILD) -j$(JOBS) --target qb_unit_tests qb_ui_tests qbconvert
+	TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1 suppressions=$(CURDIR)/tests/tsan.supp" \
+	  QT_QPA_PLATFORM=offscreen ctest --test-dir $(TSAN_BUILD) --output-on-failure -j$(JOBS) \
+	  -R '^(ConvertTest|SpreadsheetTest|ConversionJobTest|WindowTest)\.'
 
 bench: bootstrap
 	cmake -S . -B $(BENCH_BUILD) -DCMAKE_BUILD_TYPE=Release -DQB_BUILD_UI=OFF -DQB_BUILD_TESTS=OFF
@@ -53,4 +73,4 @@ screenshots: build
 	QT_QPA_PLATFORM=offscreen $(BUILD)/tests/qb_screenshots $(CURDIR) $(CURDIR)/$(BUILD)/screenshots
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(BENCH_BUILD) $(FUZZ_BUILD)
+	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(BENCH_BUILD) $(FUZZ_BUILD)

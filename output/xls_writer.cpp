@@ -5,6 +5,7 @@
 #include <gsf/gsf-output-stdio.h>
 #include <gsf/gsf-utils.h>
 
+#include <cerrno>
 #include <cmath>
 #include <cstring>
 #include <map>
@@ -12,6 +13,7 @@
 #include <tuple>
 
 #include "base/errors.h"
+#include "base/temp_file.h"
 
 namespace qb::xls {
 namespace {
@@ -376,9 +378,10 @@ void WriteWorkbook(const SheetData& sheet, const std::filesystem::path& path) {
   std::call_once(init, [] { gsf_init(); });
   const std::string stream = BuildStream(sheet);
 
-  const std::filesystem::path partial = path.string() + ".partial";
+  // Written under a name of its own beside the output, and renamed over it when whole.
+  TempFile partial = TempFile::Beside(path, "SaveAs");
   GError* error = nullptr;
-  GsfOutput* sink = gsf_output_stdio_new(partial.c_str(), &error);
+  GsfOutput* sink = gsf_output_stdio_new(partial.path().c_str(), &error);
   if (!sink) {
     std::string why = error ? error->message : "cannot create the file";
     if (error) g_error_free(error);
@@ -387,22 +390,21 @@ void WriteWorkbook(const SheetData& sheet, const std::filesystem::path& path) {
   GsfOutfile* ole = gsf_outfile_msole_new(sink);
   g_object_unref(sink);
   GsfOutput* workbook = gsf_outfile_new_child(ole, "Workbook", FALSE);
+  errno = 0;
   bool ok =
       gsf_output_write(workbook, stream.size(), reinterpret_cast<const guint8*>(stream.data()));
   ok = gsf_output_close(workbook) && ok;
   g_object_unref(workbook);
   ok = gsf_output_close(GSF_OUTPUT(ole)) && ok;
   g_object_unref(ole);
-  std::error_code ec;
   if (!ok) {
-    std::filesystem::remove(partial, ec);
+    // libgsf says only that writing failed; the write's errno tells a full disk apart.
+    const int err = errno;
+    if (err == ENOSPC || err == EDQUOT || err == EFBIG)
+      throw ErrorFromErrno(err, "SaveAs").at(path);
     Fail(path, "the disk may be full or the folder not writable");
   }
-  std::filesystem::rename(partial, path, ec);
-  if (ec) {
-    std::filesystem::remove(partial, ec);
-    Fail(path, ec.message());
-  }
+  partial.RenameTo(path, "SaveAs");
 }
 
 }  // namespace qb::xls
