@@ -51,7 +51,7 @@ asan: bootstrap
 tsan: bootstrap
 	cmake -S . -B $(TSAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DQB_TSAN=ON -DQB_BUILD_BENCH=OFF
 	cmake --build $(TSAN_BUILD) -j$(JOBS) --target qb_unit_tests qb_ui_tests qbconvert
-	TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1 suppressions=$(CURDIR)/tests/tsan.supp" \
+	TSAN_OPTIONS="halt_on_error=1 history_size=4 second_deadlock_stack=1 suppressions=$(CURDIR)/tests/tsan.supp" \
 	  QT_QPA_PLATFORM=offscreen ctest --test-dir $(TSAN_BUILD) --output-on-failure -j$(JOBS) \
 	  -R '^(ConvertTest|SpreadsheetTest|ConversionJobTest|WindowTest)\.'
 
