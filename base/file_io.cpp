@@ -81,4 +81,11 @@ void AppendToFile(const std::filesystem::path& path, std::string_view contents,
   if (err != 0) throw ErrorFromErrno(err, std::string(source)).at(path);
 }
 
+void DropCachedPages(const std::filesystem::path& path) {
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return;
+  ::posix_fadvise(fd, 0, 0, POSIX_FADV_DONTNEED);
+  ::close(fd);
+}
+
 }  // namespace qb

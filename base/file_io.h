@@ -21,4 +21,8 @@ void WriteFileAtomically(const std::filesystem::path& path, std::string_view con
 void AppendToFile(const std::filesystem::path& path, std::string_view contents,
                   std::string_view source);
 
+// Asks the kernel to drop the cached pages of an existing file (it stays on disk as it is).
+// Harmless when the file does not exist.
+void DropCachedPages(const std::filesystem::path& path);
+
 }  // namespace qb

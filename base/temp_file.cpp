@@ -2,12 +2,13 @@
 
 #include <fcntl.h>
 #include <sys/random.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
-#include <cstdio>
+#include <cstdio>  // renameat2
 #include <utility>
 
 #include "base/errors.h"
@@ -55,6 +56,17 @@ TempFile TempFile::Beside(const std::filesystem::path& target, std::string_view 
 TempFile::TempFile(TempFile&& other) noexcept : path_(std::exchange(other.path_, {})) {}
 
 void TempFile::RenameTo(const std::filesystem::path& target, std::string_view source) {
+  // Over an existing file the two are exchanged in one step and the old one is removed after:
+  // ext4 writes a file out at once when it is renamed over another (its auto_da_alloc), which
+  // cost a 100 MB output a quarter of its run time, while an exchange leaves the write-back to
+  // its usual pace. Where there is nothing to exchange with, or the file system cannot, the
+  // plain rename does the same.
+  struct stat st {};
+  if (::lstat(target.c_str(), &st) == 0 && S_ISREG(st.st_mode) &&
+      ::renameat2(AT_FDCWD, path_.c_str(), AT_FDCWD, target.c_str(), RENAME_EXCHANGE) == 0) {
+    Remove();  // the previous output, now under the temporary name
+    return;
+  }
   if (::rename(path_.c_str(), target.c_str()) != 0) {
     throw ErrorFromErrno(errno, std::string(source)).at(target);
   }

@@ -1,6 +1,7 @@
 #include "output/output_sink.h"
 
 #include "base/errors.h"
+#include "base/file_io.h"
 #include "base/temp_file.h"
 #include "output/piped_text_sink.h"
 #include "output/spreadsheet_sink.h"
@@ -47,6 +48,11 @@ std::unique_ptr<OutputSink> OpenOutputSink(const OutputOptions& options,
     throw QbError(kPathFileAccess, "Process", "The output is not a file: choose another name")
         .at(target.path);
   }
+  // The previous output stays on disk until the new one replaces it, but its pages need not
+  // stay in memory meanwhile: the new output's pages then take their place, as they did when
+  // the previous output was deleted first (replacing a 100 MB output took up to a sixth
+  // longer without this).
+  if (std::filesystem::is_regular_file(status)) DropCachedPages(target.path);
   if (options.format != OutputFormat::Xls) return std::make_unique<TextSink>(options, target);
   if (options.bufferMode == 6) return std::make_unique<TurboSink>(options, target);
   return std::make_unique<SpreadsheetRun>(options, target);
