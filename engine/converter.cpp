@@ -121,8 +121,6 @@ void Converter::PrepareOutput(const OutputOptions& options) {
     }
     const int64_t dlb = f.GetInt(col::Fields::fldDLB);
     columns_.push_back({slotOf(f.GetInt(col::Fields::fldFLD)), std::string(type),
-                        !type.empty() && type.front() == 'n',
-                        type == "c" || type == "r" || (!type.empty() && type.front() == 'w'),
                         std::string(Trim(label)), dlb > 0 ? slotOf(dlb) : -1});
   }
   f.Sort("");
@@ -445,9 +443,10 @@ void Converter::WriteLine(int level) {
     } catch (FatalRunError&) {
       throw;
     } catch (const QbError& e) {
-      if (e.number() == kMatchError)
-        throw;                 // a paste that did not match: reported like a line error
-      throw FatalRunError(e);  // the output cannot be written: the run ends
+      // A paste that did not match is reported like a line error; any other failure means
+      // the output cannot be written, and the run ends.
+      if (e.number() == kMatchError) throw;
+      throw FatalRunError(e);
     }
   }
 

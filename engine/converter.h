@@ -159,8 +159,7 @@ class Converter {
   };
   struct Column {
     int slot;
-    std::string type;  // the field's type code
-    bool numeric, text;
+    std::string type;  // the field's type code: the sink formats the column by it
     std::string label;
     int labelSlot;  // field whose value labels this column, or -1
   };
