@@ -47,12 +47,13 @@ constexpr std::array<uint8_t, 256> MakeNumericClasses() {
 }
 constexpr std::array<uint8_t, 256> kNumericClasses = MakeNumericClasses();
 
-// True when the word holds a comma or a double quote: the usual "has a zero byte" test on
-// the word XORed with each character repeated.
+// True when the word holds a comma, a double quote, a CR or an LF: the usual "has a zero byte" test
+// on the word XORed with each character repeated.
 inline bool WordHasCsvSpecial(uint64_t w) {
   constexpr uint64_t kOnes = 0x0101010101010101ULL, kHighs = 0x8080808080808080ULL;
   auto hasZero = [](uint64_t x) { return ((x - kOnes) & ~x & kHighs) != 0; };
-  return hasZero(w ^ (kOnes * ',')) || hasZero(w ^ (kOnes * '"'));
+  return hasZero(w ^ (kOnes * ',')) || hasZero(w ^ (kOnes * '"')) || hasZero(w ^ (kOnes * '\r')) ||
+         hasZero(w ^ (kOnes * '\n'));
 }
 
 inline uint64_t LoadWord(const char* p) {
@@ -62,7 +63,7 @@ inline uint64_t LoadWord(const char* p) {
 }
 
 // The first `n` (below 8) bytes of a word as loaded from memory; the others zero, which is
-// neither a comma nor a quote.
+// none of the characters a CSV value is quoted for.
 inline uint64_t FirstBytes(uint64_t w, size_t n) {
   if constexpr (std::endian::native == std::endian::little) {
     return w & ((uint64_t{1} << (8 * n)) - 1);
@@ -80,6 +81,7 @@ RowFormatter::RowFormatter(OutputFormat format, std::string delimiter, std::stri
       extra_(2 * qualifier_.size() + delimiter_.size() + 2 + kCopyBlock),
       cleaned_(columns.size()) {
   const bool csv = format == OutputFormat::Csv;
+  sheet_ = format == OutputFormat::Xls;
   const bool qualified = format == OutputFormat::Txt && qualify && !qualifier_.empty();
   const Kind textKind = csv ? Kind::CsvText : qualified ? Kind::Qualified : Kind::Plain;
   for (const Column& c : columns) {
@@ -183,10 +185,12 @@ bool RowFormatter::HasCsvSpecialAt(const char* p, size_t n) {
 #if defined(__SSE2__)
   // A block at a time: one compare per character sought, the bytes past `n` masked off.
   const __m128i comma = _mm_set1_epi8(','), quote = _mm_set1_epi8('"');
+  const __m128i cr = _mm_set1_epi8('\r'), lf = _mm_set1_epi8('\n');
   for (size_t i = 0; i < n; i += kCopyBlock) {
     const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
     auto found = static_cast<uint32_t>(_mm_movemask_epi8(
-        _mm_or_si128(_mm_cmpeq_epi8(block, comma), _mm_cmpeq_epi8(block, quote))));
+        _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(block, comma), _mm_cmpeq_epi8(block, quote)),
+                     _mm_or_si128(_mm_cmpeq_epi8(block, cr), _mm_cmpeq_epi8(block, lf)))));
     if (n - i < kCopyBlock) found &= (uint32_t{1} << (n - i)) - 1;
     if (found != 0) return true;
   }
@@ -235,7 +239,9 @@ std::string_view RowFormatter::Join(const std::vector<std::string_view>& values,
   for (size_t c = 0; c < columns_.size(); ++c) {
     if (c > 0) p = PutDelimiter(p);
     const Kind kind = header ? columns_[c].headerKind : columns_[c].rowKind;
+    char* const start = p;
     p = Put<false>(p, kind == Kind::Numeric ? Kind::Plain : kind, values[c]);  // cleaned up already
+    if (sheet_) p = xls::EscapeInPlace(start, p);
   }
   return std::string_view(begin, static_cast<size_t>(p - begin));
 }

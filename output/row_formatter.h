@@ -14,6 +14,7 @@
 
 #include "base/bytes.h"
 #include "output/output_options.h"
+#include "output/sheet_text.h"
 
 namespace qb {
 
@@ -49,7 +50,8 @@ class RowFormatter {
   // labels are not, and in .csv they are all text.
   char* PutColumn(char* p, size_t c, std::string_view value, bool header) const {
     if (c > 0) p = PutDelimiter(p);
-    return Put<true>(p, header ? columns_[c].headerKind : columns_[c].rowKind, value);
+    char* const end = Put<true>(p, header ? columns_[c].headerKind : columns_[c].rowKind, value);
+    return sheet_ ? xls::EscapeInPlace(p, end) : end;
   }
 
   // Replaces numeric values by their cleaned-up text (views into this formatter's buffers,
@@ -68,7 +70,7 @@ class RowFormatter {
   enum class Kind : uint8_t {
     Plain,      // as it stands
     Numeric,    // cleaned up
-    CsvText,    // in double quotes when it holds a comma or a double quote
+    CsvText,    // in double quotes when it holds a comma, a double quote, a CR or an LF
     Qualified,  // .txt with qualifying on: between qualifiers, inner qualifiers doubled
   };
   struct ColumnKinds {
@@ -112,6 +114,7 @@ class RowFormatter {
 
   std::string delimiter_;
   std::string qualifier_;
+  bool sheet_ = false;  // .xls: a value's Tab, CR and LF travel escaped (output/sheet_text.h)
   size_t extra_ = 0;
   std::vector<ColumnKinds> columns_;
   std::vector<std::string> cleaned_;

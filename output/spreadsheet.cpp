@@ -9,6 +9,8 @@
 #include "base/bytes.h"
 #include "base/errors.h"
 #include "base/line_reader.h"
+#include "output/sheet_text.h"
+#include "settings/run_log.h"
 
 namespace qb::xls {
 namespace {
@@ -163,6 +165,10 @@ CellData* Worksheet::Find(int row, int column) {
 
 void Worksheet::Put(int row, int column, std::string_view text, std::optional<bool> bold) {
   if (row > kMaxRows) SheetFull();
+  if (text.size() > kMaxCellText) {
+    cutCells_.push_back({row, column, text.size()});
+    text = text.substr(0, kMaxCellText);
+  }
   if (static_cast<size_t>(row) > data_.rows.size()) data_.rows.resize(static_cast<size_t>(row));
   auto& cells = data_.rows[static_cast<size_t>(row - 1)];
   auto at = std::find_if(cells.begin(), cells.end(),
@@ -204,6 +210,20 @@ void Worksheet::Put(int row, int column, std::string_view text, std::optional<bo
   }
 }
 
+void Worksheet::LogCutCells(const RunLog& log, std::string_view source) const {
+  constexpr size_t kNamed = 20;
+  for (size_t i = 0; i < cutCells_.size() && i < kNamed; ++i) {
+    const CutCell& c = cutCells_[i];
+    log.WriteLog(source, "Row " + std::to_string(c.row) + ", column " + std::to_string(c.column) +
+                             ": a text of " + std::to_string(c.length) +
+                             " characters was cut to the " + std::to_string(kMaxCellText) +
+                             " a cell holds");
+  }
+  if (cutCells_.size() > kNamed) {
+    log.WriteLog(source, std::to_string(cutCells_.size() - kNamed) + " more texts were cut");
+  }
+}
+
 std::string Worksheet::PasteText(int r1, int c1, int r2, int c2, std::string_view text) {
   std::string readBack;
   int row = r1;
@@ -218,7 +238,11 @@ std::string Worksheet::PasteText(int r1, int c1, int r2, int c2, std::string_vie
         std::string_view value = line.substr(0, tab);
         if (column <= c2) {
           if (column > c1) readBack += '\t';
-          Cells(row, column).Value(value);
+          if (value.find(kEscape) == std::string_view::npos) {
+            Cells(row, column).Value(value);
+          } else {
+            Cells(row, column).Value(Unescape(value));
+          }
           readBack += value;
         }
         if (tab == std::string_view::npos) break;
@@ -277,7 +301,14 @@ Workbook& Application::WorkbookList::OpenText(const std::filesystem::path& fileN
     int column = 1;
     for (;;) {
       const size_t cut = tab ? line.find('\t') : std::string_view::npos;
-      if (column <= kMaxColumns) sheet.Cells(row, column).Value(line.substr(0, cut));
+      if (column <= kMaxColumns) {
+        const std::string_view value = line.substr(0, cut);
+        if (value.find(kEscape) == std::string_view::npos) {
+          sheet.Cells(row, column).Value(value);
+        } else {
+          sheet.Cells(row, column).Value(Unescape(value));
+        }
+      }
       if (cut == std::string_view::npos) break;
       line.remove_prefix(cut + 1);
       ++column;

@@ -14,6 +14,10 @@
 
 #include "output/xls_writer.h"
 
+namespace qb {
+class RunLog;
+}
+
 namespace qb::xls {
 
 inline constexpr int xlTop = -4160;
@@ -59,6 +63,16 @@ class Worksheet {
   std::string PasteText(int r1, int c1, int r2, int c2, std::string_view text);
 
   int UsedRows() const { return static_cast<int>(data_.rows.size()); }
+
+  // A cell holds at most kMaxCellText characters; a longer text is cut there and the cell
+  // remembered, so that the run can log each one.
+  struct CutCell {
+    int row, column;
+    size_t length;  // of the text as given
+  };
+  const std::vector<CutCell>& CutCells() const { return cutCells_; }
+  // One log line a cut cell (the first twenty), and the count of the rest.
+  void LogCutCells(const RunLog& log, std::string_view source) const;
   const SheetData& Data() const { return data_; }
 
  private:
@@ -69,6 +83,7 @@ class Worksheet {
   CellData* Find(int row, int column);
 
   SheetData data_;
+  std::vector<CutCell> cutCells_;
   std::vector<int> importTypes_;  // per column, set by OpenText; 0 when none
 };
 

@@ -165,6 +165,7 @@ void SpreadsheetRun::SaveTheSheet(const std::filesystem::path& fileName) {
     log_.WriteLog("SaveAs", "After AutoFit");
     log_.WriteLog("SaveAs", "After Select cell 1");
     log_.WriteLog("SaveAs", fileName.string());
+    worksheet_->LogCutCells(log_, "SaveAs");
     // The workbook is written beside the output and takes its name only when whole, so a
     // previous output is never lost and needs no backup.
     workbook_->SaveAs(fileName, xls::xlWorkbookNormal, /*createBackup=*/false);
@@ -212,6 +213,7 @@ void TurboCreate(const RunLog& log, const std::vector<std::string>& typeCodes,
     if (wrapColumn) sheet.ColumnsVerticalAlignment(xls::xlTop);
     sheet.ColumnsAutoFit();
     sheet.Name = SheetName(heading, true);
+    sheet.LogCutCells(log, "TurboCreate");
     book.SaveAs(output, xls::xlWorkbookNormal, /*createBackup=*/false);
     book.Close();
     excel->Quit();

@@ -14,6 +14,8 @@ namespace qb::xls {
 // The largest sheet a BIFF8 workbook holds.
 inline constexpr int kMaxRows = 65536;
 inline constexpr int kMaxColumns = 256;
+// The longest text a cell holds.
+inline constexpr size_t kMaxCellText = 32767;
 
 struct ColumnSpec {
   std::string numberFormat = "General";

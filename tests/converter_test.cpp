@@ -140,10 +140,12 @@ TEST(Text, TrimBlockAgreesWithTrim) {
 
 // A .csv text value goes in double quotes, inner ones doubled, when it holds a comma or a
 // double quote anywhere: the test looks at whole blocks, so try every position and length.
-TEST(Formatting, CsvQuotingFindsCommasAndQuotesAnywhere) {
+// A .csv value is quoted when it holds a comma, a double quote, a CR or an LF (a lone CR
+// unquoted reads as a row break), wherever it stands in the value.
+TEST(Formatting, CsvQuotingFindsCommasQuotesAndLineBreaksAnywhere) {
   RowFormatter formatter(OutputFormat::Csv, ",", "\"", false, {{false, true}});
   auto rule = [](const std::string& v) {
-    if (v.find_first_of(",\"") == std::string::npos) return v;
+    if (v.find_first_of(",\"\r\n") == std::string::npos) return v;
     std::string quoted = "\"";
     for (char c : v) quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
     return quoted + "\"";
@@ -151,7 +153,7 @@ TEST(Formatting, CsvQuotingFindsCommasAndQuotesAnywhere) {
   std::mt19937 random(2611);
   for (int i = 0; i < 20000; ++i) {
     std::string value(random() % 40, 'a');
-    if (i % 2 == 0 && !value.empty()) value[random() % value.size()] = i % 4 ? ',' : '"';
+    if (i % 2 == 0 && !value.empty()) value[random() % value.size()] = ",\"\r\n"[i / 2 % 4];
     std::vector<std::string_view> values{value};
     ASSERT_EQ(formatter.Join(values, false), rule(value)) << value;
     // Written from a batch: the bytes after the value are another value's, here commas.

@@ -114,6 +114,36 @@ class Workbooks(unittest.TestCase):
         self.assertEqual(results["0"], results["6"])
         self.assertEqual([f for f in os.listdir(self.dir) if f.endswith(".tmp")], [])  # turbo file gone
 
+    def test_every_value_survives_every_buffer_mode(self):
+        # A Tab and a CR inside values, and a text longer than a cell holds (gathered with
+        # "cat" from 100 lines): no cell moves, the long text is cut to 32,767 characters and
+        # the log says which cell.
+        rdf = self.write("v.rdf",
+                         "RDF 0001T Values@V\r\nRDF 01 D\r\nDLM\r\n1,=,D,1,1,DET\r\n"
+                         "1,=,L,0,0,LONG\r\nDLC\r\nDET,0,0,1,3,10,=,,\r\nDET,0,0,2,14,5,=,,\r\n"
+                         "LONG,0,0,1,3,400,a,,cat\r\n"
+                         "FLD\r\n1,y,c,1,0,Text,\r\n2,y,c,2,0,After,\r\n")
+        long_lines = "".join("L " + chr(65 + i % 26) * 400 + "\r\n" for i in range(100))
+        def row(text, after):
+            return "D %-10s %s\r\n" % (text, after)  # text at 3, after at 14
+        report = self.write("v.txt", row("a\tb", "next") + row("c\rd", "next") +
+                            row("long", "last") + long_lines)
+        expected_long = ("long " + " ".join(chr(65 + i % 26) * 400 for i in range(100)))[:32767]
+        for mode in ("0", "3", "6"):
+            out = os.path.join(self.dir, "v%s.xls" % mode)
+            run = self.convert(report, rdf, out, "--set", "rmode=" + mode)
+            self.assertEqual(run.stderr, "", mode)
+            _, sheet, rows = self.cells(out)
+            values = [[v for _, v in row] for row in rows]
+            self.assertEqual(values[1], ["a\tb", "next"], mode)
+            self.assertEqual(values[2], ["c\rd", "next"], mode)
+            self.assertEqual(values[3][0], expected_long, mode)
+            self.assertEqual(values[3][1], "last", mode)
+            with open(os.path.join(self.home, "log", "qbuia.log"), newline="") as f:
+                log = f.read()
+            self.assertIn("Row 4, column 1: a text of 40104 characters was cut to the 32767 a cell holds", log)
+            os.remove(os.path.join(self.home, "log", "qbuia.log"))
+
     def test_samples_in_turbo_mode_match_their_csv(self):
         for report, rdf in (("ARINV01.txt", "ARINV01.rdf"), ("GLDET01.txt", "GLDET01.rdf"),
                             ("APCHK01D.txt", "APCHK01.rdf")):
