@@ -112,7 +112,7 @@ std::optional<ConversionJob> PrepareJob(const ParsedOptions& opts, const Applica
   try {
     return std::optional<ConversionJob>(std::in_place, app, ui, std::move(request));
   } catch (const JobError& e) {
-    if (e.kind() == JobError::Kind::BadRequest)
+    if (e.kind() == JobError::Kind::NoSuchField)
       throw UsageError(std::string("--fields: ") + e.what());
     std::fprintf(stderr, "qbconvert: %s\n", e.what());
     return std::nullopt;

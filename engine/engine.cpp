@@ -179,7 +179,13 @@ std::optional<std::filesystem::path> FindRdf(const std::filesystem::path& report
       return std::nullopt;
     }
   }
-  return rdfFolder / (id + ".rdf");
+  const std::filesystem::path found = rdfFolder / (id + ".rdf");
+  // A link in the RDF folder is followed only to a file that is in the folder too.
+  std::error_code ec;
+  const std::filesystem::path real = std::filesystem::canonical(found, ec);
+  if (ec) return found;  // not there: the caller says so
+  if (real.parent_path() != std::filesystem::canonical(rdfFolder, ec)) return std::nullopt;
+  return real;
 }
 
 }  // namespace qb

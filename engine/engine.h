@@ -85,7 +85,9 @@ std::string RdfHeading(RdfTables& tables);
 // when the report is shorter). Trimmed, then cut before the system's end marker.
 std::string ReportIdentifier(const std::filesystem::path& report, const clsSystem& system);
 // "rdfdir" / identifier + ".rdf", or nothing when the identifier is empty or could lead
-// outside the RDF folder (a path separator, "..", a character not allowed in file names).
+// outside the RDF folder (a path separator, "..", a character not allowed in file names), or
+// when the file found is a link to a file outside the folder. An RDF that is there comes
+// back as its real path.
 std::optional<std::filesystem::path> FindRdf(const std::filesystem::path& report,
                                              const clsSystem& system,
                                              const std::filesystem::path& rdfFolder);

@@ -229,6 +229,11 @@ bool Engine::LoadRDFHeader(const std::filesystem::path& rdfPath) {
         }
         case DFI: {
           const std::string dlm = DelimiterOf(c[0]);
+          if (dlm.empty()) {  // the input would be split at nothing and read as blanks
+            throw QbError(kInvalidCall, "LoadRDFHeader",
+                          "The DFI line names no delimiter: give the character that separates "
+                          "the input's fields, or the word tab or comma");
+          }
           t.rsDelimited.AddNew();
           t.rsDelimited.SetText(col::Delimited::fldDLM, dlm);
           t.rsDelimited.SetText(col::Delimited::fldTXQ, c[1]);

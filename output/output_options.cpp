@@ -1,12 +1,26 @@
 #include "output/output_options.h"
 
 #include "base/bytes.h"
+#include "base/errors.h"
 
 namespace qb {
 
+namespace {
+
+// A setting the run cannot use: names the setting, its value and what it takes.
+[[noreturn]] void Refuse(Key key, const std::string& value, std::string_view allowed) {
+  throw QbError(kInvalidCall, "Settings",
+                "The setting " + std::string(KeyName(key)) + " is \"" + value + "\"; " +
+                    std::string(allowed));
+}
+
+}  // namespace
+
 OutputOptions ParseOutputOptions(const clsKeys& settings) {
   OutputOptions o;
-  o.format = FormatOfExtension(settings[Key::opfmt]).value_or(OutputFormat::Txt);
+  const std::string& opfmt = settings[Key::opfmt];
+  if (!FormatOfExtension(opfmt)) Refuse(Key::opfmt, opfmt, "the output type is .txt, .csv or .xls");
+  o.format = *FormatOfExtension(opfmt);
   switch (o.format) {
     case OutputFormat::Csv:
       o.delimiter = ",";
@@ -16,6 +30,10 @@ OutputOptions ParseOutputOptions(const clsKeys& settings) {
       break;
     case OutputFormat::Txt:
       o.delimiter = DelimiterOf(settings[Key::delim]);
+      if (o.delimiter.empty()) {
+        Refuse(Key::delim, settings[Key::delim],
+               "a .txt output needs a delimiter between its columns, such as |, ;, tab or comma");
+      }
       break;
   }
   o.qualifier = settings[Key::textq];
@@ -25,6 +43,14 @@ OutputOptions ParseOutputOptions(const clsKeys& settings) {
                 : rtype == "Totals Only" ? RecordSelection::Totals
                                          : RecordSelection::All;
   o.bufferMode = BufferMode(settings[Key::rmode]);
+  if (o.format == OutputFormat::Xls) {
+    const std::string_view rmode = Trim(settings[Key::rmode]);
+    if (rmode.size() != 1 || rmode[0] < '0' || rmode[0] > '6') {
+      Refuse(Key::rmode, settings[Key::rmode],
+             "the workbook's buffer mode is 0 (cell by cell), 1 to 5 (rows pasted in blocks of "
+             "that many) or 6 (imported at the end)");
+    }
+  }
   o.launch = settings[Key::exswt] == "1";
   o.launchMethod = settings[Key::lmeth];
   return o;

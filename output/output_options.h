@@ -25,7 +25,9 @@ struct OutputOptions {
   std::string launchMethod = "1";  // how: "1", "2" or "3"
 };
 
-// Reads "opfmt", "delim", "textq", "tqswt", "rtype", "rmode", "exswt" and "lmeth".
+// Reads "opfmt", "delim", "textq", "tqswt", "rtype", "rmode", "exswt" and "lmeth". Throws
+// QbError naming the setting, its value and what it takes, for an output type other than the
+// three, an empty delimiter for a .txt output, or a buffer mode outside 0 to 6 for an .xls.
 OutputOptions ParseOutputOptions(const clsKeys& settings);
 
 // The output type of an extension (".txt", ".csv", ".xls" in any case), or nothing.

@@ -54,6 +54,12 @@ std::unique_ptr<OutputSink> OpenOutputSink(const OutputOptions& options,
   // longer without this).
   if (std::filesystem::is_regular_file(status)) DropCachedPages(target.path);
   if (options.format != OutputFormat::Xls) return std::make_unique<TextSink>(options, target);
+  if (target.columnTypes.size() > static_cast<size_t>(xls::kMaxColumns)) {
+    throw QbError(kInvalidCall, "CreateSheet",
+                  "The RDF writes " + std::to_string(target.columnTypes.size()) +
+                      " columns and an .xls sheet holds " + std::to_string(xls::kMaxColumns) +
+                      ": output fewer fields, or write .csv or .txt");
+  }
   if (options.bufferMode == 6) return std::make_unique<TurboSink>(options, target);
   return std::make_unique<SpreadsheetRun>(options, target);
 }

@@ -49,7 +49,7 @@ class OutputSink {
 // Where a run's output goes and what its columns are.
 struct OutputTarget {
   std::filesystem::path path;             // the output file
-  std::filesystem::path workFolder;       // for the work file of buffer mode 6
+  std::filesystem::path workFolder;       // for the work file of buffer mode 6 (only it)
   std::vector<std::string> columnTypes;   // the type code of each output column, in order
   std::string heading = "Output Fields";  // the RDF's heading: the workbook's sheet name
   const RunLog* log = nullptr;            // the workbook's steps are logged here

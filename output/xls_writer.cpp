@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <map>
 #include <mutex>
@@ -379,13 +380,15 @@ void WriteWorkbook(const SheetData& sheet, const std::filesystem::path& path) {
   const std::string stream = BuildStream(sheet);
 
   // Written under a name of its own beside the output, and renamed over it when whole.
+  // libgsf is handed the open file: writing by name, it would make a temporary file of its
+  // own beside that name, and the temporary file here may have none.
   TempFile partial = TempFile::Beside(path, "SaveAs");
-  GError* error = nullptr;
-  GsfOutput* sink = gsf_output_stdio_new(partial.path().c_str(), &error);
+  FILE* file = std::fopen(partial.path().c_str(), "wb");
+  if (!file) throw ErrorFromErrno(errno, "SaveAs").at(path);
+  GsfOutput* sink = gsf_output_stdio_new_FILE(path.c_str(), file, /*keep_open=*/FALSE);
   if (!sink) {
-    std::string why = error ? error->message : "cannot create the file";
-    if (error) g_error_free(error);
-    Fail(path, why);
+    std::fclose(file);
+    Fail(path, "cannot create the file");
   }
   GsfOutfile* ole = gsf_outfile_msole_new(sink);
   g_object_unref(sink);

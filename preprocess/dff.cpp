@@ -18,8 +18,12 @@ void PlaceFields(std::string_view piece, char delimiter, const std::vector<int32
     const size_t cut = piece.find(delimiter);
     const std::string_view field = piece.substr(0, cut);
     const int32_t pos = positions[n];
-    if (pos < 1 || pos > static_cast<int32_t>(kWidth))
-      throw QbError::Runtime(kInvalidCall, "ProcessDFF");
+    if (pos < 1 || pos > static_cast<int32_t>(kWidth)) {
+      throw QbError(kInvalidCall, "ProcessDFF",
+                    "Invalid procedure call or argument: the DFC section places field " +
+                        std::to_string(n + 1) + " at column " + std::to_string(pos) +
+                        "; columns run from 1 to 500");
+    }
     const size_t at = static_cast<size_t>(pos - 1);
     line.replace(at, std::min(field.size(), kWidth - at), field.substr(0, kWidth - at));
     if (cut == std::string_view::npos) break;  // fewer fields than DFC rows: the rest blank
@@ -28,19 +32,12 @@ void PlaceFields(std::string_view piece, char delimiter, const std::vector<int32
   line.erase(line.find_last_not_of(' ') + 1);
 }
 
-std::filesystem::path ProcessDFF(Engine& engine, const std::atomic<bool>& cancel,
-                                 const std::filesystem::path& report) {
+TempFile ProcessDFF(Engine& engine, const std::atomic<bool>& cancel,
+                    const std::filesystem::path& report, RunFolder& work) {
   constexpr std::string_view kProc = "ProcessDFF";
   UserInterface& ui = engine.app().ui();
   ui.status("Reformatting DFF file ...");
-  const std::filesystem::path out = engine.app().ProgramFolder() / "out";
-  std::error_code ec;
-  if (!std::filesystem::is_directory(out, ec)) {
-    throw QbError(kPathNotFound, std::string(kProc),
-                  "The folder for intermediate files does not exist: create " + out.string());
-  }
-  const std::filesystem::path output = out / (report.stem().string() + ".qbr");
-  std::filesystem::remove(output, ec);
+  TempFile output(work.Path(kProc), report.stem().string(), ".qbr", kProc);
 
   char delimiter = ',';
   std::vector<int32_t> positions;
@@ -53,15 +50,21 @@ std::filesystem::path ProcessDFF(Engine& engine, const std::atomic<bool>& cancel
   }
 
   LineReader reader(report, kProc);
-  BufferedFile sink(output, kProc);
+  BufferedFile sink(output.path(), kProc);
   ByteProgress progress(ui, reader.FileSize());
   std::string placed;
+  int64_t lineNumber = 0;
   auto place = [&](std::string_view piece) {
-    PlaceFields(piece, delimiter, positions, placed);
+    try {
+      PlaceFields(piece, delimiter, positions, placed);
+    } catch (QbError& e) {
+      throw e.at(report, lineNumber);  // the input line that reached the bad row
+    }
     sink.WriteLine(placed);
   };
   std::string_view line;
   while (!cancel && reader.Next(line)) {
+    ++lineNumber;
     progress.AddLine(line.size());
     for (size_t ff; (ff = line.find('\f')) != std::string_view::npos;) {
       place(line.substr(0, ff));

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/temp_file.h"
 #include "engine/engine.h"
 
 namespace qb {
@@ -18,10 +19,10 @@ namespace qb {
 void PlaceFields(std::string_view piece, char delimiter, const std::vector<int32_t>& positions,
                  std::string& line);
 
-// Reformats `report` into the program folder's out/<name>.qbr and returns that path.
-// Throws QbError from "ProcessDFF": the folder missing, the file unreadable, or the user
-// cancelled ("Reformatting Report file").
-std::filesystem::path ProcessDFF(Engine& engine, const std::atomic<bool>& cancel,
-                                 const std::filesystem::path& report);
+// Reformats `report` into a ".qbr" work file in the run's folder and returns it. Throws
+// QbError from "ProcessDFF": out/ missing, the file unreadable, a DFC column outside 1 to
+// 500 (with the input line), or the user cancelled ("Reformatting Report file").
+TempFile ProcessDFF(Engine& engine, const std::atomic<bool>& cancel,
+                    const std::filesystem::path& report, RunFolder& work);
 
 }  // namespace qb

@@ -25,23 +25,15 @@ int64_t Hundredths(double points) {
 
 }  // namespace
 
-std::filesystem::path ConvertPdfToText(Engine& engine, const std::filesystem::path& report) {
-  if (report.empty()) return {};
-  const std::filesystem::path out = engine.app().ProgramFolder() / "out";
+TempFile ConvertPdfToText(const std::filesystem::path& report, RunFolder& work) {
+  TempFile text(work.Path("ProcessPDF"), report.stem().string(), ".qbt", "ProcessPDF");
   std::error_code ec;
-  if (!std::filesystem::is_directory(out, ec)) {
-    throw QbError(kPathNotFound, "ProcessPDF",
-                  "The folder for intermediate files does not exist: create " + out.string());
-  }
-  const std::filesystem::path textPath = out / (report.stem().string() + ".qbt");
-  std::filesystem::remove(textPath, ec);
-
   if (!std::filesystem::is_regular_file(report, ec)) Unreadable(report, "the file does not exist");
   std::unique_ptr<poppler::document> doc(poppler::document::load_from_file(report.string()));
   if (!doc) Unreadable(report, "the file is damaged or not a PDF");
   if (doc->is_locked()) Unreadable(report, "the PDF is protected by a password");
 
-  BufferedFile sink(textPath, "ProcessPDF");
+  BufferedFile sink(text.path(), "ProcessPDF");
   auto write = [&sink](std::string_view line) { sink.WriteLine(line); };
   for (int i = 0; i < doc->pages(); ++i) {
     std::unique_ptr<poppler::page> page(doc->create_page(i));
@@ -61,19 +53,15 @@ std::filesystem::path ConvertPdfToText(Engine& engine, const std::filesystem::pa
     write(std::string(kPageEnd) + " Page " + std::to_string(i + 1));
   }
   sink.Close();
-  return textPath;
+  return text;
 }
 
-std::filesystem::path ReformatPdfText(Engine& engine, const std::atomic<bool>& cancel,
-                                      const std::filesystem::path& textPath) {
-  std::string name = textPath.string();
-  for (size_t at; (at = name.find(".qbt")) != std::string::npos;) name.replace(at, 4, ".qbr");
-  const std::filesystem::path reportOut = name;
-  std::error_code ec;
-  std::filesystem::remove(reportOut, ec);
-
+TempFile ReformatPdfText(Engine& engine, const std::atomic<bool>& cancel,
+                         const std::filesystem::path& textPath, RunFolder& work) {
+  TempFile reportOut(work.Path("ReformatPdfText"), textPath.stem().string(), ".qbr",
+                     "ReformatPdfText");
   LineReader reader(textPath, "ReformatPdfText");
-  BufferedFile sink(reportOut, "ReformatPdfText");
+  BufferedFile sink(reportOut.path(), "ReformatPdfText");
   ByteProgress progress(engine.app().ui(), reader.FileSize());
   const LayoutParams params = ReadLayoutParams(engine.tables);
   PageLayout layout;
@@ -110,21 +98,20 @@ std::filesystem::path ReformatPdfText(Engine& engine, const std::atomic<bool>& c
   }
   layout.NewPage();
   sink.Close();
-  std::filesystem::remove(textPath, ec);
   return reportOut;
 }
 
-std::filesystem::path ProcessPDF(Engine& engine, std::atomic<bool>& cancel,
-                                 const std::filesystem::path& report) {
+TempFile ProcessPDF(Engine& engine, std::atomic<bool>& cancel, const std::filesystem::path& report,
+                    RunFolder& work) {
   UserInterface& ui = engine.app().ui();
   ui.status("Scanning PDF file ...");
-  const std::filesystem::path textPath = ConvertPdfToText(engine, report);
-  if (textPath.empty()) {
+  if (report.empty()) {
     cancel = true;
     throw QbError(kPdfScan, "ProcessPDF", std::string(kPdfScanText));
   }
+  TempFile text = ConvertPdfToText(report, work);
   ui.status("Reformatting PDF file ...");
-  return ReformatPdfText(engine, cancel, textPath);
+  return ReformatPdfText(engine, cancel, text.path(), work);
 }
 
 }  // namespace qb

@@ -44,7 +44,7 @@ ConversionJob::ConversionJob(const Application& front, UserInterface& ui, JobReq
   }
   ApplyOverrides();
   ApplyFieldList();
-  driver_.emplace(engine_, ParseOutputOptions(app_.Settings));
+  MakeDriver();
 }
 
 ConversionJob::ConversionJob(const Application& front, UserInterface& ui, const Engine& loaded,
@@ -52,7 +52,26 @@ ConversionJob::ConversionJob(const Application& front, UserInterface& ui, const 
     : request_(std::move(request)), app_(front, ui), engine_(app_, loaded) {
   ApplyOverrides();
   ApplyFieldList();
-  driver_.emplace(engine_, ParseOutputOptions(app_.Settings));
+  MakeDriver();
+}
+
+// The output options, parsed once and checked: an output named .csv is never written as a
+// workbook, nor the reverse.
+void ConversionJob::MakeDriver() {
+  OutputOptions options;
+  try {
+    options = ParseOutputOptions(app_.Settings);
+  } catch (const QbError& e) {
+    throw JobError(JobError::Kind::Failed, e.description());
+  }
+  const std::string extension = request_.output.extension().string();
+  if (auto named = FormatOfExtension(extension); named && *named != options.format) {
+    throw JobError(JobError::Kind::Failed, "the output " + request_.output.string() + " is named " +
+                                               extension + " but the output type (opfmt) is " +
+                                               app_.Settings[Key::opfmt] +
+                                               ": give the output the extension of its type");
+  }
+  driver_.emplace(engine_, std::move(options));
 }
 
 void ConversionJob::ApplyOverrides() {
@@ -68,7 +87,7 @@ void ConversionJob::ApplyFieldList() {
     rs.Filter("");
     rs.Find("fldFLD = " + std::to_string(n));
     if (rs.IsEOF()) {
-      throw JobError(JobError::Kind::BadRequest, "the RDF has no field " + std::to_string(n));
+      throw JobError(JobError::Kind::NoSuchField, "the RDF has no field " + std::to_string(n));
     }
   }
   for (rs.Filter(""); !rs.IsEOF(); rs.MoveNext()) {

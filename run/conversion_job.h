@@ -40,8 +40,8 @@ struct JobRequest {
 class JobError : public std::runtime_error {
  public:
   enum class Kind {
-    Failed,      // the RDF cannot be found or loaded
-    BadRequest,  // the request names something the RDF does not have
+    Failed,       // the RDF cannot be found or loaded, or the settings do not fit the output
+    NoSuchField,  // the request's field list names a field the RDF lacks
   };
   JobError(Kind kind, const std::string& what) : std::runtime_error(what), kind_(kind) {}
   Kind kind() const { return kind_; }
@@ -87,6 +87,7 @@ class ConversionJob {
  private:
   void ApplyOverrides();
   void ApplyFieldList();
+  void MakeDriver();
 
   JobRequest request_;
   Application app_;

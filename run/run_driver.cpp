@@ -42,6 +42,14 @@ RunDriver::Check RunDriver::CheckRun(const std::filesystem::path& report,
     ui.message("At least one Output field must be selected.", "", MessageIcon::None);
     return Check::NoOutputField;
   }
+  for (const auto& [input, what] : {std::pair(report, "report"), std::pair(rdf, "RDF")}) {
+    if (std::filesystem::equivalent(output, input, ec)) {
+      ui.message(std::string("The output is the ") + what + " itself:\n" + output.string() +
+                     "\nis " + input.string() + ".\nChoose another name for the output.",
+                 "Output Not Written", MessageIcon::Critical);
+      return Check::OutputIsAnInput;
+    }
+  }
   if (std::filesystem::exists(output, ec)) {
     if (!ui.question("Output file already exists.\nDo you want to Overwrite it?", "File Found",
                      MessageIcon::Exclamation)) {
@@ -57,24 +65,29 @@ bool RunDriver::Run(const std::filesystem::path& report, const std::filesystem::
   linesProcessed_ = 0;
   const auto start = std::chrono::steady_clock::now();
   converter_.PrepareOutput(options_);
-  // PDF and delimited reports are first turned into a text report, which the run reads
-  // and then deletes.
-  std::filesystem::path text = report;
+  // The run's work files (a PDF's or delimited report's text, mode 6's rows) live in a folder
+  // of its own, removed when the run ends however it ends; one that a killed run left is
+  // removed by a later run once it is a day old.
+  const std::filesystem::path out = engine_.app().ProgramFolder() / "out";
+  RunFolder::RemoveStale(out, std::chrono::hours(24));
+  RunFolder work(out);
+  // PDF and delimited reports are first turned into a text report, which the run reads.
+  std::optional<TempFile> text;
   const RunLog& log = engine_.app().Log();
+  std::atomic<bool>& cancel = converter_.State().CancelFlag;
   bool ok = true;
   if (engine_.flags.PdfReport) {
     ok = RunTrapped(log, "ProcessPDF", lastError_,
-                    [&] { text = ProcessPDF(engine_, converter_.State().CancelFlag, report); });
+                    [&] { text.emplace(ProcessPDF(engine_, cancel, report, work)); });
   } else if (engine_.flags.DffReport) {
     ok = RunTrapped(log, "ProcessDFF", lastError_,
-                    [&] { text = ProcessDFF(engine_, converter_.State().CancelFlag, report); });
+                    [&] { text.emplace(ProcessDFF(engine_, cancel, report, work)); });
   }
   processFailed_ = false;
-  if (ok)
-    ok = RunTrapped(log, "Process", lastError_, [&] { Process(text, output); }) && !processFailed_;
-  if (text != report) {
-    std::error_code ec;
-    std::filesystem::remove(text, ec);
+  if (ok) {
+    ok = RunTrapped(log, "Process", lastError_,
+                    [&] { Process(text ? text->path() : report, output, work); }) &&
+         !processFailed_;
   }
   converter_.FinishErrorReport();
   stats_.runTime = std::chrono::steady_clock::now() - start;
@@ -90,7 +103,11 @@ bool RunDriver::Run(const std::filesystem::path& report, const std::filesystem::
 static_assert(LineReader::kLineSlack >= kCopyBlock);
 void RunDriver::HandLine(std::string_view piece) {
   int64_t n = linesProcessed_.load(std::memory_order_relaxed) + 1;
-  if (n > std::numeric_limits<int32_t>::max()) throw QbError::Runtime(kOverflow, "Process");
+  if (n > std::numeric_limits<int32_t>::max()) [[unlikely]] {
+    throw QbError(kOverflow, "Process",
+                  "Overflow: the report has more than 2,147,483,647 lines, more than a run "
+                  "counts; split it into smaller reports");
+  }
   linesProcessed_.store(n, std::memory_order_relaxed);
   try {
     converter_.CheckDataMarker(piece);
@@ -101,15 +118,17 @@ void RunDriver::HandLine(std::string_view piece) {
   }
 }
 
-void RunDriver::Process(const std::filesystem::path& report, const std::filesystem::path& output) {
+void RunDriver::Process(const std::filesystem::path& report, const std::filesystem::path& output,
+                        RunFolder& work) {
   const RunLog& log = engine_.app().Log();
   UserInterface& ui = engine_.app().ui();
   RunState& state = converter_.State();
 
   LineReader reader(report, "Process");
   const int64_t size = reader.FileSize();
-  OutputTarget target{output, engine_.app().Settings[Key::outdir], converter_.ColumnTypes(),
-                      RdfHeading(engine_.tables), &log};
+  const bool workFile = options_.format == OutputFormat::Xls && options_.bufferMode == 6;
+  OutputTarget target{output, workFile ? work.Path("Process") : std::filesystem::path(),
+                      converter_.ColumnTypes(), RdfHeading(engine_.tables), &log};
   std::unique_ptr<OutputSink> sink;
   try {
     sink = OpenOutputSink(options_, target);

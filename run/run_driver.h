@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 
+#include "base/temp_file.h"
 #include "engine/converter.h"
 #include "output/output_options.h"
 
@@ -35,11 +36,13 @@ class RunDriver {
   RunDriver(Engine& engine, OutputOptions options)
       : engine_(engine), options_(std::move(options)), converter_(engine) {}
 
-  enum class Check { Ready, NothingToDo, NoOutputField, Declined };
+  enum class Check { Ready, NothingToDo, NoOutputField, OutputIsAnInput, Declined };
 
   // The Run button's checks: report and RDF exist and an output is named (else nothing at
   // all happens), at least one output field is selected ("At least one Output field must
-  // be selected."), and an existing output may be overwritten (asked). Yes means "replace
+  // be selected."), the output is neither the report nor the RDF (by name, link or file
+  // identity: they are never written), and an existing output may be overwritten (asked).
+  // Yes means "replace
   // it when the run succeeds": the output is only ever replaced whole, so a run that fails
   // leaves the previous one as it was.
   Check CheckRun(const std::filesystem::path& report, const std::filesystem::path& rdf,
@@ -70,7 +73,8 @@ class RunDriver {
   int64_t LinesProcessed() const { return linesProcessed_.load(std::memory_order_relaxed); }
 
  private:
-  void Process(const std::filesystem::path& report, const std::filesystem::path& output);
+  void Process(const std::filesystem::path& report, const std::filesystem::path& output,
+               RunFolder& work);
   void HandLine(std::string_view piece);
   void Fail(std::string_view procedure, const QbError& error);
 

@@ -156,5 +156,104 @@ TEST_F(ConversionJobTest, JobsCopyTheRdfAndShareNothing) {
   EXPECT_EQ(two[kLines], "919.25,1039999");
 }
 
+// The report and the RDF are never written: an output that is one of them, by its name, a
+// link or a second name of the same file, is refused before anything is opened.
+TEST_F(ConversionJobTest, TheReportAndTheRdfAreNeverTheOutput) {
+  const std::string report = ReadFile(home_ / "r.txt");
+  std::filesystem::create_symlink(home_ / "r.txt", home_ / "link.txt");
+  std::filesystem::create_hard_link(home_ / "r.txt", home_ / "second.txt");
+  for (const char* name : {"r.txt", "link.txt", "second.txt", "t.rdf"}) {
+    JobRequest request = Request(kKinds[0]);
+    request.output = home_ / name;
+    ConversionJob job(app_, ui_, request);
+    ui_.messages.clear();
+    ui_.answers = {true, true};  // overwrite it, if asked
+    EXPECT_EQ(job.Check(), RunDriver::Check::OutputIsAnInput) << name;
+    ASSERT_FALSE(ui_.messages.empty()) << name;
+    const std::string& said = ui_.messages.front().text;
+    EXPECT_NE(said.find((home_ / name).string()), std::string::npos) << said;
+    EXPECT_NE(said.find(std::string_view(name) == "t.rdf" ? "RDF" : "report"), std::string::npos)
+        << said;
+  }
+  EXPECT_EQ(ReadFile(home_ / "r.txt"), report);
+}
+
+// Settings the output cannot use are refused with the setting, its value and what it takes,
+// and the previous output stays as it was.
+TEST_F(ConversionJobTest, SettingsOutsideTheirRangeAreRefused) {
+  struct Case {
+    const char* output;
+    std::vector<std::pair<Key, std::string>> overrides;
+    const char* says;
+  } cases[] = {
+      {"out.xls",
+       {{Key::rmode, "7"}},
+       "The setting rmode is \"7\"; the workbook's buffer mode is 0"},
+      {"out.xls", {{Key::rmode, ""}}, "The setting rmode is \"\""},
+      {"out.txt", {{Key::delim, ""}}, "The setting delim is \"\"; a .txt output needs a delimiter"},
+      {"out.txt", {{Key::opfmt, ".pdf"}}, "The setting opfmt is \".pdf\""},
+      {"out.xls", {{Key::opfmt, ".csv"}}, "is named .xls but the output type (opfmt) is .csv"},
+  };
+  for (const Case& c : cases) {
+    WriteFile(home_ / c.output, "previous output");
+    JobRequest request = Request(kKinds[0]);
+    request.output = home_ / c.output;
+    request.overrides = c.overrides;
+    try {
+      ConversionJob job(app_, ui_, request);
+      ADD_FAILURE() << c.says << ": not refused";
+    } catch (const JobError& e) {
+      EXPECT_NE(std::string(e.what()).find(c.says), std::string::npos) << e.what();
+    }
+    EXPECT_EQ(ReadFile(home_ / c.output), "previous output");
+    std::filesystem::remove(home_ / c.output);
+  }
+}
+
+// Two runs that write one output at once: it ends up whole, one run's or the other's, never
+// a mix of both, and no temporary file stays.
+TEST_F(ConversionJobTest, TwoRunsOnOneOutputLeaveOneWholeOutput) {
+  std::string other;
+  for (int i = 0; i < kLines; ++i) other += "D " + std::to_string(2000000 + i) + " 1.00\r\n";
+  WriteFile(home_ / "other.txt", other);
+  JobRequest first = Request(kKinds[1]);
+  JobRequest second = Request(kKinds[1]);
+  second.report = home_ / "other.txt";
+  test::RecordingUI otherUi;
+  ConversionJob a(app_, ui_, first);
+  ConversionJob b(app_, otherUi, second);
+  std::thread ta([&a] { EXPECT_TRUE(a.Run()); });
+  std::thread tb([&b] { EXPECT_TRUE(b.Run()); });
+  ta.join();
+  tb.join();
+  const auto lines = test::ReadLines(home_ / "out.csv");
+  ASSERT_EQ(lines.size(), static_cast<size_t>(kLines) + 1);
+  const std::string firstNumber = lines[1].substr(0, 7);
+  EXPECT_TRUE(firstNumber == "1000000" || firstNumber == "2000000") << lines[1];
+  for (size_t i = 1; i < lines.size(); ++i) {
+    ASSERT_EQ(lines[i].substr(0, 7), std::to_string(std::stoi(firstNumber) + i - 1)) << i;
+  }
+  EXPECT_EQ(Files(home_.path()), (std::vector<std::string>{"log", "other.txt", "out", "out.csv",
+                                                           "qbsys.txt", "r.txt", "t.rdf"}));
+}
+
+// An output name that is a folder is refused for every output type; the folder and what it
+// holds stay as they were.
+TEST_F(ConversionJobTest, AFolderIsNeverTakenForTheOutput) {
+  for (const OutputKind& kind : kKinds) {
+    const auto output = home_ / (std::string("out") + kind.extension);
+    std::filesystem::create_directories(output);
+    WriteFile(output / "keep.txt", "kept");
+    ConversionJob job(app_, ui_, Request(kind));
+    EXPECT_FALSE(job.Run()) << kind.name;
+    ASSERT_TRUE(job.LastError()) << kind.name;
+    EXPECT_EQ(job.LastError()->number(), kPathFileAccess) << kind.name;
+    EXPECT_NE(job.LastError()->description().find("not a file"), std::string::npos);
+    EXPECT_EQ(ReadFile(output / "keep.txt"), "kept") << kind.name;
+    EXPECT_EQ(Files(home_.path()), Expected(kind)) << kind.name;
+    std::filesystem::remove_all(output);
+  }
+}
+
 }  // namespace
 }  // namespace qb

@@ -39,27 +39,92 @@ TEST_F(DffTest, ReformatsLinesAndFormFeedsAndEndsWithABlankLine) {
   ASSERT_TRUE(engine_.LoadRDF(home_ / "t.rdf", ""));
   WriteFile(home_ / "in.tsv", "A\tone\r\nB\ttwo\fC\tthree\r\n\r\n");
   std::atomic<bool> cancel{false};
-  const auto out = ProcessDFF(engine_, cancel, home_ / "in.tsv");
-  EXPECT_EQ(out, home_ / "out" / "in.qbr");
-  EXPECT_EQ(ReadFile(out), "A      one\r\nB      two\r\nC      three\r\n\r\n \r\n");
-  EXPECT_EQ(ui_.statuses.front(), "Reformatting DFF file ...");
+  {
+    RunFolder work(home_ / "out");
+    const TempFile out = ProcessDFF(engine_, cancel, home_ / "in.tsv", work);
+    EXPECT_EQ(ReadFile(out.path()), "A      one\r\nB      two\r\nC      three\r\n\r\n \r\n");
+    EXPECT_EQ(ui_.statuses.front(), "Reformatting DFF file ...");
+  }
+  EXPECT_TRUE(std::filesystem::is_empty(home_ / "out")) << "the run's folder stays";
 
   cancel = true;
   try {
-    ProcessDFF(engine_, cancel, home_ / "in.tsv");
+    RunFolder work(home_ / "out");
+    ProcessDFF(engine_, cancel, home_ / "in.tsv", work);
     FAIL() << "no error";
   } catch (const QbError& e) {
     EXPECT_EQ(e.source(), "ProcessDFF");
     EXPECT_EQ(e.description(), "Reformatting Report file");
   }
+  EXPECT_TRUE(std::filesystem::is_empty(home_ / "out"));
   cancel = false;
+  // The program folder's out/ is made when it is missing; when it cannot be, the error names it.
   std::filesystem::remove_all(home_ / "out");
+  {
+    RunFolder work(home_ / "out");
+    ProcessDFF(engine_, cancel, home_ / "in.tsv", work);
+  }
+  EXPECT_TRUE(std::filesystem::is_empty(home_ / "out"));
+  std::filesystem::remove_all(home_ / "out");
+  WriteFile(home_ / "out", "a file where the folder should be");
   try {
-    ProcessDFF(engine_, cancel, home_ / "in.tsv");
+    RunFolder work(home_ / "out");
+    ProcessDFF(engine_, cancel, home_ / "in.tsv", work);
     FAIL() << "no error";
   } catch (const QbError& e) {
+    EXPECT_EQ(e.number(), kPathNotFound);
     EXPECT_NE(e.description().find((home_ / "out").string()), std::string::npos);
   }
+}
+
+// A DFC column outside the line is named, with the input line that reached it.
+TEST_F(DffTest, AColumnOutsideTheLineSaysWhereAndWhich) {
+  Rdf("RDF 0001D T@T\r\nDFI\r\ncomma,\"\r\nDFC\r\n1,1,,0,\r\n2,501,,0,\r\nRDF 01 D\r\n");
+  ASSERT_TRUE(engine_.LoadRDF(home_ / "t.rdf", ""));
+  WriteFile(home_ / "in.csv", "only one field\r\nA,B\r\n");
+  std::atomic<bool> cancel{false};
+  RunFolder work(home_ / "out");
+  try {
+    ProcessDFF(engine_, cancel, home_ / "in.csv", work);
+    FAIL() << "no error";
+  } catch (const QbError& e) {
+    EXPECT_EQ(e.number(), kInvalidCall);
+    EXPECT_NE(e.description().find("places field 2 at column 501; columns run from 1 to 500"),
+              std::string::npos)
+        << e.description();
+    EXPECT_EQ(e.file(), home_ / "in.csv");
+    EXPECT_EQ(e.line(), 2);
+  }
+}
+
+// Two runs at once, or a run after a killed one: work files never meet. Each run has its
+// own folder, and a folder a killed run left goes once it is a day old.
+TEST_F(DffTest, EachRunHasItsOwnWorkFolder) {
+  Rdf("RDF 0001D T@T\r\nDFI\r\ncomma,\"\r\nDFC\r\n1,1,,0,\r\nRDF 01 D\r\n");
+  ASSERT_TRUE(engine_.LoadRDF(home_ / "t.rdf", ""));
+  std::filesystem::create_directories(home_ / "a");
+  std::filesystem::create_directories(home_ / "b");
+  WriteFile(home_ / "a" / "in.csv", "first\r\n");
+  WriteFile(home_ / "b" / "in.csv", "second\r\n");
+  std::atomic<bool> cancel{false};
+  RunFolder one(home_ / "out"), two(home_ / "out");
+  const TempFile a = ProcessDFF(engine_, cancel, home_ / "a" / "in.csv", one);
+  const TempFile b = ProcessDFF(engine_, cancel, home_ / "b" / "in.csv", two);
+  EXPECT_EQ(ReadFile(a.path()), "first\r\n \r\n");
+  EXPECT_EQ(ReadFile(b.path()), "second\r\n \r\n");
+  EXPECT_NE(one.Path("t"), two.Path("t"));
+
+  const auto stale = home_ / "out" / "qbrun.killed";
+  const auto fresh = home_ / "out" / "qbrun.running";
+  std::filesystem::create_directories(stale);
+  std::filesystem::create_directories(fresh);
+  WriteFile(stale / "x.qbr", "left by a killed run");
+  std::filesystem::last_write_time(
+      stale, std::filesystem::file_time_type::clock::now() - std::chrono::hours(25));
+  RunFolder::RemoveStale(home_ / "out", std::chrono::hours(24));
+  EXPECT_FALSE(std::filesystem::exists(stale));
+  EXPECT_TRUE(std::filesystem::exists(fresh));
+  EXPECT_TRUE(std::filesystem::exists(one.Path("t")));
 }
 
 }  // namespace
@@ -138,24 +203,23 @@ TEST_F(PdfTest, TheIntermediateFileIsReadByItsMarkers) {
                 FormatPieceLine(At(0, 1, "THREE")) + "\r\nEnd Text Contents **** Page 2\r\n" +
                 "Start Text Contents ** Page 3\r\n" + FormatPieceLine(At(0, 1, "LOST")) + "\r\n");
   std::atomic<bool> cancel{false};
-  const auto out = ReformatPdfText(engine_, cancel, home_ / "out" / "r.qbt");
-  EXPECT_EQ(out, home_ / "out" / "r.qbr");
+  RunFolder work(home_ / "out");
+  const TempFile out = ReformatPdfText(engine_, cancel, home_ / "out" / "r.qbt", work);
   // A page without its end marker gives no lines; page 2 begins with a form feed.
-  EXPECT_EQ(ReadFile(out), "ONE TWO\r\n\fTHREE\r\n \r\n");
-  EXPECT_FALSE(std::filesystem::exists(home_ / "out" / "r.qbt"));
+  EXPECT_EQ(ReadFile(out.path()), "ONE TWO\r\n\fTHREE\r\n \r\n");
   EXPECT_TRUE(std::is_sorted(ui_.percents.begin(), ui_.percents.end()));
   EXPECT_LE(ui_.percents.back(), 100);
 
   // Not a PDF: error 514 that says why; nothing is left behind.
   WriteFile(home_ / "fake.pdf", "%PDF-1.4 but nothing more\r\n");
   try {
-    ConvertPdfToText(engine_, home_ / "fake.pdf");
+    ConvertPdfToText(home_ / "fake.pdf", work);
     FAIL() << "no error";
   } catch (const QbError& e) {
     EXPECT_EQ(e.number(), 514);
     EXPECT_NE(e.description().find("damaged or not a PDF"), std::string::npos);
   }
-  EXPECT_FALSE(std::filesystem::exists(home_ / "out" / "fake.qbt"));
+  EXPECT_TRUE(std::filesystem::is_empty(work.Path("t")));
 }
 
 TEST_F(PdfTest, SamplePdfsConvertLikeTheirTextReport) {
@@ -164,7 +228,9 @@ TEST_F(PdfTest, SamplePdfsConvertLikeTheirTextReport) {
     ASSERT_TRUE(engine_.LoadRDF(
         test::Sample(name == std::string("ARINV01_fixed") ? "ARINV01P.rdf" : "ARINV01PP.rdf"), ""));
     std::atomic<bool> cancel{false};
-    const auto qbr = ProcessPDF(engine_, cancel, test::Sample(std::string("pdf/") + name + ".pdf"));
+    RunFolder work(home_ / "out");
+    const TempFile qbr =
+        ProcessPDF(engine_, cancel, test::Sample(std::string("pdf/") + name + ".pdf"), work);
     const std::string text = ReadFile(test::Sample("ARINV01.txt"));
     // Every line that carries data reads the same; only trailing blanks and blank page ends differ.
     std::vector<std::string> want, got;
@@ -172,7 +238,7 @@ TEST_F(PdfTest, SamplePdfsConvertLikeTheirTextReport) {
       const std::string t = l.substr(0, l.find_last_not_of(' ') + 1);
       if (!t.empty()) want.push_back(t);
     }
-    for (const std::string& l : test::ReadLines(qbr)) {
+    for (const std::string& l : test::ReadLines(qbr.path())) {
       if (!l.empty() && l != " ") got.push_back(l);
     }
     if (std::string(name) == "ARINV01_fixed") {

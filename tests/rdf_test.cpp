@@ -138,6 +138,9 @@ TEST_F(EngineTest, DamagedRdfsFailWithNumberAndPlace) {
       {"RDF 0001T T@P\r\nDIN\r\nCR\r\n", false, kSubscript, "LoadRDFHeader", 3},
       {"RDF 0001T T@P\r\nPDC\r\n1,2,3,4,5,t,6\r\n", false, kSubscript, "LoadRDFHeader", 3},
       {"RDF 0002T T@P\r\nRDF 01 D\r\n", false, kSubscript, "LoadRDFDetail", 0},  // no part 02
+      // A delimited-input section with an empty delimiter would split the input at blanks.
+      {"RDF 0001T T@P\r\nDFI\r\n,\"\r\nDFC\r\n1,1,,0,\r\n", false, kInvalidCall, "LoadRDFHeader",
+       3},
   };
   int n = 0;
   for (Case& c : cases) {
@@ -267,6 +270,19 @@ TEST_F(EngineTest, AutoFindStaysInTheRdfFolder) {
   }
   EXPECT_FALSE(FindRdf(home_ / "missing.txt", row9, rdfs));
   EXPECT_FALSE(FindRdf("/in/.hidden", byName, rdfs));
+
+  // A link in the RDF folder is followed inside it, never out of it.
+  const std::filesystem::path folder = home_ / "rdfs";
+  std::filesystem::create_directories(folder);
+  WriteFile(folder / "REAL.rdf", "RDF 0001T T@P\r\n");
+  WriteFile(home_ / "outside.rdf", "RDF 0001T T@P\r\n");
+  std::filesystem::create_symlink(folder / "REAL.rdf", folder / "INSIDE.rdf");
+  std::filesystem::create_symlink(home_ / "outside.rdf", folder / "OUT.rdf");
+  std::filesystem::create_symlink("../outside.rdf", folder / "UP.rdf");
+  EXPECT_EQ(FindRdf("/in/INSIDE.txt", byName, folder),
+            std::filesystem::canonical(folder / "REAL.rdf"));
+  EXPECT_FALSE(FindRdf("/in/OUT.txt", byName, folder));
+  EXPECT_FALSE(FindRdf("/in/UP.txt", byName, folder));
 }
 
 TEST_F(EngineTest, SavedRdfLoadsBackTheSame) {
