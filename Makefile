@@ -6,7 +6,7 @@ BENCH_BUILD ?= build-release
 FUZZ_BUILD ?= build-fuzz
 JOBS       ?= $(shell nproc)
 
-.PHONY: all bootstrap configure build demo check test format includes asan tsan bench fuzz \
+.PHONY: all bootstrap configure build demo check test format includes asan tsan bench fuzz fuzz-build \
 	screenshots clean
 
 all: build
@@ -26,7 +26,7 @@ demo: build
 
 # The format and include checks, every test, then the unit tests again under AddressSanitizer
 # and UndefinedBehaviorSanitizer, and the tests that start threads under ThreadSanitizer.
-check: build format includes test asan tsan
+check: build format includes test asan tsan fuzz-build
 
 # Every C++ file as .clang-format (Debian's clang-format) has it.
 format: bootstrap
@@ -60,11 +60,15 @@ bench: bootstrap
 	cmake --build $(BENCH_BUILD) -j$(JOBS)
 	@bench/run $(BENCH_BUILD)
 
-# Sixty seconds of libFuzzer on RDF loading, starting from the shipped samples.
-fuzz: bootstrap
+# The libFuzzer targets, built with clang (make check builds them so that they cannot rot).
+fuzz-build: bootstrap
 	CXX=clang++ cmake -S . -B $(FUZZ_BUILD) -DCMAKE_BUILD_TYPE=Debug -DQB_FUZZ=ON -DQB_BUILD_UI=OFF \
 	  -DQB_BUILD_TESTS=OFF -DQB_BUILD_BENCH=OFF
 	cmake --build $(FUZZ_BUILD) -j$(JOBS)
+
+# Sixty seconds of libFuzzer on each target (RDF loading, the preprocessing steps, whole
+# conversions), starting from the shipped samples.
+fuzz: fuzz-build
 	@tests/fuzz/run $(FUZZ_BUILD) 60
 
 # Pictures of the window and its dialogs, in build/screenshots/.

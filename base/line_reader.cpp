@@ -17,8 +17,8 @@ constexpr size_t kMinChunk = 4096;
 constexpr size_t kMaxChunk = 1 << 20;
 }  // namespace
 
-LineReader::LineReader(const std::filesystem::path& path, std::string_view source)
-    : source_(source) {
+LineReader::LineReader(const std::filesystem::path& path, std::string_view source, size_t keep)
+    : keep_(keep), source_(source) {
   fd_ = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (fd_ < 0) {
     int err = errno;
@@ -47,6 +47,7 @@ LineReader::~LineReader() {
 }
 
 // Moves the unread tail to the front and reads more after it; false when nothing came.
+// scanFrom_ is left where the bytes not yet searched for a line end begin.
 bool LineReader::fill() {
   if (eof_) return false;
   formFeed_ = nullptr;
@@ -55,12 +56,14 @@ bool LineReader::fill() {
     end_ -= begin_;
     begin_ = 0;
   }
+  if (end_ == capacity_ && keep_ > 0) compact();
   if (end_ == capacity_) {  // a line longer than the buffer
     auto bigger = std::make_unique<char[]>(capacity_ * 2 + kLineSlack);
     std::memcpy(bigger.get(), buf_.get(), end_);
     buf_ = std::move(bigger);
     capacity_ *= 2;
   }
+  scanFrom_ = end_;
   for (;;) {
     ssize_t n = ::read(fd_, buf_.get() + end_, capacity_ - end_);
     if (n < 0) {
@@ -76,6 +79,26 @@ bool LineReader::fill() {
   }
 }
 
+// The buffer holds one unfinished line: each of its pieces is cut to keep_ characters, in
+// place, form feeds kept. What was compacted before is not looked at again.
+void LineReader::compact() {
+  char* const buf = buf_.get();
+  size_t out = compacted_;
+  for (size_t in = compacted_; in < end_; ++in) {
+    const char c = buf[in];
+    if (c == '\f') {
+      pieceLength_ = 0;
+    } else if (pieceLength_ < keep_) {
+      ++pieceLength_;
+    } else {
+      ++dropped_;
+      continue;
+    }
+    buf[out++] = c;
+  }
+  end_ = compacted_ = out;
+}
+
 bool LineReader::Next(std::string_view& line) {
   size_t scanFrom = begin_;
   for (;;) {
@@ -84,19 +107,25 @@ bool LineReader::Next(std::string_view& line) {
     if (lf) {
       size_t at = static_cast<size_t>(static_cast<const char*>(lf) - buf_.get());
       size_t len = at - begin_;
-      if (len > 0 && buf_[at - 1] == '\r') --len;
+      lineBytes_ = len + dropped_;
+      if (len > 0 && buf_[at - 1] == '\r') {
+        --len;
+        --lineBytes_;
+      }
       line = std::string_view(buf_.get() + begin_, len);
       begin_ = at + 1;
+      compacted_ = pieceLength_ = dropped_ = 0;
       return true;
     }
-    size_t scanned = end_ - begin_;
     if (!fill()) {
       if (begin_ == end_) return false;
       line = std::string_view(buf_.get() + begin_, end_ - begin_);  // last line, no LF
+      lineBytes_ = line.size() + dropped_;
       begin_ = end_;
+      compacted_ = pieceLength_ = dropped_ = 0;
       return true;
     }
-    scanFrom = begin_ + scanned;
+    scanFrom = scanFrom_;
   }
 }
 

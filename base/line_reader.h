@@ -4,6 +4,11 @@
 // line without LF is still a line; a file ending with LF has no empty line after it.
 // Every line is followed in memory by at least kLineSlack readable bytes (of any value), so
 // its fields can be read in whole 16-byte blocks.
+//
+// A reader may be told to keep only the first `keep` characters of each piece of a line (a
+// piece ends at a form feed): a line longer than the buffer then costs no more memory than
+// the buffer, however long it is, and comes back with each piece cut to `keep` characters
+// and its form feeds where they were.
 
 #include <cstdint>
 #include <filesystem>
@@ -17,7 +22,8 @@ class LineReader {
   static constexpr size_t kLineSlack = 16;
 
   // Throws QbError 53 when the file does not exist, or the errno error, naming `source`.
-  LineReader(const std::filesystem::path& path, std::string_view source);
+  // `keep`: see above; 0 keeps whole lines.
+  LineReader(const std::filesystem::path& path, std::string_view source, size_t keep = 0);
   ~LineReader();
   LineReader(const LineReader&) = delete;
   LineReader& operator=(const LineReader&) = delete;
@@ -30,9 +36,13 @@ class LineReader {
 
   // Size of the file in bytes when it was opened.
   int64_t FileSize() const { return size_; }
+  // How many bytes the last line had in the file, before any piece of it was cut (its line
+  // end not counted).
+  size_t LineBytes() const { return lineBytes_; }
 
  private:
   bool fill();
+  void compact();
 
   int fd_ = -1;
   int64_t size_ = 0;
@@ -40,6 +50,14 @@ class LineReader {
   size_t capacity_ = 0;
   size_t begin_ = 0, end_ = 0;
   bool eof_ = false;
+  size_t scanFrom_ = 0;  // where the search for the line's end goes on after a fill
+  // Keeping pieces short: the limit, how much of the current line was compacted, how long
+  // its last piece is so far, and how many of its bytes were dropped.
+  size_t keep_ = 0;
+  size_t compacted_ = 0;
+  size_t pieceLength_ = 0;
+  size_t dropped_ = 0;
+  size_t lineBytes_ = 0;
   // The next form feed at or after some line start, or the buffer's end when there is
   // none; null when not yet searched since the buffer last changed.
   const char* formFeed_ = nullptr;

@@ -196,12 +196,16 @@ bool RowFormatter::HasCsvSpecialAt(const char* p, size_t n) {
   }
   return false;
 #else
+  return HasCsvSpecialByWords(p, n);
+#endif
+}
+
+bool RowFormatter::HasCsvSpecialByWords(const char* p, size_t n) {
   if (n < 8) return WordHasCsvSpecial(FirstBytes(LoadWord(p), n));
   for (size_t i = 0; i + 8 < n; i += 8) {
     if (WordHasCsvSpecial(LoadWord(p + i))) return true;
   }
   return WordHasCsvSpecial(LoadWord(p + n - 8));  // overlaps the word before
-#endif
 }
 
 char* RowFormatter::PutCsvQuoted(char* p, std::string_view value) {

@@ -124,7 +124,9 @@ void RunDriver::Process(const std::filesystem::path& report, const std::filesyst
   UserInterface& ui = engine_.app().ui();
   RunState& state = converter_.State();
 
-  LineReader reader(report, "Process");
+  // Only the first kLineWidth characters of a piece are ever read: a line of gigabytes costs
+  // no more memory than the reader's buffer.
+  LineReader reader(report, "Process", Converter::kLineWidth);
   const int64_t size = reader.FileSize();
   const bool workFile = options_.format == OutputFormat::Xls && options_.bufferMode == 6;
   OutputTarget target{output, workFile ? work.Path("Process") : std::filesystem::path(),
@@ -145,7 +147,7 @@ void RunDriver::Process(const std::filesystem::path& report, const std::filesyst
     bool formFeed = false;
     while (!state.CancelFlag.load(std::memory_order_relaxed) && !state.StopFlag &&
            reader.Next(line, formFeed)) {
-      progress.AddLine(line.size());
+      progress.AddLine(reader.LineBytes());
       // A form feed ends a piece and is dropped; a line holding only one gives two pieces.
       for (size_t ff; formFeed && (ff = line.find('\f')) != std::string_view::npos;) {
         HandLine(line.substr(0, ff));

@@ -48,10 +48,21 @@ bool Application::ResetForm() {
 }
 
 void Application::SetReportLogFile(const std::filesystem::path& report) {
-  reportLogFile_ = std::filesystem::path(Settings[Key::logdir]) / report.stem();
-  reportLogFile_ += ".log";
+  reportLogFile_.clear();
+  // The delete below must reach nothing outside logdir: an empty logdir would mean the
+  // working folder, a separator in the name would lead into another folder (a backslash
+  // counts, for names from a Windows folder), and "." and ".." name folders, not reports.
+  const std::string& logdir = Settings[Key::logdir];
+  const std::string stem = report.stem().string();
+  if (logdir.empty() || stem.empty() || stem == "." || stem == ".." ||
+      stem.find_first_of("/\\") != std::string::npos) {
+    return;
+  }
+  reportLogFile_ = std::filesystem::path(logdir) / (stem + ".log");
+  // Only a file is an old log; a folder of that name is the user's.
   std::error_code ec;
-  std::filesystem::remove(reportLogFile_, ec);
+  if (!std::filesystem::is_directory(std::filesystem::symlink_status(reportLogFile_, ec)))
+    std::filesystem::remove(reportLogFile_, ec);
 }
 
 }  // namespace qb

@@ -38,7 +38,9 @@ class Application {
   void SnapshotSettings() { SavedSettings = Settings; }
 
   // The per-report log path: "logdir" / the report's base name + ".log". An existing file of
-  // that name is deleted; nothing is ever written to it.
+  // that name is deleted; nothing is ever written to it. A base name that could lead out of
+  // logdir (empty, ".", "..", one holding a path separator) or an empty "logdir" gives no
+  // per-report log (an empty path) and deletes nothing.
   void SetReportLogFile(const std::filesystem::path& report);
   const std::filesystem::path& ReportLogFile() const { return reportLogFile_; }
 

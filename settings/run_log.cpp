@@ -1,11 +1,69 @@
 #include "settings/run_log.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <ctime>
 
 #include "base/errors.h"
-#include "base/file_io.h"
 
 namespace qb {
+namespace {
+
+// A CR or LF in a logged text would start a line that is no entry (an output name can hold
+// them); shown as \r and \n, the entry stays on its line and the text can still be read.
+void AppendShown(std::string& line, std::string_view text) {
+  for (char c : text) {
+    if (c == '\r')
+      line += "\\r";
+    else if (c == '\n')
+      line += "\\n";
+    else
+      line += c;
+  }
+}
+
+// Appends one whole entry, `line` with its CR LF, so that every line of the log is an entry:
+//  - O_APPEND and one write() of the whole line, so appends of other threads and programs
+//    never fall inside it;
+//  - the advisory lock, taken by every writer of the log, so that nobody appends behind an
+//    entry that a full disk or the file-size limit cut short before it is taken back;
+//  - a cut entry is taken back (truncated away): ending it with CR LF instead would leave a
+//    line that is no whole entry, and on a full disk that second write fails as well.
+// Throws QbError (path not found, access, disk full) under "WriteLog".
+void AppendEntry(const std::filesystem::path& logFile, std::string_view line) {
+  const int fd = ::open(logFile.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+  if (fd < 0) throw ErrorFromErrno(errno, "WriteLog").at(logFile);
+  // A file system without locks still gets the single write; only the take-back below then
+  // checks for itself that nothing was appended behind the cut entry.
+  while (::flock(fd, LOCK_EX) != 0 && errno == EINTR) {
+  }
+  ssize_t n;
+  do {
+    n = ::write(fd, line.data(), line.size());
+  } while (n < 0 && errno == EINTR);
+  int err = n < 0 ? errno : 0;
+  if (n >= 0 && static_cast<size_t>(n) < line.size()) {
+    // A short write to a file means no room: a full disk or the file-size limit.
+    err = ENOSPC;
+    if (n > 0) {
+      const off_t end = ::lseek(fd, 0, SEEK_CUR);  // O_APPEND left it just after our bytes
+      struct stat st;
+      const bool lastInFile = end >= n && ::fstat(fd, &st) == 0 && st.st_size == end;
+      if (!lastInFile || ::ftruncate(fd, end - n) != 0) {
+        // Cannot take it back: at least end its line, so the next entry starts its own.
+        [[maybe_unused]] const ssize_t ended = ::write(fd, "\r\n", 2);
+      }
+    }
+  }
+  if (::close(fd) != 0 && err == 0) err = errno;  // also drops the lock
+  if (err != 0) throw ErrorFromErrno(err, "WriteLog").at(logFile);
+}
+
+}  // namespace
 
 RunLog::RunLog(UserInterface& ui, std::filesystem::path appLogFile, Clock clock)
     : ui_(ui), appLogFile_(std::move(appLogFile)), clock_(std::move(clock)) {
@@ -22,11 +80,13 @@ std::string RunLog::FormatLine(std::chrono::system_clock::time_point when, std::
                 tm.tm_year % 100, tm.tm_hour, tm.tm_min);
   std::string line = stamp;
   line += "  ";
-  std::string_view src = source.substr(0, 20);
+  std::string src;
+  AppendShown(src, source);
+  if (src.size() > 20) src.resize(20);
   line += src;
   line.append(20 - src.size(), ' ');
   line += "  --- ";
-  line += message;
+  AppendShown(line, message);
   return line;
 }
 
@@ -35,7 +95,7 @@ void RunLog::WriteLog(const std::filesystem::path& logFile, std::string_view sou
   std::string line = FormatLine(clock_(), source, message);
   line += "\r\n";
   try {
-    AppendToFile(logFile, line, "WriteLog");
+    AppendEntry(logFile, line);
   } catch (const QbError& e) {
     ui_.message("An error occurred while Writing To Log :\r" + std::to_string(e.number()) + " - " +
                     e.description(),

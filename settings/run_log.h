@@ -4,6 +4,10 @@
 //
 //   11/15/09 14:05  Quillbrook            --- Started...
 //   <time stamp>  <source, 20 wide>  --- <message>
+//
+// Every line is one whole entry: CR and LF inside a source or message are shown as the two
+// characters \r and \n, and an entry that cannot be written whole is not left in the log in
+// part, so readers that split the log at line ends always see whole entries.
 
 #include <chrono>
 #include <cstdint>
@@ -32,8 +36,8 @@ class RunLog {
   // The program folder's log\qbuia.log.
   const std::filesystem::path& AppLogFile() const { return appLogFile_; }
 
-  // Appends one line. A failure shows the "An error occurred while Writing To Log :" box
-  // and the line is lost; the caller goes on.
+  // Appends one line. A failure (a full disk, no log folder) shows the "An error occurred
+  // while Writing To Log :" box and the line is lost, none of it kept; the caller goes on.
   void WriteLog(const std::filesystem::path& logFile, std::string_view source,
                 std::string_view message) const;
   void WriteLog(std::string_view source, std::string_view message) const {
@@ -41,13 +45,15 @@ class RunLog {
   }
 
   // Shows "Error: <n>" and the description in a box, then logs it under `procedure` when
-  // `logFile` is not empty.
+  // `logFile` is not empty (a description of several lines being one entry, its line breaks
+  // shown as \r and \n).
   void LogError(std::string_view procedure, int32_t number, std::string_view description,
                 const std::filesystem::path& logFile) const;
   // The same for a trapped error, into the application log, under the error's source.
   void LogError(const QbError& error) const;
 
-  // The line as written, without its CR LF.
+  // The line as written, without its CR LF: CR and LF in `source` and `message` as \r and \n,
+  // the source then cut or padded to 20 characters.
   static std::string FormatLine(std::chrono::system_clock::time_point when, std::string_view source,
                                 std::string_view message);
 

@@ -40,15 +40,17 @@ constexpr bool InKeyOrder() {
 static_assert(InKeyOrder(), "kDefinitions lists the settings in the order of Key");
 
 bool WriteKeys(const clsKeys& settings, std::span<const std::string_view> names,
-               const std::filesystem::path& file) {
+               const std::filesystem::path& file, std::string* why) {
   try {
     for (std::string_view name : names) {
       const clsKey& key = settings.ItemNamed(name);
       WriteProfileString(file, key.Section, key.Name, key.Value);
     }
     return true;
-  } catch (const QbError&) {
-    return false;  // the settings procedures end quietly; the caller sees false
+  } catch (const QbError& e) {
+    // The settings procedures end quietly; the caller sees false and tells the user.
+    if (why) *why = e.description();
+    return false;
   }
 }
 
@@ -128,10 +130,18 @@ std::string DefaultFolder() {
 clsKeys LoadSettings(const std::filesystem::path& programFolder, std::string_view fileName) {
   const std::filesystem::path file =
       fileName.empty() ? std::filesystem::path() : programFolder / fileName;
-  const std::string folder = DefaultFolder();
+  const std::string home = DefaultFolder();
+  const std::string out = (programFolder / kOutSubfolder).string();
+  const std::string log = (programFolder / kLogSubfolder).string();
   clsKeys keys;
   for (const SettingDefinition& d : kDefinitions) {
-    std::string_view def = d.defaultValue.empty() ? std::string_view(folder) : d.defaultValue;
+    std::string_view def = d.defaultValue;
+    if (d.key == Key::outdir)
+      def = out;
+    else if (d.key == Key::logdir)
+      def = log;
+    else if (def.empty())
+      def = home;
     keys.Add(std::string(d.name), ReadProfileString(file, d.section, d.name, def, kMaxValueLength),
              std::string(d.section));
   }
@@ -139,21 +149,28 @@ clsKeys LoadSettings(const std::filesystem::path& programFolder, std::string_vie
 }
 
 bool SaveAllSettings(const clsKeys& settings, const std::filesystem::path& programFolder,
-                     std::string_view fileName) {
-  if (fileName.empty()) return false;
+                     std::string_view fileName, std::string* why) {
+  if (fileName.empty()) {
+    if (why) *why = "No settings file name";
+    return false;
+  }
   std::vector<std::string_view> names;
   for (const clsKey& k : settings) names.push_back(k.Name);
-  return WriteKeys(settings, names, programFolder / fileName);
+  return WriteKeys(settings, names, programFolder / fileName, why);
 }
 
 bool SaveOptions(const clsKeys& settings, bool saveFolders,
-                 const std::filesystem::path& programFolder, std::string_view fileName) {
-  if (fileName.empty()) return false;
+                 const std::filesystem::path& programFolder, std::string_view fileName,
+                 std::string* why) {
+  if (fileName.empty()) {
+    if (why) *why = "No settings file name";
+    return false;
+  }
   static constexpr std::array<Key, 5> kOptionKeys{Key::pfset, Key::rmode, Key::lmeth, Key::rdfdir,
                                                   Key::rptdir};
   std::vector<std::string_view> names;
   for (Key k : std::span(kOptionKeys).first(saveFolders ? 5 : 3)) names.push_back(KeyName(k));
-  return WriteKeys(settings, names, programFolder / fileName);
+  return WriteKeys(settings, names, programFolder / fileName, why);
 }
 
 }  // namespace qb

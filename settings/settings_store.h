@@ -17,8 +17,8 @@ namespace qb {
 enum class Key : uint8_t {
   rptdir,  // the report picker's folder
   rdfdir,  // the RDF picker's folder, and where auto-find looks
-  outdir,  // the output picker's folder
-  logdir,  // where per-report log files go
+  outdir,  // the output picker's folder, and where buffer mode 6 keeps its work file
+  logdir,  // where per-report log files go (and are deleted when a report is chosen)
   pfset,   // the current source system entry
   tqswt,   // "1": text values between qualifiers
   textq,   // the text qualifier
@@ -82,27 +82,38 @@ struct SettingDefinition {
   Key key;
   std::string_view section;
   std::string_view name;
-  std::string_view defaultValue;  // empty for the folders, which default to DefaultFolder()
+  // Empty for the four folders: see DefaultFolder, kOutSubfolder and kLogSubfolder.
+  std::string_view defaultValue;
 };
 std::span<const SettingDefinition> SettingDefinitions();
 
-// The default of the four folder settings: the user's home directory ("C:\" on Windows).
+// The default of "rptdir" and "rdfdir", where the user's reports and RDFs are looked for:
+// the user's home directory ("C:\" on Windows).
 std::string DefaultFolder();
+
+// "outdir" and "logdir" default to these folders of the program folder, never to the home
+// directory: the program writes work files there and deletes per-report logs from logdir,
+// which must not touch the user's own files.
+inline constexpr std::string_view kOutSubfolder = "out";
+inline constexpr std::string_view kLogSubfolder = "log";
 
 // The settings file name every caller passes.
 inline constexpr std::string_view kSettingsFileName = "qbcfg.ini";
 
 // Reads the thirteen keys from `fileName` in `programFolder`; missing keys take their
-// defaults, values are cut to 199 characters. Never creates the file.
+// defaults ("outdir" and "logdir" the program folder's out and log), values are cut to 199
+// characters. Never creates the file or a folder.
 clsKeys LoadSettings(const std::filesystem::path& programFolder, std::string_view fileName);
 
 // Writes every key of `settings`, in order. False when the file could not be written; keys
-// written before the failure stay written.
+// written before the failure stay written, and `why`, when given, gets the reason ("Path not
+// found") for the caller's message.
 bool SaveAllSettings(const clsKeys& settings, const std::filesystem::path& programFolder,
-                     std::string_view fileName);
+                     std::string_view fileName, std::string* why = nullptr);
 
 // Writes "pfset", "rmode" and "lmeth", then "rdfdir" and "rptdir" when `saveFolders`.
 bool SaveOptions(const clsKeys& settings, bool saveFolders,
-                 const std::filesystem::path& programFolder, std::string_view fileName);
+                 const std::filesystem::path& programFolder, std::string_view fileName,
+                 std::string* why = nullptr);
 
 }  // namespace qb

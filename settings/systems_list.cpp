@@ -12,7 +12,19 @@ std::string clsSystem::PfsetText() const {
          std::to_string(Length) + "," + Extension;
 }
 
-clsSystem ParseSystemEntry(std::string_view text, std::string_view source) {
+namespace {
+
+constexpr std::string_view kFieldNames[] = {"name", "row", "start", "length", "end marker"};
+
+// The error as the user knows it, its number and the runtime's text, with on a following
+// line what is wrong and where: the text alone ("Subscript out of range") names neither.
+QbError EntryError(int32_t number, std::string_view source, const std::string& reason) {
+  return QbError(number, std::string(source),
+                 std::string(RuntimeErrorText(number)) + "\r" + reason);
+}
+
+// `where` names the entry for the reasons: "<file> line 3", or the entry's own text.
+clsSystem ParseEntry(std::string_view text, std::string_view source, const std::string& where) {
   std::string_view piece[5];
   size_t n = 0;
   for (;;) {
@@ -22,14 +34,35 @@ clsSystem ParseSystemEntry(std::string_view text, std::string_view source) {
     if (comma == std::string_view::npos) break;
     text.remove_prefix(comma + 1);
   }
-  if (n < 5) throw QbError::Runtime(kSubscript, std::string(source));
+  if (n < 5) {
+    throw EntryError(kSubscript, source,
+                     where + " has " + std::to_string(n) + (n == 1 ? " field" : " fields") +
+                         "; a system entry needs 5: name, row, start, length, end marker");
+  }
   clsSystem s;
+  int16_t* numbers[] = {&s.Row, &s.Start, &s.Length};
+  for (size_t i = 1; i <= 3; ++i) {
+    try {
+      *numbers[i - 1] = ParseInt16(piece[i], source);
+    } catch (const QbError& e) {
+      const std::string field =
+          std::string(kFieldNames[i]) + " (field " + std::to_string(i + 1) + ")";
+      const std::string value(Trim(piece[i]));
+      throw EntryError(e.number(), source,
+                       e.number() == kOverflow
+                           ? where + ": the " + field + " " + value + " is outside -32768 to 32767"
+                           : where + ": the " + field + " \"" + value + "\" is not a whole number");
+    }
+  }
   s.System = std::string(piece[0]);
-  s.Row = ParseInt16(piece[1], source);
-  s.Start = ParseInt16(piece[2], source);
-  s.Length = ParseInt16(piece[3], source);
   s.Extension = std::string(piece[4]);
   return s;
+}
+
+}  // namespace
+
+clsSystem ParseSystemEntry(std::string_view text, std::string_view source) {
+  return ParseEntry(text, source, "the system entry \"" + std::string(text) + "\"");
 }
 
 clsSystems::clsSystems(std::filesystem::path programFolder, const RunLog& log)
@@ -70,19 +103,43 @@ std::string clsSystems::LoadSystems() const {
 }
 
 void clsSystems::ReadSystems(const RunLog& log) {
+  const std::filesystem::path file = folder_ / "qbsys.txt";
   try {
-    std::string text = LoadSystems();
+    std::string text;
+    try {
+      text = LoadSystems();
+    } catch (const QbError& e) {
+      throw QbError(e.number(), "ReadSystems",
+                    e.description() + "\r" + file.string() + " cannot be read")
+          .at(file);
+    }
     std::string_view rest = text;
-    // Line 0 is the heading; whatever follows the last CR LF is never an entry.
+    // Line 1 is the heading; whatever follows the last CR LF is never an entry.
     size_t end = rest.find("\r\n");
     if (end == std::string_view::npos) return;
     rest.remove_prefix(end + 2);
-    while ((end = rest.find("\r\n")) != std::string_view::npos) {
+    const size_t before = systems_.size();
+    std::vector<int64_t> lineOf;  // the line of each system this reading adds
+    for (int64_t number = 2; (end = rest.find("\r\n")) != std::string_view::npos; ++number) {
       std::string_view line = rest.substr(0, end);
       rest.remove_prefix(end + 2);
       if (line.empty()) continue;
-      clsSystem s = ParseSystemEntry(line, "ReadSystems");
-      Add(std::move(s.System), s.Row, s.Start, s.Length, std::move(s.Extension));
+      const std::string where = file.string() + " line " + std::to_string(number);
+      try {
+        clsSystem s = ParseEntry(line, "ReadSystems", where);
+        for (size_t i = 0; i < systems_.size(); ++i) {
+          if (EqualsNoCase(systems_[i].System, s.System)) {
+            std::string reason = where + ": the system \"" + s.System + "\" is listed twice";
+            if (i >= before)
+              reason += " (first on line " + std::to_string(lineOf[i - before]) + ")";
+            throw EntryError(kDuplicateKey, "ReadSystems", reason);
+          }
+        }
+        Add(std::move(s.System), s.Row, s.Start, s.Length, std::move(s.Extension));
+        lineOf.push_back(number);
+      } catch (QbError& e) {
+        throw e.at(file, number);
+      }
     }
   } catch (const QbError& e) {
     log.LogError("ReadSystems", e.number(), e.description(), log.AppLogFile());

@@ -26,7 +26,8 @@ class clsSystem {
 
 // One entry from its five comma-separated fields ("Default - By Filename,0,1,1,.").
 // Throws QbError 9 when a field is missing, 13 or 6 for a bad number; `source` names the
-// caller for the error.
+// caller for the error. The description is the runtime's text and, on a following line (after
+// a CR), what is wrong: how many fields there are, or which number does not read.
 clsSystem ParseSystemEntry(std::string_view text, std::string_view source);
 
 class clsSystems {
@@ -34,7 +35,7 @@ class clsSystems {
   clsSystems() = default;
 
   // A new list is a loaded list: reads `programFolder`/qbsys.txt at once. Errors end the
-  // reading at the bad line and go to `log` under "ReadSystems".
+  // reading at the bad line and go to `log` under "ReadSystems" (see ReadSystems).
   clsSystems(std::filesystem::path programFolder, const RunLog& log);
 
   int16_t Count() const { return static_cast<int16_t>(systems_.size()); }
@@ -52,7 +53,10 @@ class clsSystems {
   // The whole text of qbsys.txt.
   std::string LoadSystems() const;
   // Fills the list from LoadSystems: CR LF lines, the heading and the piece after the last
-  // CR LF left out, empty lines skipped.
+  // CR LF left out, empty lines skipped. The first bad entry ends the reading; its error
+  // keeps its number (9 a missing field, 13 or 6 a bad number, 457 a name listed twice) and
+  // text, adds a line naming the file, the line and what is wrong, and carries the file and
+  // line (QbError::at) too.
   void ReadSystems(const RunLog& log);
 
  private:

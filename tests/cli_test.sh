@@ -128,5 +128,57 @@ check "a damaged PDF exits 1" test $rc -eq 1
 check "a damaged PDF says why" contains "$tmp/err" "Scanning PDF File (the file is damaged or not a PDF)"
 check "no intermediate files left" test -z "$(ls "$tmp/home/out")"
 
+# The report is never written: naming it as the output is refused, even with --overwrite.
+cp "$samples/ARINV01.txt" "$tmp/self.txt"
+"$qbconvert" --home "$tmp/home" --report "$tmp/self.txt" --rdf "$samples/ARINV01.rdf" \
+  --output "$tmp/self.txt" --overwrite >"$tmp/out" 2>"$tmp/err"; rc=$?
+check "report as output exits 1" test $rc -eq 1
+check "report as output says so" contains "$tmp/err" "The output is the report itself"
+check "report as output leaves the report" cmp -s "$tmp/self.txt" "$samples/ARINV01.txt"
+
+# The output's extension and the output type agree, or nothing is written.
+"$qbconvert" --home "$tmp/home" --report "$samples/ARINV01.txt" --rdf "$samples/ARINV01.rdf" \
+  --output "$tmp/typed.xls" --set opfmt=.csv >"$tmp/out" 2>"$tmp/err"; rc=$?
+check "a type that disagrees exits 1" test $rc -eq 1
+check "a type that disagrees says so" contains "$tmp/err" "is named .xls but the output type (opfmt) is .csv"
+check "a type that disagrees writes nothing" test ! -e "$tmp/typed.xls"
+
+# A big report, for the runs that are stopped half-way.
+big_rdf="$tmp/big.rdf"
+printf 'RDF 0001T Big@BIG\r\nRDF 01 D\r\nDLM\r\n1,=,D,0,1,DET\r\nDLC\r\nDET,0,0,1,3,7,=,,\r\nFLD\r\n1,y,c,1,0,Number,\r\n' >"$big_rdf"
+awk 'BEGIN { for (i = 0; i < 4000000; i++) printf "D %07d 1.00\r\n", i }' >"$tmp/big.txt"
+
+# Killed half-way (kill -9): the previous output stays whole and nothing is left beside it.
+mkdir -p "$tmp/killed"
+printf 'previous\r\n' >"$tmp/killed/out.csv"
+"$qbconvert" --home "$tmp/home" --report "$tmp/big.txt" --rdf "$big_rdf" \
+  --output "$tmp/killed/out.csv" --overwrite --quiet & pid=$!
+sleep 0.3
+kill -9 $pid 2>/dev/null; wait $pid 2>/dev/null
+check "kill -9 keeps the previous output" test "$(cat "$tmp/killed/out.csv")" = "$(printf 'previous\r\n')"
+check "kill -9 leaves no temporary file" test "$(ls -A "$tmp/killed")" = "out.csv"
+
+# Ctrl-C half-way: the rows so far are written whole, exit 130, nothing left beside them.
+mkdir -p "$tmp/interrupted"
+"$qbconvert" --home "$tmp/home" --report "$tmp/big.txt" --rdf "$big_rdf" \
+  --output "$tmp/interrupted/out.csv" --quiet >"$tmp/out" 2>"$tmp/err" & pid=$!
+sleep 0.3
+kill -INT $pid; wait $pid; rc=$?
+check "Ctrl-C exits 130" test $rc -eq 130
+check "Ctrl-C keeps whole rows" test "$(tail -c 2 "$tmp/interrupted/out.csv" | od -An -c | tr -d ' ')" = '\r\n'
+check "Ctrl-C leaves no temporary file" test "$(ls -A "$tmp/interrupted")" = "out.csv"
+
+# A line of 200 MB with no line end: only the first 500 characters of it are kept, so memory
+# stays flat. (Not measured under AddressSanitizer, whose own memory is larger than that.)
+if ! ldd "$qbconvert" | grep -q libasan && [[ -x /usr/bin/time ]]; then
+  { printf 'D 1234567 first\r\n'; head -c 200000000 /dev/zero | tr '\0' 'x'; } >"$tmp/long.txt"
+  /usr/bin/time -f '%M' -o "$tmp/rss" "$qbconvert" --home "$tmp/home" --report "$tmp/long.txt" \
+    --rdf "$big_rdf" --output "$tmp/long.csv" --quiet; rc=$?
+  check "a 200 MB line converts" test $rc -eq 0
+  check "a 200 MB line keeps the row before it" contains "$tmp/long.csv" "1234567"
+  check "a 200 MB line stays under 32 MB" test "$(cat "$tmp/rss")" -lt 32768
+  rm -f "$tmp/long.txt"
+fi
+
 echo "$passed passed, $failed failed"
 test $failed -eq 0

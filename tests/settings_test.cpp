@@ -1,6 +1,11 @@
 // The settings file, the settings store, the log, the systems list and start-up.
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <optional>
 
 #include "base/bytes.h"
 #include "base/errors.h"
@@ -138,7 +143,14 @@ TEST(SettingsStore, LoadsThirteenKeysWithDefaultsInOrder) {
   for (int i = 0; i < 13; ++i) EXPECT_EQ(s.Item(i + 1).Name, names[i]);
   EXPECT_EQ(s.Item(1).Section, "qbpaths");
   EXPECT_EQ(s.Item(5).Section, "qbdefaults");
+  // Reports and RDFs are looked for at home; what the program writes (work files) and
+  // deletes (per-report logs) stays in its own folder.
   EXPECT_EQ(s[Key::rptdir], DefaultFolder());
+  EXPECT_EQ(s[Key::rdfdir], DefaultFolder());
+  EXPECT_EQ(s[Key::outdir], (dir / "out").string());
+  EXPECT_EQ(s[Key::logdir], (dir / "log").string());
+  EXPECT_FALSE(std::filesystem::exists(dir / "out"));
+  EXPECT_FALSE(std::filesystem::exists(dir / "log"));
   EXPECT_EQ(s[Key::pfset], "Default - By Filename,0,1,1,.");
   EXPECT_EQ(s[Key::textq], "\"");
   EXPECT_EQ(s[Key::delim], "|");
@@ -209,9 +221,17 @@ TEST(SettingsStore, SaveAllWritesEveryKeyUnderItsSection) {
         s.Item(i).Value);
     EXPECT_EQ(back.Item(i).Value, s.Item(i).Value);
   }
-  // A folder that cannot be written: false, and the caller goes on.
-  EXPECT_FALSE(SaveAllSettings(s, dir / "missing", kSettingsFileName));
+  // A folder that cannot be written: false with the reason, and the caller goes on.
+  std::string why;
+  EXPECT_FALSE(SaveAllSettings(s, dir / "missing", kSettingsFileName, &why));
+  EXPECT_EQ(why, "Path not found");
   EXPECT_FALSE(SaveAllSettings(s, dir.path(), ""));
+  // A folder where the file should be: it cannot be replaced.
+  std::filesystem::remove(dir / "qbcfg.ini");
+  std::filesystem::create_directory(dir / "qbcfg.ini");
+  why.clear();
+  EXPECT_FALSE(SaveOptions(s, false, dir.path(), kSettingsFileName, &why));
+  EXPECT_EQ(why, "Path/File access error");
 }
 
 TEST(RunLog, LinesHaveTheFixedLayout) {
@@ -255,6 +275,74 @@ TEST(RunLog, WritesAppendsAndReportsFailures) {
   EXPECT_FALSE(std::filesystem::exists(dir / "nolog"));
 }
 
+// Puts a file-size limit on this process for the life of the guard, with SIGXFSZ ignored
+// so that a write past it fails with EFBIG instead of ending the process.
+class FileSizeLimit {
+ public:
+  explicit FileSizeLimit(rlim_t bytes) {
+    ::getrlimit(RLIMIT_FSIZE, &old_);
+    oldHandler_ = std::signal(SIGXFSZ, SIG_IGN);
+    rlimit limit = old_;
+    limit.rlim_cur = bytes;
+    ok_ = ::setrlimit(RLIMIT_FSIZE, &limit) == 0;
+  }
+  ~FileSizeLimit() {
+    ::setrlimit(RLIMIT_FSIZE, &old_);
+    std::signal(SIGXFSZ, oldHandler_);
+  }
+  bool ok() const { return ok_; }
+
+ private:
+  rlimit old_{};
+  void (*oldHandler_)(int) = nullptr;
+  bool ok_ = false;
+};
+
+TEST(RunLog, EveryLineIsOneWholeEntry) {
+  const auto t = test::PinnedTime();
+  TempDir dir;
+  RecordingUI ui;
+  RunLog log(ui, dir / "qbuia.log", test::PinnedTime);
+
+  // Line breaks inside a source or a message are shown, not written: an output name that
+  // holds CR LF cannot put a line of its own into the log.
+  log.WriteLog("Out\r\nput", "jan\r\n11/15/09 14:05  Forged                --- x\ry\n");
+  EXPECT_EQ(ReadFile(log.AppLogFile()),
+            "11/15/09 14:05  Out\\r\\nput            --- "
+            "jan\\r\\n11/15/09 14:05  Forged                --- x\\ry\\n\r\n");
+  EXPECT_EQ(RunLog::FormatLine(t, "A\rB", "C\nD"),
+            "11/15/09 14:05  A\\rB                  --- C\\nD");
+
+  // A full disk, as a file-size limit: entries are written until one does not fit. That
+  // entry is lost whole, and what is logged after it starts a line of its own.
+  std::vector<std::string> written = {RunLog::FormatLine(
+      t, "Out\r\nput", "jan\r\n11/15/09 14:05  Forged                --- x\ry\n")};
+  const auto entry = [](int i) { return "entry " + std::to_string(i) + std::string(30, 'x'); };
+  const size_t entrySize = RunLog::FormatLine(t, "Filler", entry(0)).size() + 2;
+  const auto before = std::filesystem::file_size(log.AppLogFile());
+  {
+    // Room for three entries and half of a fourth.
+    FileSizeLimit limit(before + 3 * entrySize + entrySize / 2);
+    ASSERT_TRUE(limit.ok());
+    for (int i = 0; i < 6; ++i) {
+      const size_t failures = ui.messages.size();
+      log.WriteLog("Filler", entry(i));
+      if (ui.messages.size() == failures)
+        written.push_back(RunLog::FormatLine(t, "Filler", entry(i)));
+    }
+  }
+  EXPECT_EQ(written.size(), 4u);
+  ASSERT_EQ(ui.messages.size(), 3u);
+  for (const test::RecordedMessage& m : ui.messages)
+    EXPECT_EQ(m.text, "An error occurred while Writing To Log :\r61 - Disk full");
+  log.WriteLog("Quillbrook", "Closed...");
+  written.push_back(RunLog::FormatLine(t, "Quillbrook", "Closed..."));
+
+  std::string expected;
+  for (const std::string& line : written) expected += line + "\r\n";
+  EXPECT_EQ(ReadFile(log.AppLogFile()), expected);
+}
+
 class SystemsListTest : public ::testing::Test {
  protected:
   SystemsListTest() : log_(ui_, dir_ / "qbuia.log", test::PinnedTime) {}
@@ -288,25 +376,62 @@ TEST_F(SystemsListTest, ReadsEntriesAfterTheHeading) {
   EXPECT_TRUE(ui_.messages.empty());
 }
 
-TEST_F(SystemsListTest, FirstBadEntryEndsTheReadingAndIsLogged) {
+TEST_F(SystemsListTest, FirstBadEntryEndsTheReadingAndNamesFileLineAndReason) {
+  const std::string file = (dir_ / "qbsys.txt").string();
   struct Case {
     const char* text;
     int kept;
     int32_t error;
+    int64_t line;
+    std::string reason;  // the line after the runtime's text
   } cases[] = {
-      {"H\r\nA,1,1,1,.\r\nA,2,2,2,.\r\nC,1,1,1,.\r\n", 1, kDuplicateKey},
-      {"H\r\nA,1,1,1,.\r\nB,1,1\r\nC,1,1,1,.\r\n", 1, kSubscript},
-      {"H\r\nA,x,1,1,.\r\n", 0, kTypeMismatch},
-      {"H\r\nA,1,1,1,.\r\nB,40000,1,1,.\r\n", 1, kOverflow},
+      {"H\r\nA,1,1,1,.\r\na,2,2,2,.\r\nC,1,1,1,.\r\n", 1, kDuplicateKey, 3,
+       file + " line 3: the system \"a\" is listed twice (first on line 2)"},
+      {"H\r\nA,1,1,1,.\r\n\r\nB,1,1\r\nC,1,1,1,.\r\n", 1, kSubscript, 4,
+       file + " line 4 has 3 fields; a system entry needs 5: name, row, start, length, end marker"},
+      {"H\r\nA,x,1,1,.\r\n", 0, kTypeMismatch, 2,
+       file + " line 2: the row (field 2) \"x\" is not a whole number"},
+      {"H\r\nA,1,1,,.\r\n", 0, kTypeMismatch, 2,
+       file + " line 2: the length (field 4) \"\" is not a whole number"},
+      {"H\r\nA,1,1,1,.\r\nB,1,40000,1,.\r\n", 1, kOverflow, 3,
+       file + " line 3: the start (field 3) 40000 is outside -32768 to 32767"},
   };
   for (const Case& c : cases) {
     ui_.messages.clear();
     std::filesystem::remove(dir_ / "qbuia.log");
     EXPECT_EQ(Read(c.text).Count(), c.kept) << c.text;
+    // The box keeps the number and the runtime's text, and says where and what on a line of
+    // its own.
+    const std::string shown = "Error: " + std::to_string(c.error) + "\r" +
+                              std::string(RuntimeErrorText(c.error)) + "\r" + c.reason;
     ASSERT_EQ(ui_.messages.size(), 1u) << c.text;
-    EXPECT_EQ(ui_.messages[0].text.substr(0, 7 + std::to_string(c.error).size()),
-              "Error: " + std::to_string(c.error));
-    EXPECT_EQ(ReadFile(dir_ / "qbuia.log").substr(16, 11), "ReadSystems") << c.text;
+    EXPECT_EQ(ui_.messages[0].text, shown);
+    // The log has the same as one entry.
+    const std::vector<std::string> lines = test::ReadLines(dir_ / "qbuia.log");
+    ASSERT_EQ(lines.size(), 1u) << c.text;
+    EXPECT_EQ(lines[0],
+              RunLog::FormatLine(test::PinnedTime(), "ReadSystems",
+                                 "Error: " + std::to_string(c.error) + "  " +
+                                     std::string(RuntimeErrorText(c.error)) + "\r" + c.reason));
+  }
+
+  // A list that cannot be read says which file.
+  std::filesystem::remove(dir_ / "qbsys.txt");
+  ui_.messages.clear();
+  EXPECT_EQ(clsSystems(dir_.path(), log_).Count(), 0);
+  ASSERT_EQ(ui_.messages.size(), 1u);
+  EXPECT_EQ(ui_.messages[0].text, "Error: 53\rFile not found\r" + file + " cannot be read");
+
+  // The "pfset" setting holds one entry; its errors name the field too.
+  try {
+    ParseSystemEntry("Ledger,1,one,8, ", "LoadRDF");
+    FAIL() << "expected an error";
+  } catch (const QbError& e) {
+    EXPECT_EQ(e.number(), kTypeMismatch);
+    EXPECT_EQ(e.source(), "LoadRDF");
+    EXPECT_EQ(e.description(),
+              "Type mismatch\rthe system entry \"Ledger,1,one,8, \": the start "
+              "(field 3) \"one\" is not a whole number");
   }
 }
 
@@ -337,6 +462,80 @@ TEST(Application, StartUpNeedsTheSystemsList) {
   app.SetReportLogFile("/reports/ARAGING.prn");
   EXPECT_EQ(app.ReportLogFile(), dir / "ARAGING.log");
   EXPECT_FALSE(std::filesystem::exists(dir / "ARAGING.log"));
+}
+
+// Sets an environment variable for the life of the guard.
+class EnvGuard {
+ public:
+  EnvGuard(const char* name, const std::string& value) : name_(name) {
+    if (const char* old = std::getenv(name)) old_ = old;
+    ::setenv(name, value.c_str(), 1);
+  }
+  ~EnvGuard() {
+    if (old_)
+      ::setenv(name_, old_->c_str(), 1);
+    else
+      ::unsetenv(name_);
+  }
+
+ private:
+  const char* name_;
+  std::optional<std::string> old_;
+};
+
+// Changes the working folder for the life of the guard.
+class WorkingFolderGuard {
+ public:
+  explicit WorkingFolderGuard(const std::filesystem::path& folder)
+      : old_(std::filesystem::current_path()) {
+    std::filesystem::current_path(folder);
+  }
+  ~WorkingFolderGuard() { std::filesystem::current_path(old_); }
+
+ private:
+  std::filesystem::path old_;
+};
+
+TEST(Application, ChoosingAReportDeletesOnlyItsOwnLogInsideLogdir) {
+  TempDir program, home, work;
+  EnvGuard homeGuard("HOME", home.path().string());
+  RecordingUI ui;
+  std::filesystem::create_directory(program / "log");
+  WriteFile(program / "qbsys.txt", "H\r\nLedger,1,1,8, \r\n");
+  Application app(program.path(), ui, test::PinnedTime);
+  ASSERT_TRUE(app.ResetForm());
+
+  // With no settings file the per-report logs are the program's, never the user's files.
+  WriteFile(home / "notes.log", "the user's own notes");
+  WriteFile(program / "log" / "notes.log", "old");
+  app.SetReportLogFile(home / "notes.txt");
+  EXPECT_EQ(app.ReportLogFile(), program / "log" / "notes.log");
+  EXPECT_FALSE(std::filesystem::exists(program / "log" / "notes.log"));
+  EXPECT_EQ(ReadFile(home / "notes.log"), "the user's own notes");
+
+  // Names that are no report's, and a folder of the log's name, are left alone.
+  WriteFile(program / "log" / "...log", "kept");
+  WriteFile(program / "log" / "..log", "kept");
+  WriteFile(program / "log" / ".log", "kept");
+  std::filesystem::create_directory(program / "log" / "folder.log");
+  for (const char* report : {"/reports/..", "/reports/.", "/reports/", ""}) {
+    app.SetReportLogFile(report);
+    EXPECT_TRUE(app.ReportLogFile().empty()) << report;
+  }
+  app.SetReportLogFile("/reports/folder.txt");
+  EXPECT_TRUE(std::filesystem::is_directory(program / "log" / "folder.log"));
+  EXPECT_EQ(test::Files(program / "log"),
+            (std::vector<std::string>{"...log", "..log", ".log", "folder.log"}));
+
+  // An empty logdir is no folder: nothing in the working folder is deleted.
+  app.Settings.Item(Key::logdir).Value = "";
+  WriteFile(work / "notes.log", "kept");
+  {
+    WorkingFolderGuard inWork(work.path());
+    app.SetReportLogFile("/reports/notes.txt");
+  }
+  EXPECT_TRUE(app.ReportLogFile().empty());
+  EXPECT_EQ(ReadFile(work / "notes.log"), "kept");
 }
 
 }  // namespace

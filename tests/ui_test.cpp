@@ -407,6 +407,44 @@ TEST_F(WindowTest, SaveCurrentSettingsWritesEveryKey) {
   EXPECT_NE(ReadFile(home_ / "qbcfg.ini").find("exswt=0"), std::string::npos);
 }
 
+// A settings file that cannot be written: both dialogs say so, name the file, and take no
+// snapshot (the settings were not saved).
+TEST_F(WindowTest, ASaveThatFailsSaysSoAndTakesNoSnapshot) {
+  ASSERT_TRUE(window_->Startup());
+  Application& app = window_->app();
+  std::filesystem::remove(home_ / "qbcfg.ini");
+  std::filesystem::create_directory(home_ / "qbcfg.ini");  // cannot be replaced, even as root
+  const QString notSaved =
+      QString::fromStdString("The settings file " + (home_ / "qbcfg.ini").string() +
+                             " could not be written: Path/File access error.\rThe settings "
+                             "were not saved.");
+  app.Settings.Item(Key::exswt).Value = "0";
+  {
+    CurrentSettingsDialog dialog(app, dialogs_);
+    dialog.findChild<QPushButton*>("cmdSave")->click();
+    ASSERT_EQ(dialogs_.shown.size(), 1u);
+    EXPECT_EQ(dialogs_.shown[0].text, notSaved);
+    EXPECT_EQ(dialogs_.shown[0].title, "Settings Not Saved");
+    EXPECT_EQ(app.SavedSettings[Key::exswt], "1");
+    EXPECT_NE(dialog.result(), QDialog::Accepted);
+  }
+  dialogs_.shown.clear();
+  ConfigOptionsDialog dialog(app, dialogs_);
+  dialog.show();
+  auto* system = dialog.findChild<QComboBox*>("cboSystem");
+  system->setCurrentIndex(system->findText("Harbor Payroll"));
+  emit system->activated(system->currentIndex());
+  dialog.findChild<QPushButton*>("btnSave")->click();
+  ASSERT_EQ(dialogs_.shown.size(), 1u);
+  EXPECT_EQ(dialogs_.shown[0].text, notSaved);
+  EXPECT_TRUE(dialog.findChild<QPushButton*>("btnSave")->isEnabled());
+  EXPECT_EQ(app.Settings[Key::pfset], "Default - By Filename,0,1,1,.");
+  EXPECT_EQ(app.SavedSettings[Key::pfset], "Default - By Filename,0,1,1,.");
+  dialog.findChild<QPushButton*>("btnClose")->click();
+  ASSERT_EQ(dialogs_.shown.size(), 2u);
+  EXPECT_EQ(dialogs_.shown[1].text, "Changes Cancelled");
+}
+
 }  // namespace
 }  // namespace qb::ui
 

@@ -2,11 +2,13 @@
 
 #include <QApplication>
 #include <QCommandLineParser>
+#include <csignal>
 
 #include "settings/application.h"
 #include "ui/main_window.h"
 
 int main(int argc, char** argv) {
+  std::signal(SIGXFSZ, SIG_IGN);  // a file-size limit fails the write, as a full disk does
   QApplication qapp(argc, argv);
   QApplication::setApplicationName("Quillbrook");
   QApplication::setApplicationVersion(QB_VERSION);

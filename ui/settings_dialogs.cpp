@@ -9,6 +9,8 @@
 #include <QPushButton>
 #include <QShortcut>
 #include <QVBoxLayout>
+#include <iterator>
+#include <string>
 
 namespace qb::ui {
 namespace {
@@ -29,6 +31,16 @@ QComboBox* List(const char* name, const QStringList& items, const char* tip, QWi
   c->addItems(items);
   c->setToolTip(tip);
   return c;
+}
+
+// The box for a save that failed: the user must not take the settings as saved.
+void ShowNotSaved(Dialogs& dialogs, QWidget* parent, const Application& app,
+                  const std::string& why) {
+  const std::filesystem::path file = app.ProgramFolder() / kSettingsFileName;
+  dialogs.message(parent,
+                  "The settings file " + Q(file.string()) + " could not be written" +
+                      (why.empty() ? QString() : ": " + Q(why)) + ".\rThe settings were not saved.",
+                  "Settings Not Saved", MessageIcon::Exclamation);
 }
 
 }  // namespace
@@ -94,10 +106,20 @@ ConfigOptionsDialog::ConfigOptionsDialog(Application& app, Dialogs& dialogs, QWi
 void ConfigOptionsDialog::Save() {
   const int chosen = cboSystem_->currentIndex();
   if (chosen < 0) return;  // no system chosen: nothing is written
+  static constexpr Key kSaved[] = {Key::lmeth, Key::rmode, Key::pfset};
+  std::string before[std::size(kSaved)];
+  for (size_t i = 0; i < std::size(kSaved); ++i) before[i] = app_.Settings[kSaved[i]];
   app_.Settings.Item(Key::lmeth).Value = cboLaunch_->currentText().toStdString();
   app_.Settings.Item(Key::rmode).Value = cboBuffer_->currentText().toStdString();
   app_.Settings.Item(Key::pfset).Value = systems_.Item(chosen + 1).PfsetText();
-  SaveOptions(app_.Settings, false, app_.ProgramFolder(), kSettingsFileName);
+  std::string why;
+  if (!SaveOptions(app_.Settings, false, app_.ProgramFolder(), kSettingsFileName, &why)) {
+    // A failed save changes nothing: the working settings go back, Save stays enabled for
+    // another try, and closing says "Changes Cancelled", which is then true.
+    for (size_t i = 0; i < std::size(kSaved); ++i) app_.Settings.Item(kSaved[i]).Value = before[i];
+    ShowNotSaved(dialogs_, this, app_, why);
+    return;
+  }
   app_.SnapshotSettings();
   btnSave_->setEnabled(false);
 }
@@ -152,7 +174,12 @@ CurrentSettingsDialog::CurrentSettingsDialog(Application& app, Dialogs& dialogs,
   buttons->addWidget(cmdCancel);
   layout->addLayout(buttons);
   connect(cmdSave, &QPushButton::clicked, this, [this, &app, &dialogs] {
-    SaveAllSettings(app.Settings, app.ProgramFolder(), kSettingsFileName);
+    std::string why;
+    if (!SaveAllSettings(app.Settings, app.ProgramFolder(), kSettingsFileName, &why)) {
+      // The dialog stays open: the user can try again or cancel.
+      ShowNotSaved(dialogs, this, app, why);
+      return;
+    }
     app.SnapshotSettings();
     dialogs.message(this, "Current Settings Saved", "Settings Saved", MessageIcon::None);
     accept();

@@ -1,7 +1,8 @@
 #pragma once
 // frmConfigOptions ("Configuration Options": RDF auto-find system, buffer mode, launch
 // method; saves only those) and frmCurrentSettings ("Save Current Settings": shows the
-// working settings and saves all of them).
+// working settings and saves all of them). When qbcfg.ini cannot be written, both say so
+// ("Settings Not Saved", naming the file) and take no snapshot of the settings.
 
 #include <QDialog>
 
