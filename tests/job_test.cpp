@@ -255,5 +255,28 @@ TEST_F(ConversionJobTest, AFolderIsNeverTakenForTheOutput) {
   }
 }
 
+// More output columns than a sheet holds: the run ends before writing, and says how many
+// columns there are, how many fit and what to do.
+TEST_F(ConversionJobTest, MoreColumnsThanASheetHoldsAreNamed) {
+  std::string fields;
+  for (int n = 1; n <= 257; ++n) {
+    fields += std::to_string(n) + ",y,c," + std::to_string(n % 99 + 1) + ",0,F" +
+              std::to_string(n) + ",\r\n";
+  }
+  Rdf("RDF 0001T Wide@W\r\nRDF 01 D\r\nDLM\r\n1,=,D,0,1,DET\r\nDLC\r\nDET,0,0,1,3,7,=,,\r\n"
+      "FLD\r\n" +
+      fields);
+  for (const OutputKind& kind : {kKinds[2], kKinds[4]}) {
+    ConversionJob job(app_, ui_, Request(kind));
+    EXPECT_FALSE(job.Run()) << kind.name;
+    ASSERT_TRUE(job.LastError()) << kind.name;
+    EXPECT_EQ(job.LastError()->description(),
+              "The RDF writes 257 columns and an .xls sheet holds 256: output fewer fields, or "
+              "write .csv or .txt");
+    EXPECT_EQ(Files(home_.path()),
+              (std::vector<std::string>{"log", "out", "qbsys.txt", "r.txt", "t.rdf"}));
+  }
+}
+
 }  // namespace
 }  // namespace qb
