@@ -3,33 +3,15 @@
 // report), run through the conversion job into every output type. Every input must convert
 // or fail with an error; nothing may crash, hang, grow without bound or leave a file behind.
 
-#include <unistd.h>
-
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <string>
 
 #include "run/conversion_job.h"
+#include "tests/fuzz/fuzz_support.h"
 
 namespace {
-
-struct Folder {
-  Folder() {
-    std::string tmpl = (std::filesystem::temp_directory_path() / "qbfuzz.XXXXXX").string();
-    path = ::mkdtemp(tmpl.data());
-    // No log folder: log lines fail quietly into the silent interface instead of filling disk.
-    std::ofstream(path / "qbsys.txt") << "H\r\nDefault - By Filename,0,1,1,.\r\n";
-  }
-  ~Folder() { std::filesystem::remove_all(path); }
-  std::filesystem::path path;
-};
-
-void Write(const std::filesystem::path& p, std::string_view bytes) {
-  std::ofstream(p, std::ios::binary | std::ios::trunc)
-      .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-}
 
 struct Output {
   const char* name;
@@ -41,7 +23,7 @@ constexpr Output kOutputs[] = {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static Folder folder;
+  static qb::fuzz::Folder folder;
   static qb::SilentUserInterface ui;
   static qb::Application app(folder.path, ui);
   static const bool started = app.ResetForm();
@@ -52,8 +34,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string_view reportBytes(rdfBytes.data() + rdfLength, size - 2 - rdfLength);
   const auto rdf = folder.path / "in.rdf";
   const auto report = folder.path / "in.txt";
-  Write(rdf, rdfBytes);
-  Write(report, reportBytes);
+  qb::fuzz::Write(rdf, rdfBytes);
+  qb::fuzz::Write(report, reportBytes);
 
   for (const Output& o : kOutputs) {
     qb::JobRequest request;
