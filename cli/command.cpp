@@ -160,7 +160,9 @@ int Convert(const ParsedOptions& opts, Application& app, ConsoleUI& ui) {
   const std::filesystem::path report = *opts.value(Opt::Report);
   const std::filesystem::path output = *opts.value(Opt::Output);
   std::error_code ec;
-  if (!std::filesystem::is_regular_file(report, ec)) {
+  // A text report may also come through a named pipe (a report unpacked on the fly).
+  const auto kind = std::filesystem::status(report, ec);
+  if (!std::filesystem::is_regular_file(kind) && !std::filesystem::is_fifo(kind)) {
     std::fprintf(stderr, "qbconvert: the report %s does not exist or is not a file\n",
                  report.c_str());
     return kExitFailed;
