@@ -224,6 +224,11 @@ void Worksheet::LogCutCells(const RunLog& log, std::string_view source) const {
   }
 }
 
+void CellRef::TravelledValue(std::string_view text) {
+  if (text.find(kEscape) == std::string_view::npos) return Value(text);  // most values
+  Value(Unescape(text));
+}
+
 std::string Worksheet::PasteText(int r1, int c1, int r2, int c2, std::string_view text) {
   std::string readBack;
   int row = r1;
@@ -238,11 +243,7 @@ std::string Worksheet::PasteText(int r1, int c1, int r2, int c2, std::string_vie
         std::string_view value = line.substr(0, tab);
         if (column <= c2) {
           if (column > c1) readBack += '\t';
-          if (value.find(kEscape) == std::string_view::npos) {
-            Cells(row, column).Value(value);
-          } else {
-            Cells(row, column).Value(Unescape(value));
-          }
+          Cells(row, column).TravelledValue(value);
           readBack += value;
         }
         if (tab == std::string_view::npos) break;
@@ -301,14 +302,7 @@ Workbook& Application::WorkbookList::OpenText(const std::filesystem::path& fileN
     int column = 1;
     for (;;) {
       const size_t cut = tab ? line.find('\t') : std::string_view::npos;
-      if (column <= kMaxColumns) {
-        const std::string_view value = line.substr(0, cut);
-        if (value.find(kEscape) == std::string_view::npos) {
-          sheet.Cells(row, column).Value(value);
-        } else {
-          sheet.Cells(row, column).Value(Unescape(value));
-        }
-      }
+      if (column <= kMaxColumns) sheet.Cells(row, column).TravelledValue(line.substr(0, cut));
       if (cut == std::string_view::npos) break;
       line.remove_prefix(cut + 1);
       ++column;

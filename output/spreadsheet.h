@@ -36,6 +36,9 @@ class CellRef {
   // Value = text, taken as typed input: text in a "@" column, else a number when it reads
   // as one, a date in a date column when it reads as mm/dd/yy or mm/dd/yyyy, else text.
   void Value(std::string_view text);
+  // The same for a text as it travelled in a pasted block or mode 6's work file, whose Tabs,
+  // CRs and LFs came escaped (output/sheet_text.h).
+  void TravelledValue(std::string_view text);
   void FontBold(bool bold);
 
  private:

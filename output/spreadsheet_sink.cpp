@@ -1,10 +1,6 @@
 #include "output/spreadsheet_sink.h"
 
 #include <array>
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
-#include <system_error>
 
 namespace qb {
 namespace {

@@ -1,10 +1,6 @@
 #include "run/run_driver.h"
 
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
+#include <cstdio>
 #include <limits>
 #include <memory>
 
