@@ -44,12 +44,24 @@ std::string QbError::describe() const {
   std::string s = "Error " + std::to_string(number_);
   if (!source_.empty()) s += " in " + source_;
   s += ": " + std::string(Trim(description_));
+  if (!detail_.empty()) return s + "\n" + Place();
   if (!file_.empty()) {
     s += " (" + file_.string();
     if (line_ > 0) s += ", line " + std::to_string(line_);
     s += ")";
   }
   return s;
+}
+
+std::string QbError::Place() const {
+  if (detail_.empty()) return {};
+  std::string s;
+  if (!file_.empty()) {
+    s = file_.string();
+    if (line_ > 0) s += ":" + std::to_string(line_);
+    s += ": ";
+  }
+  return s + detail_;
 }
 
 QbError ErrorFromErrno(int err, std::string source) {

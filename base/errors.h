@@ -87,12 +87,24 @@ class QbError : public std::runtime_error {
     line_ = line;
     return *this;
   }
+  // What is wrong at that place, in words for the user ("DLC line has 6 columns; 8 are
+  // needed: ..."): shown and logged on a line of its own after the number and description,
+  // which stay as they are for the scripts that read them.
+  const std::string& detail() const { return detail_; }
+  QbError& because(std::string detail) {
+    detail_ = std::move(detail);
+    return *this;
+  }
+  // "bad.rdf:23: DLC line has ..." (the form editors jump to), or "" without a detail.
+  std::string Place() const;
+
   QbError& withSource(std::string source) {
     source_ = std::move(source);
     return *this;
   }
 
-  // "Error 519 in LoadRDFHeader: Corrupted RDF (x.rdf, line 12)" for lines on standard error.
+  // "Error 519 in LoadRDFHeader: Corrupted RDF (x.rdf, line 12)" for lines on standard error;
+  // with a detail, the place and the detail follow on a second line instead.
   std::string describe() const;
 
  private:
@@ -101,6 +113,7 @@ class QbError : public std::runtime_error {
   std::string description_;
   std::filesystem::path file_;
   int64_t line_ = 0;
+  std::string detail_;
 };
 
 // The run-time error for a failed system call (errno): path not found, access, disk full.

@@ -42,6 +42,9 @@ class RdfLineSource {
     return true;
   }
 
+  // The physical line of the file that Next returned last, counted from 1.
+  int64_t Line() const { return physical_; }
+
   // Calls `handle` with each line until it returns false or the file ends. An error from
   // either is given this file and the line where it happened.
   template <typename Handle>
@@ -358,6 +361,7 @@ bool Engine::LoadRDFDetail(std::string_view reportId, const std::filesystem::pat
           rs.SetText(col::Markers::fldACT, c[5]);
           rs.SetBool(col::Markers::fldSGR, c.Optional(7) == "y");
           ApplyExplicitLength(rs, col::Markers::fldLEN, c, 6, c[1], kProc);
+          rs.SetInt(col::Markers::fldLIN, source.Line());
           break;
         }
         case DLC: {
@@ -372,6 +376,7 @@ bool Engine::LoadRDFDetail(std::string_view reportId, const std::filesystem::pat
           rs.SetText(col::Pickups::fldRUL, c[6]);
           rs.SetText(col::Pickups::fldVAL, Trim(c[7]));
           rs.SetText(col::Pickups::fldACT, c.Optional(8));
+          rs.SetInt(col::Pickups::fldLIN, source.Line());
           break;
         }
         case FLD: {
@@ -389,6 +394,7 @@ bool Engine::LoadRDFDetail(std::string_view reportId, const std::filesystem::pat
           rs.SetText(col::Fields::fldLAB,
                      dlb > 0 ? "[ " + std::string(c[5]) + " ]" : std::string(c[5]));
           rs.SetText(col::Fields::fldACT, c.Optional(6));
+          rs.SetInt(col::Fields::fldLIN, source.Line());
           if (number == 1 && c[2] == "r") flags.RecordField = true;
           break;
         }

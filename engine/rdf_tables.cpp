@@ -35,13 +35,14 @@ void RdfTables::CreateRecordsets() {
   rsReportFlags = Recordset({Text("fldRID", 2), Text("fldFLG", 16)});
   rsMarkers =
       Recordset({I32("fldSTR"), I32("fldLEN"), Text("fldRUL", 1), Str("fldMRK"), I32("fldGRP"),
-                 I32("fldWTS"), Text("fldACT", 4), I32("fldSEQ"), Bool("fldSGR")});
-  rsPickups = Recordset({Str("fldMRK"), I32("fldGRP"), I32("fldSEQ"), I32("fldFLD"), I32("fldSTR"),
-                         I32("fldLEN"), Str("fldRUL"), Str("fldVAL"), Str("fldACT")});
+                 I32("fldWTS"), Text("fldACT", 4), I32("fldSEQ"), Bool("fldSGR"), I32("fldLIN")});
+  rsPickups =
+      Recordset({Str("fldMRK"), I32("fldGRP"), I32("fldSEQ"), I32("fldFLD"), I32("fldSTR"),
+                 I32("fldLEN"), Str("fldRUL"), Str("fldVAL"), Str("fldACT"), I32("fldLIN")});
   rsSettings = Recordset({Text("fldTYP", 2), Str("fldVAL")});
   rsFields = Recordset({I32("fldFLD"), Bool("fldOUT"), Str("fldTYP"), I32("fldORD"), I32("fldTMP"),
                         I32("fldDLB"), Str("fldLAB"), Str("fldRDE"), Str("fldACT"), Str("fldPDE"),
-                        Str("fldHDE")});
+                        Str("fldHDE"), I32("fldLIN")});
   rsLines = Recordset({Str("fldRDL")});
   rsPdfColumns = Recordset({I64("fldXS1"), I64("fldXS2"), I64("fldXE1"), I64("fldXE2"),
                             I32("fldPOS"), Str("fldTAG"), I32("fldTPS"), Str("fldTMK")});

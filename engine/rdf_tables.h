@@ -2,6 +2,9 @@
 // The twelve tables that hold a loaded RDF, and the engine flags that loading sets.
 // Column indices are fixed by the order in which CreateRecordsets declares the fields, so
 // hot code reads rsFields.GetText(col::Fields::fldRDE) without looking names up.
+//
+// rsMarkers, rsPickups and rsFields end with fldLIN: the line of the RDF file the record was
+// read from (0 for a record made otherwise), so that messages and the trace can name it.
 
 #include "engine/recordset.h"
 
@@ -18,10 +21,10 @@ struct ReportFlags {
   enum : int { fldRID, fldFLG };
 };
 struct Markers {
-  enum : int { fldSTR, fldLEN, fldRUL, fldMRK, fldGRP, fldWTS, fldACT, fldSEQ, fldSGR };
+  enum : int { fldSTR, fldLEN, fldRUL, fldMRK, fldGRP, fldWTS, fldACT, fldSEQ, fldSGR, fldLIN };
 };
 struct Pickups {
-  enum : int { fldMRK, fldGRP, fldSEQ, fldFLD, fldSTR, fldLEN, fldRUL, fldVAL, fldACT };
+  enum : int { fldMRK, fldGRP, fldSEQ, fldFLD, fldSTR, fldLEN, fldRUL, fldVAL, fldACT, fldLIN };
 };
 struct Settings {
   enum : int { fldTYP, fldVAL };
@@ -38,7 +41,8 @@ struct Fields {
     fldRDE,
     fldACT,
     fldPDE,
-    fldHDE
+    fldHDE,
+    fldLIN
   };
 };
 struct Lines {

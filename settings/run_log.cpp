@@ -113,7 +113,14 @@ void RunLog::LogError(std::string_view procedure, int32_t number, std::string_vi
 }
 
 void RunLog::LogError(const QbError& error) const {
-  LogError(error.source(), error.number(), error.description(), appLogFile_);
+  const std::string place = error.Place();
+  if (place.empty())
+    return LogError(error.source(), error.number(), error.description(), appLogFile_);
+  const std::string n = std::to_string(error.number());
+  ui_.message("Error: " + n + "\r" + error.description() + "\r" + place, "Quillbrook",
+              MessageIcon::Exclamation);
+  WriteLog(appLogFile_, error.source(), "Error: " + n + "  " + error.description());
+  WriteLog(appLogFile_, error.source(), place);
 }
 
 bool RunTrapped(const RunLog& log, std::string_view procedure, std::optional<QbError>& lastError,
@@ -129,7 +136,7 @@ bool RunTrapped(const RunLog& log, std::string_view procedure, std::optional<QbE
   } catch (const std::exception& e) {
     lastError = QbError(kInternalError, std::string(procedure), e.what());
   }
-  log.LogError(procedure, lastError->number(), lastError->description(), log.AppLogFile());
+  log.LogError(*lastError);
   return false;
 }
 
