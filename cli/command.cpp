@@ -8,13 +8,19 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <charconv>
+#include <limits>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "base/errors.h"
 #include "cli/console_ui.h"
 #include "cli/options.h"
+#include "engine/rdf_checker.h"
 #include "run/conversion_job.h"
+#include "run/run_tally.h"
+#include "run/trace_writer.h"
 #include "settings/application.h"
 
 namespace qb::cli {
@@ -108,6 +114,7 @@ std::optional<ConversionJob> PrepareJob(const ParsedOptions& opts, const Applica
   request.overrides = ParseSets(opts);
   request.fields = ParseFieldList(opts);
   request.launch = opts.has(Opt::Launch);
+  request.noOutput = !opts.has(Opt::Output);
   try {
     return std::optional<ConversionJob>(std::in_place, app, ui, std::move(request));
   } catch (const JobError& e) {
@@ -155,9 +162,60 @@ class InterruptWatch {
   std::thread thread_;
 };
 
+// --lines FROM-TO (or FROM-, -TO, N).
+std::pair<int64_t, int64_t> ParseLineRange(const ParsedOptions& opts) {
+  constexpr int64_t kAll = std::numeric_limits<int64_t>::max();
+  std::optional<std::string> text = opts.value(Opt::Lines);
+  if (!text) return {1, kAll};
+  auto number = [&](std::string_view digits, int64_t empty) {
+    if (digits.empty()) return empty;
+    int64_t n = 0;
+    auto [end, ec] = std::from_chars(digits.data(), digits.data() + digits.size(), n);
+    if (ec != std::errc() || end != digits.data() + digits.size() || n < 1) {
+      throw UsageError("--lines takes report line numbers such as 120-180, 120- or -40, not '" +
+                       *text + "'");
+    }
+    return n;
+  };
+  const std::string_view t = *text;
+  const size_t dash = t.find('-');
+  if (dash == std::string_view::npos) {
+    const int64_t n = number(t, 0);
+    if (n == 0) throw UsageError("--lines needs a line number or a range such as 120-180");
+    return {n, n};
+  }
+  const auto range = std::pair(number(t.substr(0, dash), 1), number(t.substr(dash + 1), kAll));
+  if (range.first > range.second) {
+    throw UsageError("--lines " + *text + " ends before it begins: give FROM-TO with FROM <= TO");
+  }
+  return range;
+}
+
+TraceOptions MakeTraceOptions(const ParsedOptions& opts, const ConversionJob& job) {
+  TraceOptions trace;
+  const std::string format = opts.value(Opt::TraceFormat).value_or("text");
+  trace.format = format == "jsonl" ? TraceOptions::Format::Jsonl : TraceOptions::Format::Text;
+  std::tie(trace.from, trace.to) = ParseLineRange(opts);
+  trace.unmatchedOnly = opts.has(Opt::Unmatched);
+  trace.report = job.Request().report.string();
+  trace.rdf = job.Request().rdf.string();
+  return trace;
+}
+
+// A finished run's findings on standard error (and already in the log); true when there
+// were any.
+bool ShowFindings(const ConversionJob& job) {
+  const std::vector<std::string> findings = job.Findings();
+  for (const std::string& line : findings) {
+    std::fprintf(stderr, "%s%s\n", line.starts_with(" ") ? "" : "qbconvert: ", line.c_str());
+  }
+  return !findings.empty();
+}
+
 int Convert(const ParsedOptions& opts, Application& app, ConsoleUI& ui) {
   const std::filesystem::path report = *opts.value(Opt::Report);
-  const std::filesystem::path output = *opts.value(Opt::Output);
+  const std::filesystem::path output = opts.value(Opt::Output).value_or("");
+  const bool tracing = opts.has(Opt::Trace);
   std::error_code ec;
   // A text report may also come through a named pipe (a report unpacked on the fly).
   const auto kind = std::filesystem::status(report, ec);
@@ -166,13 +224,18 @@ int Convert(const ParsedOptions& opts, Application& app, ConsoleUI& ui) {
                  report.c_str());
     return kExitFailed;
   }
-  if (std::filesystem::exists(output, ec) && !opts.has(Opt::Overwrite)) {
+  if (!output.empty() && std::filesystem::exists(output, ec) && !opts.has(Opt::Overwrite)) {
     std::fprintf(stderr, "Output file already exists.\n%s: give --overwrite to replace it\n",
                  output.c_str());
     return kExitFailed;
   }
   std::optional<ConversionJob> job = PrepareJob(opts, app, ui);
   if (!job) return kExitFailed;
+  std::optional<TraceWriter> trace;
+  if (tracing) {
+    trace.emplace(stdout, MakeTraceOptions(opts, *job));
+    job->Observe(&*trace);
+  }
 
   ui.setAnswer(opts.has(Opt::Overwrite));
   if (job->Check() != RunDriver::Check::Ready) return kExitFailed;
@@ -188,18 +251,80 @@ int Convert(const ParsedOptions& opts, Application& app, ConsoleUI& ui) {
                  job->LastError() ? job->LastError()->describe().c_str() : "unknown error");
     return kExitFailed;
   }
+  if (trace && trace->WriteFailed()) {
+    std::fprintf(stderr, "qbconvert: the trace could not be written whole to standard output\n");
+  }
   const RunStats& stats = job->Stats();
   if (!opts.has(Opt::Quiet) || stats.cancelled) {
-    std::printf("%s\n%s\n%s\n%s\n", stats.cancelled ? "** Cancelled **" : "Complete",
-                stats.RunTimeText().c_str(), stats.LinesWrittenText().c_str(),
-                stats.LinesProcessedText().c_str());
+    // A trace owns standard output: the figures go to standard error beside it.
+    std::fprintf(tracing ? stderr : stdout, "%s\n%s\n%s\n%s\n",
+                 stats.cancelled ? "** Cancelled **" : "Complete", stats.RunTimeText().c_str(),
+                 stats.LinesWrittenText().c_str(), stats.LinesProcessedText().c_str());
   }
-  return stats.cancelled ? kExitCancelled : kExitOk;
+  if (stats.cancelled) return kExitCancelled;
+  std::fflush(stdout);
+  return ShowFindings(*job) ? kExitDropped : kExitOk;
+}
+
+// --check: the RDF's problems, then (with --report) how the RDF meets the report.
+int CheckCommand(const ParsedOptions& opts, Application& app, ConsoleUI& ui) {
+  const std::filesystem::path rdf = *opts.value(Opt::Rdf);
+  RdfCheckResult result = CheckRdf(rdf);
+  for (const RdfDiagnostic& d : result.diagnostics) {
+    std::printf("%s\n", FormatDiagnostic(d).c_str());
+  }
+  if (opts.has(Opt::Report)) {
+    if (result.errors > 0) {
+      std::printf("%s was not read: correct the RDF's errors first\n",
+                  opts.value(Opt::Report)->c_str());
+    } else if (std::optional<ConversionJob> job = PrepareJob(opts, app, ui)) {
+      RunTally tally(job->engine().tables);
+      job->Observe(&tally);
+      if (job->Check() == RunDriver::Check::Ready && job->Run()) {
+        const RunTally::Summary summary =
+            tally.Report(job->Request().report.string(), rdf.string(), job->ColumnFields());
+        for (const std::string& line : summary.lines) std::printf("%s\n", line.c_str());
+        result.warnings += summary.warnings;
+        std::fflush(stdout);
+        ShowFindings(*job);
+      } else {
+        ++result.errors;
+        std::printf("%s was not read through: %s\n", opts.value(Opt::Report)->c_str(),
+                    job->LastError() ? job->LastError()->describe().c_str() : "it does not exist");
+      }
+    } else {
+      ++result.errors;
+    }
+  }
+  std::printf("%s\n", CheckSummary(result).c_str());
+  return result.errors > 0 ? kExitFailed : kExitOk;
 }
 
 // The command line's combinations, checked before start-up.
 void Validate(const ParsedOptions& opts) {
   const bool list = opts.has(Opt::ListFields), save = opts.has(Opt::SaveRdf);
+  const bool trace = opts.has(Opt::Trace), check = opts.has(Opt::Check);
+  for (const OptionSpec& o : Options()) {
+    const bool traceOnly = o.id == Opt::Lines || o.id == Opt::Unmatched || o.id == Opt::TraceFormat;
+    if (traceOnly && opts.has(o.id) && !trace) {
+      throw UsageError("--" + std::string(o.name) + " goes with --trace");
+    }
+  }
+  if (auto format = opts.value(Opt::TraceFormat);
+      format && *format != "text" && *format != "jsonl") {
+    throw UsageError("--trace-format is text or jsonl, not '" + *format + "'");
+  }
+  ParseLineRange(opts);
+  if (trace && !opts.has(Opt::Report)) throw UsageError("--trace needs --report FILE");
+  if (check && !opts.has(Opt::Rdf)) throw UsageError("--check needs --rdf FILE");
+  if (check && (trace || list || save || opts.has(Opt::Output))) {
+    throw UsageError(
+        "--check goes with --rdf and --report only (not with --output, --trace, "
+        "--list-fields or --save-rdf)");
+  }
+  if (trace && (list || save)) {
+    throw UsageError("--trace does not go with --list-fields or --save-rdf");
+  }
   if ((list || save) && !opts.has(Opt::Rdf)) {
     throw UsageError(std::string(list ? "--list-fields" : "--save-rdf") + " needs --rdf FILE");
   }
@@ -214,10 +339,11 @@ void Validate(const ParsedOptions& opts) {
                        "'");
     }
   }
-  if (!list && !save && !opts.has(Opt::Output) &&
+  if (!list && !save && !trace && !check && !opts.has(Opt::Output) &&
       (opts.has(Opt::Report) || opts.has(Opt::Rdf) || opts.has(Opt::Fields) ||
        opts.has(Opt::Set))) {
-    throw UsageError("nothing to do: give --output FILE, --list-fields or --save-rdf FILE");
+    throw UsageError(
+        "nothing to do: give --output FILE, --trace, --check, --list-fields or --save-rdf FILE");
   }
   ParseSets(opts);
   ParseFieldList(opts);
@@ -265,7 +391,14 @@ int RunCommand(std::span<const char* const> args) {
       std::fprintf(stderr, "qbconvert: %s\n", e.what());
       status = kExitUsage;
     }
-  } else if (opts.has(Opt::Output)) {
+  } else if (opts.has(Opt::Check)) {
+    try {
+      status = CheckCommand(opts, app, ui);
+    } catch (const UsageError& e) {
+      std::fprintf(stderr, "qbconvert: %s\n", e.what());
+      status = kExitUsage;
+    }
+  } else if (opts.has(Opt::Output) || opts.has(Opt::Trace)) {
     try {
       status = Convert(opts, app, ui);
     } catch (const UsageError& e) {

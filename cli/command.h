@@ -9,6 +9,7 @@ enum ExitStatus : int {
   kExitOk = 0,
   kExitFailed = 1,
   kExitUsage = 2,
+  kExitDropped = 3,  // completed, but report lines were dropped
   kExitCancelled = 130,
 };
 

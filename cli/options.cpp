@@ -5,7 +5,7 @@
 namespace qb::cli {
 namespace {
 
-constexpr std::array<OptionSpec, 13> kOptions{{
+constexpr std::array<OptionSpec, 18> kOptions{{
     {Opt::Report, "report", "FILE", false,
      "the report to convert (.txt, .prn, .rpt print image; .pdf; a delimited file)"},
     {Opt::Rdf, "rdf", "FILE", false,
@@ -27,6 +27,17 @@ constexpr std::array<OptionSpec, 13> kOptions{{
      "print the RDF's output fields (number, output, order, type, label) and stop"},
     {Opt::SaveRdf, "save-rdf", "FILE", false,
      "write the loaded RDF, with the field choices and settings, as a plain RDF"},
+    {Opt::Trace, "trace", "", false,
+     "print what the RDF does to each report line: the marker row that matched, the pickups, "
+     "the rows written (--output is then optional)"},
+    {Opt::Lines, "lines", "FROM-TO", false,
+     "trace only these report lines (the run still reads from the first line)"},
+    {Opt::Unmatched, "unmatched", "", false, "trace only the lines that matched no marker row"},
+    {Opt::TraceFormat, "trace-format", "text|jsonl", false,
+     "text (the default) or jsonl: one JSON object a line, for programs"},
+    {Opt::Check, "check", "", false,
+     "check the RDF and print every problem as FILE:LINE: error|warning: ...; with --report, "
+     "also how the RDF meets that report"},
     {Opt::Help, "help", "", false, "show this help and exit"},
     {Opt::Version, "version", "", false, "show the version and exit"},
 }};
@@ -101,6 +112,9 @@ std::string HelpText() {
       "  qbconvert --report FILE [--rdf FILE] --output FILE [options]\n"
       "            .xls output uses the buffer mode of rmode (6, the default, builds the\n"
       "            workbook from a text file in outdir at the end)\n"
+      "  qbconvert --report FILE [--rdf FILE] [--output FILE] --trace [--lines FROM-TO]\n"
+      "            [--unmatched] [--trace-format text|jsonl]\n"
+      "  qbconvert --check --rdf FILE [--report FILE]\n"
       "  qbconvert --rdf FILE [--report FILE] --list-fields\n"
       "  qbconvert --rdf FILE [--report FILE] --save-rdf FILE [--set KEY=VALUE]... "
       "[--fields N,...]\n"
@@ -116,8 +130,10 @@ std::string HelpText() {
       left += "\n" + std::string(24, ' ');
     s += left + std::string(o.help) + "\n";
   }
-  s += "\nExit status: 0 done, 1 the run or the RDF failed (standard error says why),\n"
-       "2 a usage error, 130 cancelled with Ctrl-C (the rows so far are kept).\n";
+  s += "\nExit status: 0 done, 1 the run or the RDF failed (standard error says why; for\n"
+       "--check: the RDF has errors), 2 a usage error, 3 completed, but report lines were\n"
+       "dropped (or no line matched a marker; standard error says which), 130 cancelled\n"
+       "with Ctrl-C (the rows so far are kept).\n";
   return s;
 }
 

@@ -23,6 +23,11 @@ enum class Opt {
   Launch,
   ListFields,
   SaveRdf,
+  Trace,
+  Lines,
+  Unmatched,
+  TraceFormat,
+  Check,
   Help,
   Version,
 };

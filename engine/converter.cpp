@@ -50,6 +50,10 @@ void Converter::PrepareOutput(const OutputOptions& options) {
   state_.LinesWritten = 0;
   state_.CurrentGroup = state_.SubGroupCount = state_.LastGroup = state_.CurrentSeq = 0;
   state_.WaitSeen.fill(false);
+  state_.ReportLine = 0;
+  state_.Piece = 0;
+  state_.PiecesMatched = 0;
+  matched_ = nullptr;
 
   selection_ = options.selection;
 
@@ -70,6 +74,10 @@ void Converter::PrepareOutput(const OutputOptions& options) {
     r.group = static_cast<int32_t>(m.GetInt(col::Markers::fldGRP));
     r.wait = static_cast<int32_t>(m.GetInt(col::Markers::fldWTS));
     r.subGroup = m.GetBool(col::Markers::fldSGR);
+    r.rule = rule;
+    r.start = m.GetInt(col::Markers::fldSTR);
+    r.length = length;
+    r.rdfLine = m.GetInt(col::Markers::fldLIN);
     if (rule == 'p')
       r.pattern = CompiledPattern(r.marker, static_cast<size_t>(std::max<int64_t>(length, 0)));
     r.test = rule == '='
@@ -136,8 +144,32 @@ void Converter::PrepareOutput(const OutputOptions& options) {
   paddedDirty_ = 0;
   pickupCache_.clear();
   lastPickup_.assign(markers_.size(), LastPickup());
+  pickupInfo_.clear();
   errorsSeen_.clear();
   errorsLogged_ = errorsUnlogged_ = 0;
+  lineErrors_ = LineErrors();
+}
+
+std::vector<Converter::ColumnField> Converter::ColumnFields() const {
+  std::vector<ColumnField> fields;
+  Recordset f = engine_.tables.rsFields.Clone();
+  for (const Column& c : columns_) {
+    ColumnField field{0, 0, c.label};
+    if (c.slot >= 0) {
+      field.field = slots_[static_cast<size_t>(c.slot)].number;
+      f.MoveFirst();
+      f.Find("fldFLD = " + std::to_string(field.field));
+      if (!f.IsEOF()) field.rdfLine = f.GetInt(col::Fields::fldLIN);
+    }
+    fields.push_back(std::move(field));
+  }
+  return fields;
+}
+
+RunObserver::MarkerRow Converter::MarkerView(size_t index) const {
+  const MarkerRow& m = markers_[index];
+  return {index,    m.rdfLine, m.rule,  m.start, m.length,
+          m.marker, m.action,  m.group, m.wait,  m.subGroup};
 }
 
 Converter::Segment Converter::Segment::Of(int64_t start, int64_t length) {
@@ -166,14 +198,18 @@ static_assert(kCopyBlock >= CompiledPattern::kBlockSlack);
 
 bool Converter::CheckDataMarker(std::string_view line) {
   if (line.size() > kLineWidth) line = line.substr(0, kLineWidth);
+  matched_ = nullptr;
   std::string_view padded;  // made when a marker first reads past the line's end
   const MarkerRow* const first = markers_.data();
   const MarkerRow* const last = first + markers_.size();
   for (const MarkerRow* m = first; m != last; ++m) {
     if (m->test >= MarkerTest::NeverEqual) [[unlikely]] {
       if (m->test == MarkerTest::NeverEqual) continue;  // never as long as the marker
-      if (m->test == MarkerTest::Invalid) ThrowInvalidCall("CheckDataMarker");
-      return true;  // an unknown rule ends the search
+      if (m->test == MarkerTest::Invalid) {
+        matched_ = m;
+        ThrowInvalidCall("CheckDataMarker");
+      }
+      break;  // an unknown rule ends the search
     }
     const bool within = m->at.Within(line);
     if (!within && padded.empty()) padded = Padded(line);
@@ -189,20 +225,30 @@ bool Converter::CheckDataMarker(std::string_view line) {
       match = seg.find(m->marker) != std::string_view::npos;
     }
     if (match) {
+      matched_ = m;
       ProcessDataMarker(static_cast<size_t>(m - first), line);
       return true;
     }
   }
+  if (observer_) [[unlikely]]
+    observer_->Marker(nullptr);
   return true;
 }
 
 void Converter::ProcessDataMarker(size_t index, std::string_view line) {
   MarkerRow& m = markers_[index];
+  ++state_.PiecesMatched;
+  if (observer_) [[unlikely]] {
+    const RunObserver::MarkerRow view = MarkerView(index);
+    observer_->Marker(&view);
+  }
   if (m.skip) {
     if (m.group != 0) {
       state_.CurrentGroup = Narrow16(std::abs(static_cast<int64_t>(m.group)), "ProcessDataMarker");
       SequenceReset();
     }
+    if (observer_) [[unlikely]]
+      observer_->State(state_.CurrentGroup, state_.SubGroupCount, state_.CurrentSeq);
     return;
   }
   if (m.stop) {
@@ -210,7 +256,11 @@ void Converter::ProcessDataMarker(size_t index, std::string_view line) {
     return;
   }
   if (m.group != 0) SequenceReset();
-  if (m.wait != 0 && WaitSlotTest(m.wait)) WriteLine(m.wait);
+  if (m.wait != 0 && WaitSlotTest(m.wait)) {
+    if (observer_) [[unlikely]]
+      observer_->WaitSlot(m.wait);
+    WriteLine(m.wait);
+  }
   if (m.group > 0) {
     state_.CurrentGroup = Narrow16(m.group, "ProcessDataMarker");
     ApplySubGroup(m);
@@ -221,12 +271,18 @@ void Converter::ProcessDataMarker(size_t index, std::string_view line) {
     ++m.seq;
   }
   state_.CurrentSeq = Narrow16(m.seq, "ProcessDataMarker");
-  PickupData(index, line);
+  if (observer_) [[unlikely]] {
+    PickupData<true>(index, line);
+  } else {
+    PickupData<false>(index, line);
+  }
   if (m.group < 0) {
     state_.CurrentGroup = Narrow16(-static_cast<int64_t>(m.group), "ProcessDataMarker");
     ApplySubGroup(m);
   }
   state_.LastGroup = Narrow16(m.group, "ProcessDataMarker");
+  if (observer_) [[unlikely]]
+    observer_->State(state_.CurrentGroup, state_.SubGroupCount, state_.CurrentSeq);
 }
 
 // A group met again right after itself counts up when the row says so: CurrentGroup gets the
@@ -294,6 +350,11 @@ const std::vector<Converter::PickupRow>& Converter::PickupRows(size_t marker) {
     std::string_view rule = p.GetText(col::Pickups::fldRUL);
     std::string_view act = p.GetText(col::Pickups::fldACT);
     r.value = p.GetText(col::Pickups::fldVAL);
+    r.info = static_cast<uint32_t>(pickupInfo_.size());
+    pickupInfo_.push_back({p.GetInt(col::Pickups::fldLIN),
+                           static_cast<int32_t>(p.GetInt(col::Pickups::fldFLD)),
+                           p.GetInt(col::Pickups::fldSTR), p.GetInt(col::Pickups::fldLEN),
+                           std::string(rule), std::string(act), r.value});
     if (rule == "=") {
       r.op = act == "skip"   ? PickOp::StoreOrSkip
              : act == "prev" ? PickOp::StoreOrPrev
@@ -325,12 +386,28 @@ const std::vector<Converter::PickupRow>& Converter::PickupRows(size_t marker) {
   return *last.rows;
 }
 
+template <bool kObserved>
 void Converter::PickupData(size_t marker, std::string_view line) {
   const unsigned current = current_;  // held in a register: stores below cannot change it
+  const PickupRow* at = nullptr;      // the row being applied, for an error's place
+  const PickupRow* end = nullptr;
+  // Tells the observer what the row did.
+  auto observe = [&](const PickupRow& r) {
+    if constexpr (kObserved) {
+      const std::string_view held = r.field ? r.field->hde.view() : std::string_view();
+      const std::string_view value = r.field ? r.field->values[current].view() : std::string_view();
+      observer_->Pickup(pickupInfo_[r.info].View(), r.at.invalid ? "" : r.at.Trimmed(line), value,
+                        held);
+    }
+  };
   try {
-    for (const PickupRow& r : PickupRows(marker)) {
+    const std::vector<PickupRow>& rows = PickupRows(marker);
+    end = rows.data() + rows.size();
+    for (at = rows.data(); at != end; ++at) {
+      const PickupRow& r = *at;
       if (r.op == PickOp::Store) [[likely]] {  // most rows: the trimmed text, stored
         r.field->values[current].assignBlocks(r.at.Trimmed(line));
+        observe(r);
         continue;
       }
       if (r.field == nullptr) [[unlikely]] {
@@ -412,13 +489,19 @@ void Converter::PickupData(size_t marker, std::string_view line) {
         case PickOp::NoField:
           break;  // rows without a field, failed above
       }
+      observe(r);
     }
   } catch (FatalRunError&) {
     throw;
   } catch (const QbError& e) {
     // Pickup's own trap: the rest of this line's pickup rows are skipped, the marker's
     // processing goes on.
-    ReportLineError(QbError(e.number(), "PickupData", "Pickup Data Error  " + e.description()));
+    const QbError error(e.number(), "PickupData", "Pickup Data Error  " + e.description());
+    const PickupInfo* info = at != nullptr && at != end ? &pickupInfo_[at->info] : nullptr;
+    if constexpr (kObserved) {
+      observer_->PickupError(info ? info->View() : RunObserver::PickupRow(), error);
+    }
+    ReportLineError(error, info ? info->rdfLine : 0, true);
   }
 }
 
@@ -437,6 +520,8 @@ void Converter::WriteLine(int level) {
     header = ++state_.LinesWritten == 1;
   }
 
+  if (!write && observer_) [[unlikely]]
+    observer_->Rejected(RejectionReason());
   if (write || state_.LastWriteFlag) {
     try {
       WriteRow(header, write);
@@ -468,9 +553,13 @@ std::string_view Converter::ColumnLabel(size_t c) const {
 void Converter::WriteRow(bool header, bool write) {
   if (header) {
     for (size_t c = 0; c < columns_.size(); ++c) labels_[c] = ColumnLabel(c);
+    if (observer_) [[unlikely]]
+      observer_->Header(labels_);
     sink_->Header(labels_);
   }
   if (write) {
+    if (observer_) [[unlikely]]
+      observer_->Row(state_.LinesWritten, rowSources_[current_]);
     sink_->Row(rowSources_[current_]);
   } else {
     sink_->RejectedLastRow();
@@ -478,7 +567,29 @@ void Converter::WriteRow(bool header, bool write) {
   if (state_.LastWriteFlag) sink_->EndOfRows();
 }
 
-void Converter::ReportLineError(const QbError& e) {
+// Why WriteLine did not write the record: record selection and field 1.
+std::string Converter::RejectionReason() const {
+  const std::string_view total =
+      recordSlot_ >= 0 ? Rde(slots_[static_cast<size_t>(recordSlot_)]).view() : std::string_view();
+  if (selection_ == RecordSelection::Details) {
+    return "record selection writes detail records only, and field 1 holds \"" +
+           std::string(total) + "\"";
+  }
+  return "record selection writes total records only, and field 1 is empty";
+}
+
+void Converter::DropLine(const QbError& error) {
+  const int64_t rdfLine = matched_ ? matched_->rdfLine : 0;
+  if (observer_) [[unlikely]]
+    observer_->LineError(error, rdfLine);
+  ReportLineError(error, rdfLine, false);
+}
+
+void Converter::ReportLineError(const QbError& e, int64_t rdfLine, bool partly) {
+  ++lineErrors_.count;
+  if (lineErrors_.first.size() < LineErrors::kKept) {
+    lineErrors_.first.push_back({state_.ReportLine, state_.Piece, rdfLine, partly, e});
+  }
   const int64_t n = ++errorsSeen_[{e.source(), e.number()}];
   const RunLog& log = engine_.app().Log();
   if (n == 1) {

@@ -21,6 +21,7 @@
 #include "base/bytes.h"
 #include "engine/engine.h"
 #include "engine/pattern.h"
+#include "engine/run_observer.h"
 #include "output/output_sink.h"
 
 namespace qb {
@@ -36,6 +37,27 @@ struct RunState {
   int16_t LastGroup = 0;
   int16_t CurrentSeq = 0;
   std::array<bool, 11> WaitSeen{};  // slots 1 to 10
+  // Where the run is, set by the run driver before each piece: the report line (from 1) and
+  // the piece of it (0 for a line without a form feed, else from 1).
+  int64_t ReportLine = 0;
+  int32_t Piece = 0;
+  int64_t PiecesMatched = 0;  // pieces that some marker row matched
+};
+
+// A report line that an error dropped (or, in pickup, cut short).
+struct LineErrorRecord {
+  int64_t line = 0;
+  int32_t piece = 0;
+  int64_t rdfLine = 0;  // the marker or pickup row that failed; 0 when none is to blame
+  bool partly = false;  // a pickup row failed: the line's earlier pickup rows were applied
+  QbError error{0, "", ""};
+};
+
+// The run's line errors: how many, and the first few.
+struct LineErrors {
+  static constexpr size_t kKept = 5;
+  int64_t count = 0;
+  std::vector<LineErrorRecord> first;
 };
 
 // An error that ends the run instead of dropping one line (the output cannot be written).
@@ -54,6 +76,9 @@ class Converter {
   // the tables for the run.
   void PrepareOutput(const OutputOptions& options);
   void SetSink(OutputSink* sink) { sink_ = sink; }
+  // Tells `observer` (or nobody, with null) what the run does; set before the run.
+  void SetObserver(RunObserver* observer) { observer_ = observer; }
+  RunObserver* Observer() const { return observer_; }
 
   // One line piece, read as kLineWidth characters: cut there, or padded with blanks. Finds
   // the first marker row that matches and processes it. Errors propagate to the caller,
@@ -65,9 +90,14 @@ class Converter {
   // wait slots above `level`, the sequences and the field values for the next record.
   void WriteLine(int level);
 
-  // A run-time error that dropped one line: the user sees each distinct error once per run,
-  // the log each occurrence up to 1,000, then one line with the count of the rest.
-  void ReportLineError(const QbError& error);
+  // A run-time error that dropped the current piece, raised by the marker row that matched
+  // it, if any: reported as below.
+  void DropLine(const QbError& error);
+  // A run-time error that dropped one line or cut its pickup short: the user sees each
+  // distinct error once per run, the log each occurrence up to 1,000, then one line with the
+  // count of the rest. The first few are kept with their places (LineErrors).
+  void ReportLineError(const QbError& error, int64_t rdfLine, bool partly);
+  const LineErrors& Errors() const { return lineErrors_; }
   // Logs how many line errors went unlogged, if any.
   void FinishErrorReport();
 
@@ -79,6 +109,14 @@ class Converter {
     return types;
   }
   Engine& engine() { return engine_; }
+
+  // An output column as the RDF defines it.
+  struct ColumnField {
+    int32_t field;
+    int64_t rdfLine;
+    std::string label;
+  };
+  std::vector<ColumnField> ColumnFields() const;
 
  private:
   // Where a marker or pickup row reads the line: Mid(line, start, length) worked out once for
@@ -124,6 +162,9 @@ class Converter {
     CompiledPattern pattern;  // rule "p"
     int32_t group = 0, wait = 0, seq = 0;
     bool subGroup = false, skip = false, stop = false, counts = false;
+    // As the RDF gives them, for the observer.
+    char rule = 0;
+    int64_t start = 0, length = 0, rdfLine = 0;
   };
   // What a pickup row does, its rule and action in one.
   enum class PickOp {
@@ -154,8 +195,19 @@ class Converter {
   struct PickupRow {
     Segment at;
     PickOp op = PickOp::Store;
+    uint32_t info = 0;           // index of the row's pickupInfo_
     FieldSlot* field = nullptr;  // null for Invalid and NoField
     std::string value;
+  };
+  // A pickup row as the RDF gives it: for the observer and for messages.
+  struct PickupInfo {
+    int64_t rdfLine = 0;
+    int32_t field = 0;
+    int64_t start = 0, length = 0;
+    std::string rule, action, value;
+    RunObserver::PickupRow View() const {
+      return {rdfLine, field, start, length, rule, action, value};
+    }
   };
   struct Column {
     int slot;
@@ -166,7 +218,10 @@ class Converter {
 
   std::string_view Padded(std::string_view line);
   void ProcessDataMarker(size_t marker, std::string_view line);
+  template <bool kObserved>
   void PickupData(size_t marker, std::string_view line);
+  RunObserver::MarkerRow MarkerView(size_t marker) const;
+  std::string RejectionReason() const;
   const std::vector<PickupRow>& PickupRows(size_t marker);
   std::string_view ColumnLabel(size_t c) const;
   void WriteRow(bool header, bool write);
@@ -180,6 +235,8 @@ class Converter {
   Engine& engine_;
   RunState state_;
   OutputSink* sink_ = nullptr;
+  RunObserver* observer_ = nullptr;
+  const MarkerRow* matched_ = nullptr;  // the row that matched the current piece
 
   RecordSelection selection_ = RecordSelection::All;
 
@@ -200,6 +257,7 @@ class Converter {
     const std::vector<PickupRow>* rows = nullptr;
   };
   std::vector<LastPickup> lastPickup_;
+  std::vector<PickupInfo> pickupInfo_;
   std::string filterText_;
 
   // A line padded with blanks to the full width, for the markers that read past its end;
@@ -214,6 +272,7 @@ class Converter {
   std::map<std::pair<std::string, int32_t>, int64_t> errorsSeen_;
   int64_t errorsLogged_ = 0;
   int64_t errorsUnlogged_ = 0;
+  LineErrors lineErrors_;
 };
 
 }  // namespace qb

@@ -1,106 +1,55 @@
 // Loading an RDF: the first line, the header part, the report's layout id, the detail part.
 
-#include <array>
-
 #include "base/bytes.h"
 #include "base/line_reader.h"
 #include "engine/engine.h"
 #include "engine/pattern.h"
 #include "engine/rdf_codec.h"
+#include "engine/rdf_lines.h"
+#include "engine/rdf_sections.h"
 #include "output/output_options.h"
 
 namespace qb {
 namespace {
 
-// Reads RDF lines in the loaders' way: plain files skip comment lines, scrambled files
-// unscramble every line with its counted number; the result is trimmed.
-class RdfLineSource {
- public:
-  RdfLineSource(const std::filesystem::path& path, bool scrambled, std::string_view procedure)
-      : reader_(path, procedure), scrambled_(scrambled), procedure_(procedure) {}
-
-  // The next line, or false at the end. Throws QbError 519 for a damaged first line.
-  bool Next(std::string_view& line) {
-    std::string_view raw;
-    for (;;) {
-      if (!reader_.Next(raw)) return false;
-      ++physical_;
-      if (!scrambled_ && (raw.empty() || raw.front() == ' ' || raw.front() == '[')) continue;
-      break;
-    }
-    ++counted_;
-    if (scrambled_) {
-      if (counted_ > INT16_MAX) throw QbError::Runtime(kOverflow, std::string(procedure_));
-      int16_t status = 0;
-      DecodeRDFLine(static_cast<int16_t>(counted_), raw, plain_, status);
-      if (status != 0)
-        throw QbError(kRdfCorruptLine, std::string(procedure_), std::string(kCorruptRdfText));
-      line = Trim(plain_);
-    } else {
-      line = Trim(raw);
-    }
-    return true;
-  }
-
-  // The physical line of the file that Next returned last, counted from 1.
-  int64_t Line() const { return physical_; }
-
-  // Calls `handle` with each line until it returns false or the file ends. An error from
-  // either is given this file and the line where it happened.
-  template <typename Handle>
-  void ForEachLine(const std::filesystem::path& path, Handle&& handle) {
-    std::string_view line;
-    try {
-      while (Next(line) && handle(line)) {
-      }
-    } catch (QbError& e) {
-      if (e.file().empty()) e.at(path, physical_);
-      throw;
-    }
-  }
-
- private:
-  LineReader reader_;
-  bool scrambled_;
-  std::string_view procedure_;
-  std::string plain_;
-  int64_t physical_ = 0;
-  int64_t counted_ = 0;
-};
-
-// The columns of a data line, split at every comma.
+// The columns of a data line of `section`, split at every comma. A column that cannot be
+// read is the loading error its fault always was (9, 13 or 6), with a detail that names
+// the column.
 class Columns {
  public:
-  Columns(std::string_view line, std::string_view procedure) : procedure_(procedure) {
-    for (;;) {
-      size_t comma = line.find(',');
-      cols_.push_back(line.substr(0, comma));
-      if (comma == std::string_view::npos) break;
-      line.remove_prefix(comma + 1);
-    }
-  }
+  Columns(const RdfSection& section, std::string_view line, std::string_view procedure)
+      : section_(section), cols_(SplitRdfColumns(line)), procedure_(procedure) {}
   // A column the section needs: QbError 9 when the line has too few.
   std::string_view operator[](size_t i) const {
-    if (i >= cols_.size()) throw QbError::Runtime(kSubscript, std::string(procedure_));
+    if (i >= cols_.size()) {
+      throw QbError::Runtime(kSubscript, std::string(procedure_))
+          .because(TooFewColumnsText(section_, cols_.size()));
+    }
     return cols_[i];
   }
   // A trailing column that may be left out.
   std::string_view Optional(size_t i) const {
     return i < cols_.size() ? cols_[i] : std::string_view();
   }
-  int16_t Int16(size_t i) const { return ParseInt16((*this)[i], procedure_); }
-  int32_t Int32(size_t i) const { return ParseInt32((*this)[i], procedure_); }
+  // A numeric column, of the width the section gives it: QbError 13 or 6 when it is no
+  // number of that width.
+  int64_t Number(size_t i) const {
+    RdfNumber n = ReadRdfNumber(section_, i, i < section_.required ? (*this)[i] : Optional(i));
+    if (n.error != 0) throw QbError::Runtime(n.error, std::string(procedure_)).because(n.problem);
+    return n.value;
+  }
 
  private:
+  const RdfSection& section_;
   std::vector<std::string_view> cols_;
   std::string_view procedure_;
 };
 
 // Rule "x" takes an explicit length from `col` when it is given; 0 means the rest of the line.
 void ApplyExplicitLength(Recordset& rs, int lengthField, const Columns& c, size_t col,
-                         std::string_view rule, std::string_view procedure) {
+                         std::string_view rule) {
   if (rule.substr(0, 1) != "x" || c.Optional(col).empty()) return;
-  int16_t len = ParseInt16(c.Optional(col), procedure);
+  const int64_t len = c.Number(col);
   rs.SetInt(lengthField, len == 0 ? 999 : len);
 }
 
@@ -116,27 +65,43 @@ bool IsFlagId(std::string_view fid) {
 }  // namespace
 
 bool Engine::GetRDFInfo(const std::filesystem::path& rdfPath) {
-  return Trap("GetRDFInfo", [&] {
-    LineReader reader(rdfPath, "GetRDFInfo");
+  constexpr std::string_view kProc = "GetRDFInfo";
+  return Trap(kProc, [&] {
+    LineReader reader(rdfPath, kProc);
     std::string_view raw;
     if (!reader.Next(raw)) raw = {};
-    flags.Scrambled = !StartsWith(Trim(raw), "RDF");
+    flags.Scrambled = IsScrambledFirstLine(raw);
     std::string line;
     if (flags.Scrambled) {
       int16_t status = 0;
-      DecodeRDFLine(1, raw, line, status);
-      if (status != 0)
-        throw QbError(kRdfCorruptFirst, "GetRDFInfo", std::string(kCorruptRdfText)).at(rdfPath, 1);
+      try {
+        DecodeRDFLine(1, raw, line, status);
+      } catch (QbError& e) {
+        throw e.at(rdfPath, 1).because(std::string(kBadChecksumText));
+      }
+      if (status != 0) {
+        throw QbError(kRdfCorruptFirst, std::string(kProc), std::string(kCorruptRdfText))
+            .at(rdfPath, 1)
+            .because(std::string(kBadChecksumText));
+      }
     } else {
       line = std::string(raw);
     }
     std::string_view first = Trim(line);
     size_t at = first.rfind('@');
-    if (at == std::string_view::npos)
-      throw QbError(kRdfCorruptHeader, "GetRDFInfo", std::string(kCorruptRdfText)).at(rdfPath, 1);
+    if (at == std::string_view::npos) {
+      throw QbError(kRdfCorruptHeader, std::string(kProc), std::string(kCorruptRdfText))
+          .at(rdfPath, 1)
+          .because(std::string(kNoAtSignText));
+    }
     rdf = clsRDF();
-    rdf.Number = ParseInt16(Mid(first, 7, 2, "GetRDFInfo"), "GetRDFInfo");
-    rdf.Kind = std::string(Mid(first, 9, 1, "GetRDFInfo"));
+    const std::string_view count = Mid(first, 7, 2, kProc);
+    try {
+      rdf.Number = ParseInt16(count, kProc);
+    } catch (QbError& e) {
+      throw e.at(rdfPath, 1).because(PartCountText(count));
+    }
+    rdf.Kind = std::string(Mid(first, 9, 1, kProc));
     rdf.Name = at >= 10 ? std::string(Trim(first.substr(10, at - 10))) : std::string();
     rdf.ProgramName = std::string(Trim(first.substr(at + 1)));
   });
@@ -147,114 +112,92 @@ bool Engine::LoadRDFHeader(const std::filesystem::path& rdfPath) {
   flags.PdfRdf = flags.DffRdf = flags.RecordField = false;
   return Trap(kProc, [&] {
     RdfLineSource source(rdfPath, flags.Scrambled, kProc);
-    enum State { None, Part, DIN, RID, FLG, PDP, PDC, DFI, DFC } state = None;
-    static constexpr std::array<std::pair<std::string_view, State>, 7> kSections{{{"DIN", DIN},
-                                                                                  {"RID", RID},
-                                                                                  {"FLG", FLG},
-                                                                                  {"PDP", PDP},
-                                                                                  {"PDC", PDC},
-                                                                                  {"DFI", DFI},
-                                                                                  {"DFC", DFC}}};
+    const RdfSection* section = nullptr;  // none before the first section line
     RdfTables& t = tables;
     source.ForEachLine(rdfPath, [&](std::string_view line) {
-      std::string_view code = line.substr(0, 3);
-      if (code == "RDF") {
+      if (line.substr(0, 3) == "RDF") {
         if (Mid(line, 5, 2, kProc) != "00") return false;
-        state = Part;
+        section = nullptr;
         std::string kept(line);
-        if (kept.size() < 9) throw QbError::Runtime(kInvalidCall, std::string(kProc));
+        if (kept.size() < 9) {
+          throw QbError::Runtime(kInvalidCall, std::string(kProc))
+              .because(std::string(kShortFirstLineText));
+        }
         kept[8] = 'P';  // an RDF saved from this one is of kind P
         AppendLine(t.rsLines, kept);
         return true;
       }
-      bool isSection = false;
-      for (auto [name, s] : kSections) {
-        if (code == name) {
-          state = s;
-          isSection = true;
-        }
-      }
-      if (isSection) {
-        if (state == PDP) flags.PdfRdf = true;
-        if (state == DFI) flags.DffRdf = true;
+      if (const RdfSection* s = SectionOfLine(line); s && s->part == RdfPartKind::Header) {
+        section = s;
+        if (s == &kPDP) flags.PdfRdf = true;
+        if (s == &kDFI) flags.DffRdf = true;
         AppendLine(t.rsLines, line);
         return true;
       }
-      if (state == None || state == Part) return true;  // data before any section
+      if (section == nullptr) return true;  // data before any section
       AppendLine(t.rsLines, line);
-      Columns c(line, kProc);
-      switch (state) {
-        case DIN:
-          t.rsHeader.AddNew();
-          t.rsHeader.SetText(col::Header::fldTYP, c[0]);
-          t.rsHeader.SetText(col::Header::fldVAL, c[1]);
-          break;
-        case RID: {
-          Recordset& rs = t.rsIdentify;
-          rs.AddNew();
-          rs.SetText(col::Identify::fldFID, c[0]);
-          rs.SetText(col::Identify::fldFLG, "0");
-          rs.SetInt(col::Identify::fldSTR, c.Int16(1));
-          rs.SetText(col::Identify::fldRUL, c[2]);
-          rs.SetText(col::Identify::fldMRK, c[3]);
-          rs.SetText(col::Identify::fldACT, c[4]);
-          rs.SetInt(col::Identify::fldLEN, static_cast<int64_t>(c[3].size()));
-          ApplyExplicitLength(rs, col::Identify::fldLEN, c, 5, c[2], kProc);
-          break;
+      const Columns c(*section, line, kProc);
+      if (section == &kDIN) {
+        t.rsHeader.AddNew();
+        t.rsHeader.SetText(col::Header::fldTYP, c[rdfcol::Pair::Key]);
+        t.rsHeader.SetText(col::Header::fldVAL, c[rdfcol::Pair::Value]);
+      } else if (section == &kRID) {
+        using R = rdfcol::RID;
+        Recordset& rs = t.rsIdentify;
+        rs.AddNew();
+        rs.SetText(col::Identify::fldFID, c[R::FlagId]);
+        rs.SetText(col::Identify::fldFLG, "0");
+        rs.SetInt(col::Identify::fldSTR, c.Number(R::Start));
+        rs.SetText(col::Identify::fldRUL, c[R::Rule]);
+        rs.SetText(col::Identify::fldMRK, c[R::Marker]);
+        rs.SetText(col::Identify::fldACT, c[R::Action]);
+        rs.SetInt(col::Identify::fldLEN, static_cast<int64_t>(c[R::Marker].size()));
+        ApplyExplicitLength(rs, col::Identify::fldLEN, c, R::Length, c[R::Rule]);
+      } else if (section == &kFLG) {
+        t.rsReportFlags.AddNew();
+        t.rsReportFlags.SetText(col::ReportFlags::fldRID, c[rdfcol::Pair::Key]);
+        t.rsReportFlags.SetText(col::ReportFlags::fldFLG, c[rdfcol::Pair::Value]);
+      } else if (section == &kPDP) {
+        using P = rdfcol::PDP;
+        Recordset& rs = t.rsPdfParams;
+        std::string_view tls = c[P::BandsOnly];
+        rs.AddNew();
+        rs.SetBool(col::PdfParams::fldTLS, EqualsNoCase(tls, "Y"));
+        rs.SetInt(col::PdfParams::fldRAT, c.Number(P::Pitch));
+        rs.SetInt(col::PdfParams::fldXDT, c.Number(P::Margin));
+        rs.SetInt(col::PdfParams::fldYLT, c.Number(P::YLimit));
+      } else if (section == &kPDC) {
+        using P = rdfcol::PDC;
+        Recordset& rs = t.rsPdfColumns;
+        rs.AddNew();
+        rs.SetInt(col::PdfColumns::fldXS1, c.Number(P::XStart1));
+        rs.SetInt(col::PdfColumns::fldXS2, c.Number(P::XStart2));
+        rs.SetInt(col::PdfColumns::fldXE1, c.Number(P::XEnd1));
+        rs.SetInt(col::PdfColumns::fldXE2, c.Number(P::XEnd2));
+        rs.SetInt(col::PdfColumns::fldPOS, c.Number(P::Column));
+        rs.SetText(col::PdfColumns::fldTAG, c[P::Tag]);
+        rs.SetInt(col::PdfColumns::fldTPS, c.Number(P::TagColumn));
+        rs.SetText(col::PdfColumns::fldTMK, c[P::TagMarker]);
+      } else if (section == &kDFI) {
+        const std::string dlm = DelimiterOf(c[rdfcol::Pair::Key]);
+        if (dlm.empty()) {  // the input would be split at nothing and read as blanks
+          throw QbError(kInvalidCall, "LoadRDFHeader",
+                        "The DFI line names no delimiter: give the character that separates "
+                        "the input's fields, or the word tab or comma")
+              .because(NoDelimiterText());
         }
-        case FLG:
-          t.rsReportFlags.AddNew();
-          t.rsReportFlags.SetText(col::ReportFlags::fldRID, c[0]);
-          t.rsReportFlags.SetText(col::ReportFlags::fldFLG, c[1]);
-          break;
-        case PDP: {
-          Recordset& rs = t.rsPdfParams;
-          std::string_view tls = c[0];
-          rs.AddNew();
-          rs.SetBool(col::PdfParams::fldTLS, EqualsNoCase(tls, "Y"));
-          rs.SetInt(col::PdfParams::fldRAT, c.Int32(1));
-          rs.SetInt(col::PdfParams::fldXDT, c.Int32(2));
-          rs.SetInt(col::PdfParams::fldYLT, c.Int32(3));
-          break;
-        }
-        case PDC: {
-          Recordset& rs = t.rsPdfColumns;
-          rs.AddNew();
-          rs.SetInt(col::PdfColumns::fldXS1, c.Int32(0));
-          rs.SetInt(col::PdfColumns::fldXS2, c.Int32(1));
-          rs.SetInt(col::PdfColumns::fldXE1, c.Int32(2));
-          rs.SetInt(col::PdfColumns::fldXE2, c.Int32(3));
-          rs.SetInt(col::PdfColumns::fldPOS, c.Int16(4));
-          rs.SetText(col::PdfColumns::fldTAG, c[5]);
-          rs.SetInt(col::PdfColumns::fldTPS, c.Int16(6));
-          rs.SetText(col::PdfColumns::fldTMK, c[7]);
-          break;
-        }
-        case DFI: {
-          const std::string dlm = DelimiterOf(c[0]);
-          if (dlm.empty()) {  // the input would be split at nothing and read as blanks
-            throw QbError(kInvalidCall, "LoadRDFHeader",
-                          "The DFI line names no delimiter: give the character that separates "
-                          "the input's fields, or the word tab or comma");
-          }
-          t.rsDelimited.AddNew();
-          t.rsDelimited.SetText(col::Delimited::fldDLM, dlm);
-          t.rsDelimited.SetText(col::Delimited::fldTXQ, c[1]);
-          break;
-        }
-        case DFC: {
-          Recordset& rs = t.rsDelimitedCols;
-          rs.AddNew();
-          rs.SetInt(col::DelimitedCols::fldFLD, c.Int32(0));
-          rs.SetInt(col::DelimitedCols::fldPOS, c.Int16(1));
-          rs.SetText(col::DelimitedCols::fldTAG, c[2]);
-          rs.SetInt(col::DelimitedCols::fldTPS, c.Int16(3));
-          rs.SetText(col::DelimitedCols::fldTMK, c[4]);
-          break;
-        }
-        case None:
-        case Part:
-          break;
+        t.rsDelimited.AddNew();
+        t.rsDelimited.SetText(col::Delimited::fldDLM, dlm);
+        t.rsDelimited.SetText(col::Delimited::fldTXQ, c[rdfcol::Pair::Value]);
+      } else if (section == &kDFC) {
+        using D = rdfcol::DFC;
+        Recordset& rs = t.rsDelimitedCols;
+        rs.AddNew();
+        rs.SetInt(col::DelimitedCols::fldFLD, c.Number(D::InputField));
+        rs.SetInt(col::DelimitedCols::fldPOS, c.Number(D::Column));
+        rs.SetText(col::DelimitedCols::fldTAG, c[D::Tag]);
+        rs.SetInt(col::DelimitedCols::fldTPS, c.Number(D::TagColumn));
+        rs.SetText(col::DelimitedCols::fldTMK, c[D::TagMarker]);
       }
       return true;
     });
@@ -279,8 +222,8 @@ std::optional<std::string> Engine::GetReportID(const std::filesystem::path& repo
     std::string_view line;
     bool stop = false;
     while (!stop && reader.Next(line)) {
-      buffer.assign(line.substr(0, 600));
-      buffer.resize(600, ' ');
+      buffer.assign(line.substr(0, kIdentifyWidth));
+      buffer.resize(kIdentifyWidth, ' ');
       for (rs.MoveFirst(); !rs.IsEOF(); rs.MoveNext()) {
         std::string_view rule = rs.GetText(col::Identify::fldRUL);
         std::string_view marker = rs.GetText(col::Identify::fldMRK);
@@ -319,100 +262,97 @@ bool Engine::LoadRDFDetail(std::string_view reportId, const std::filesystem::pat
   constexpr std::string_view kProc = "LoadRDFDetail";
   return Trap(kProc, [&] {
     RdfLineSource source(rdfPath, flags.Scrambled, kProc);
-    enum State { Outside, Part, DLM, DLC, FLD, RLF } state = Outside;
+    bool inPart = false;
+    const RdfSection* section = nullptr;  // none before the part's first section line
+    std::string partsSeen;                // the detail parts passed over, for the error
     RdfTables& t = tables;
     std::string fldSectionLine;
     bool haveFldSection = false;
     source.ForEachLine(rdfPath, [&](std::string_view line) {
-      std::string_view code = line.substr(0, 3);
-      if (code == "RDF") {
-        if (state != Outside) return false;  // the next part ends ours
-        if (Mid(line, 5, 2, kProc) == reportId) {
-          state = Part;
+      if (line.substr(0, 3) == "RDF") {
+        if (inPart) return false;  // the next part ends ours
+        const std::string_view id = Mid(line, 5, 2, kProc);
+        if (id == reportId) {
+          inPart = true;
           AppendLine(t.rsLines, line);
+        } else if (id != "00") {
+          partsSeen += (partsSeen.empty() ? "" : ", ") + std::string(id);
         }
         return true;
       }
-      if (state == Outside) return true;
-      if (code == "DLM" || code == "DLC" || code == "FLD" || code == "RLF") {
-        state = code == "DLM" ? DLM : code == "DLC" ? DLC : code == "FLD" ? FLD : RLF;
-        if (state == FLD) {
+      if (!inPart) return true;
+      if (const RdfSection* s = SectionOfLine(line); s && s->part == RdfPartKind::Detail) {
+        section = s;
+        if (s == &kFLD) {
           // Kept last, so the FLD lines that saving writes after rsLines fall under it.
           fldSectionLine = line;
           haveFldSection = true;
-        } else if (state != RLF) {
+        } else if (s != &kRLF) {
           AppendLine(t.rsLines, line);
         }
         return true;
       }
-      if (state == Part) return true;  // data before any section
-      if (state == DLM || state == DLC) AppendLine(t.rsLines, line);
-      Columns c(line, kProc);
-      switch (state) {
-        case DLM: {
-          Recordset& rs = t.rsMarkers;
-          rs.AddNew();
-          rs.SetInt(col::Markers::fldSTR, c.Int16(0));
-          rs.SetText(col::Markers::fldRUL, c[1]);
-          rs.SetText(col::Markers::fldMRK, c[2]);
-          rs.SetInt(col::Markers::fldLEN, static_cast<int64_t>(c[2].size()));
-          rs.SetInt(col::Markers::fldGRP, c.Int16(3));
-          rs.SetInt(col::Markers::fldWTS, c.Int16(4));
-          rs.SetText(col::Markers::fldACT, c[5]);
-          rs.SetBool(col::Markers::fldSGR, c.Optional(7) == "y");
-          ApplyExplicitLength(rs, col::Markers::fldLEN, c, 6, c[1], kProc);
-          rs.SetInt(col::Markers::fldLIN, source.Line());
-          break;
-        }
-        case DLC: {
-          Recordset& rs = t.rsPickups;
-          rs.AddNew();
-          rs.SetText(col::Pickups::fldMRK, c[0]);
-          rs.SetInt(col::Pickups::fldGRP, c.Int16(1));
-          rs.SetInt(col::Pickups::fldSEQ, c.Int16(2));
-          rs.SetInt(col::Pickups::fldFLD, c.Int16(3));
-          rs.SetInt(col::Pickups::fldSTR, c.Int16(4));
-          rs.SetInt(col::Pickups::fldLEN, c.Int16(5));
-          rs.SetText(col::Pickups::fldRUL, c[6]);
-          rs.SetText(col::Pickups::fldVAL, Trim(c[7]));
-          rs.SetText(col::Pickups::fldACT, c.Optional(8));
-          rs.SetInt(col::Pickups::fldLIN, source.Line());
-          break;
-        }
-        case FLD: {
-          Recordset& rs = t.rsFields;
-          int16_t number = c.Int16(0);
-          int16_t order = c.Int16(3);
-          int16_t dlb = c.Int16(4);
-          rs.AddNew();
-          rs.SetInt(col::Fields::fldFLD, number);
-          rs.SetBool(col::Fields::fldOUT, c[1] == "y");
-          rs.SetText(col::Fields::fldTYP, c[2]);
-          rs.SetInt(col::Fields::fldORD, order);
-          rs.SetInt(col::Fields::fldTMP, order);
-          rs.SetInt(col::Fields::fldDLB, dlb);
-          rs.SetText(col::Fields::fldLAB,
-                     dlb > 0 ? "[ " + std::string(c[5]) + " ]" : std::string(c[5]));
-          rs.SetText(col::Fields::fldACT, c.Optional(6));
-          rs.SetInt(col::Fields::fldLIN, source.Line());
-          if (number == 1 && c[2] == "r") flags.RecordField = true;
-          break;
-        }
-        case RLF:
-          t.rsSettings.AddNew();
-          t.rsSettings.SetText(col::Settings::fldTYP, c[0]);
-          t.rsSettings.SetText(col::Settings::fldVAL, c[1]);
-          break;
-        case Outside:
-        case Part:
-          break;
+      if (section == nullptr) return true;  // data before any section
+      if (section == &kDLM || section == &kDLC) AppendLine(t.rsLines, line);
+      const Columns c(*section, line, kProc);
+      if (section == &kDLM) {
+        using M = rdfcol::DLM;
+        Recordset& rs = t.rsMarkers;
+        rs.AddNew();
+        rs.SetInt(col::Markers::fldSTR, c.Number(M::Start));
+        rs.SetText(col::Markers::fldRUL, c[M::Rule]);
+        rs.SetText(col::Markers::fldMRK, c[M::Marker]);
+        rs.SetInt(col::Markers::fldLEN, static_cast<int64_t>(c[M::Marker].size()));
+        rs.SetInt(col::Markers::fldGRP, c.Number(M::Group));
+        rs.SetInt(col::Markers::fldWTS, c.Number(M::WaitSlot));
+        rs.SetText(col::Markers::fldACT, c[M::Action]);
+        rs.SetBool(col::Markers::fldSGR, c.Optional(M::SubGroup) == "y");
+        ApplyExplicitLength(rs, col::Markers::fldLEN, c, M::Length, c[M::Rule]);
+        rs.SetInt(col::Markers::fldLIN, source.Line());
+      } else if (section == &kDLC) {
+        using P = rdfcol::DLC;
+        Recordset& rs = t.rsPickups;
+        rs.AddNew();
+        rs.SetText(col::Pickups::fldMRK, c[P::Record]);
+        rs.SetInt(col::Pickups::fldGRP, c.Number(P::Group));
+        rs.SetInt(col::Pickups::fldSEQ, c.Number(P::Sequence));
+        rs.SetInt(col::Pickups::fldFLD, c.Number(P::Field));
+        rs.SetInt(col::Pickups::fldSTR, c.Number(P::Start));
+        rs.SetInt(col::Pickups::fldLEN, c.Number(P::Length));
+        rs.SetText(col::Pickups::fldRUL, c[P::Rule]);
+        rs.SetText(col::Pickups::fldVAL, Trim(c[P::Value]));
+        rs.SetText(col::Pickups::fldACT, c.Optional(P::Action));
+        rs.SetInt(col::Pickups::fldLIN, source.Line());
+      } else if (section == &kFLD) {
+        using F = rdfcol::FLD;
+        Recordset& rs = t.rsFields;
+        const int64_t number = c.Number(F::Field);
+        const int64_t order = c.Number(F::Order);
+        const int64_t dlb = c.Number(F::LabelFlag);
+        rs.AddNew();
+        rs.SetInt(col::Fields::fldFLD, number);
+        rs.SetBool(col::Fields::fldOUT, c[F::Output] == "y");
+        rs.SetText(col::Fields::fldTYP, c[F::Type]);
+        rs.SetInt(col::Fields::fldORD, order);
+        rs.SetInt(col::Fields::fldTMP, order);
+        rs.SetInt(col::Fields::fldDLB, dlb);
+        rs.SetText(col::Fields::fldLAB,
+                   dlb > 0 ? "[ " + std::string(c[F::Label]) + " ]" : std::string(c[F::Label]));
+        rs.SetText(col::Fields::fldACT, c.Optional(F::Action));
+        rs.SetInt(col::Fields::fldLIN, source.Line());
+        if (number == 1 && c[F::Type] == "r") flags.RecordField = true;
+      } else if (section == &kRLF) {
+        t.rsSettings.AddNew();
+        t.rsSettings.SetText(col::Settings::fldTYP, c[rdfcol::Pair::Key]);
+        t.rsSettings.SetText(col::Settings::fldVAL, c[rdfcol::Pair::Value]);
       }
       return true;
     });
-    if (state == Outside) {
+    if (!inPart) {
       throw QbError(kSubscript, std::string(kProc),
                     "The RDF has no detail part for report layout " + std::string(reportId))
-          .at(rdfPath);
+          .at(rdfPath)
+          .because(MissingPartText(reportId, partsSeen));
     }
     if (haveFldSection) AppendLine(t.rsLines, fldSectionLine);
   });

@@ -36,7 +36,21 @@ class TextSink final : public OutputSink {
   PipedTextSink rows_;
 };
 
+// Takes every row and keeps none: a run that is only traced or checked writes no output.
+class DiscardSink final : public OutputSink {
+ public:
+  void Header(std::span<const std::string_view>) override {}
+  void Row(std::span<const ValueBuffer* const>) override {}
+  void RejectedLastRow() override {}
+  void Finish() override {}
+  void Abandon() noexcept override {}
+};
+
 }  // namespace
+
+std::unique_ptr<OutputSink> DiscardingSink() {
+  return std::make_unique<DiscardSink>();
+}
 
 std::unique_ptr<OutputSink> OpenOutputSink(const OutputOptions& options,
                                            const OutputTarget& target) {

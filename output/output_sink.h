@@ -60,4 +60,7 @@ struct OutputTarget {
 std::unique_ptr<OutputSink> OpenOutputSink(const OutputOptions& options,
                                            const OutputTarget& target);
 
+// A sink that writes nothing, for a run that is read for its trace or its figures only.
+std::unique_ptr<OutputSink> DiscardingSink();
+
 }  // namespace qb

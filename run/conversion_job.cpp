@@ -102,13 +102,54 @@ void ConversionJob::ApplyFieldList() {
 }
 
 RunDriver::Check ConversionJob::Check() {
+  if (request_.noOutput) {
+    std::error_code ec;
+    return std::filesystem::exists(request_.report, ec) ? RunDriver::Check::Ready
+                                                        : RunDriver::Check::NothingToDo;
+  }
   return driver_->CheckRun(request_.report, request_.rdf, request_.output);
 }
 
 bool ConversionJob::Run() {
-  const bool ok = driver_->Run(request_.report, request_.output);
-  if (ok && !driver_->Abandoned()) driver_->RunEnd(request_.output, request_.launch);
+  const std::filesystem::path output =
+      request_.noOutput ? std::filesystem::path() : request_.output;
+  const bool ok = driver_->Run(request_.report, output);
+  if (ok) {
+    for (const std::string& line : Findings()) app_.Log().WriteLog("Process", line);
+  }
+  if (ok && !driver_->Abandoned() && !request_.noOutput) {
+    driver_->RunEnd(request_.output, request_.launch);
+  }
   return ok;
+}
+
+std::vector<std::string> ConversionJob::Findings() const {
+  std::vector<std::string> lines;
+  const RunStats& stats = driver_->Stats();
+  if (!stats.finished || stats.cancelled) return lines;
+  const std::string report = request_.report.string(), rdf = request_.rdf.string();
+  const LineErrors& errors = stats.lineErrors;
+  if (errors.count > 0) {
+    const bool more = errors.count > static_cast<int64_t>(errors.first.size());
+    lines.push_back("completed, but " + std::to_string(errors.count) + " report line" +
+                    (errors.count == 1 ? " was" : "s were") +
+                    " dropped or only partly picked up because of errors" +
+                    (more ? "; the first " + std::to_string(errors.first.size()) + ":" : ":"));
+    for (const LineErrorRecord& e : errors.first) {
+      std::string line = "  " + report + ":" + std::to_string(e.line);
+      if (e.piece > 0) line += " (piece " + std::to_string(e.piece) + ")";
+      line += ": ";
+      if (e.rdfLine > 0) line += "RDF " + rdf + ":" + std::to_string(e.rdfLine) + ": ";
+      line += e.error.describe();
+      line += e.partly ? "; the line's later pickup rows were skipped" : "; the line was dropped";
+      lines.push_back(std::move(line));
+    }
+  }
+  if (stats.piecesMatched == 0) {
+    lines.push_back("no line of " + report + " matched a marker of " + rdf +
+                    ": check the RDF with --check --report");
+  }
+  return lines;
 }
 
 }  // namespace qb

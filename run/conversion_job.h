@@ -34,6 +34,9 @@ struct JobRequest {
   // (or the window's grid) says.
   std::vector<int> fields;
   bool launch = false;  // open a finished workbook in the spreadsheet program
+  // Read the report through without writing any output: the run is watched (a trace, the
+  // RDF checker's report) and `output` is not used.
+  bool noOutput = false;
 };
 
 // A job that cannot be prepared, in words for the user.
@@ -70,6 +73,14 @@ class ConversionJob {
   // why, and the error was shown and logged.
   bool Run();
 
+  // Tells `observer` what the run does, line by line (see RunObserver); before Run.
+  void Observe(RunObserver* observer) { driver_->converter().SetObserver(observer); }
+
+  // What a finished run should tell its user besides its figures, a line each: the report
+  // lines that errors dropped (how many, the first few with their report and RDF lines), or
+  // that no line matched any marker. Empty when there is nothing to tell. Run also logs them.
+  std::vector<std::string> Findings() const;
+
   // The run stops at the next line; the rows so far are written.
   void Cancel() { driver_->State().CancelFlag = true; }
   // The run stops at the next line and writes nothing: a previous output stays as it was.
@@ -81,6 +92,10 @@ class ConversionJob {
   const std::optional<QbError>& LastError() const { return driver_->LastError(); }
   // Lines handed on so far; may be read from another thread while the job runs.
   int64_t LinesProcessed() const { return driver_->LinesProcessed(); }
+  // The output columns as the RDF defines them (after Run).
+  std::vector<Converter::ColumnField> ColumnFields() const {
+    return driver_->converter().ColumnFields();
+  }
   // The job's own RDF tables (to list or save them before a run).
   Engine& engine() { return engine_; }
 

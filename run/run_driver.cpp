@@ -89,6 +89,8 @@ bool RunDriver::Run(const std::filesystem::path& report, const std::filesystem::
   stats_.runTime = std::chrono::steady_clock::now() - start;
   stats_.linesWritten = converter_.State().LinesWritten;
   stats_.linesProcessed = linesProcessed_;
+  stats_.piecesMatched = converter_.State().PiecesMatched;
+  stats_.lineErrors = converter_.Errors();
   stats_.cancelled = converter_.State().CancelFlag;
   stats_.finished = ok;
   return ok;
@@ -97,7 +99,7 @@ bool RunDriver::Run(const std::filesystem::path& report, const std::filesystem::
 // Counts a piece and hands it on; a dropped line's error is reported and the run goes on.
 // Pieces are LineReader lines or parts of them, so they have the slack the converter reads.
 static_assert(LineReader::kLineSlack >= kCopyBlock);
-void RunDriver::HandLine(std::string_view piece) {
+void RunDriver::HandLine(std::string_view piece, int64_t line, int32_t part) {
   int64_t n = linesProcessed_.load(std::memory_order_relaxed) + 1;
   if (n > std::numeric_limits<int32_t>::max()) [[unlikely]] {
     throw QbError(kOverflow, "Process",
@@ -105,12 +107,17 @@ void RunDriver::HandLine(std::string_view piece) {
                   "counts; split it into smaller reports");
   }
   linesProcessed_.store(n, std::memory_order_relaxed);
+  RunState& state = converter_.State();
+  state.ReportLine = line;
+  state.Piece = part;
+  if (RunObserver* observer = converter_.Observer()) [[unlikely]]
+    observer->Piece(line, part, piece);
   try {
     converter_.CheckDataMarker(piece);
   } catch (FatalRunError&) {
     throw;
   } catch (const QbError& e) {
-    converter_.ReportLineError(e);
+    converter_.DropLine(e);
   }
 }
 
@@ -129,7 +136,7 @@ void RunDriver::Process(const std::filesystem::path& report, const std::filesyst
                       converter_.ColumnTypes(), RdfHeading(engine_.tables), &log};
   std::unique_ptr<OutputSink> sink;
   try {
-    sink = OpenOutputSink(options_, target);
+    sink = output.empty() ? DiscardingSink() : OpenOutputSink(options_, target);
   } catch (const QbError& e) {
     return Fail(e.source(), e);
   }
@@ -141,26 +148,31 @@ void RunDriver::Process(const std::filesystem::path& report, const std::filesyst
     ByteProgress progress(ui, size);
     std::string_view line;
     bool formFeed = false;
+    int64_t number = 0;
     while (!state.CancelFlag.load(std::memory_order_relaxed) && !state.StopFlag &&
            reader.Next(line, formFeed)) {
+      ++number;
       progress.AddLine(reader.LineBytes());
       // A form feed ends a piece and is dropped; a line holding only one gives two pieces.
+      int32_t part = 0;
       for (size_t ff; formFeed && (ff = line.find('\f')) != std::string_view::npos;) {
-        HandLine(line.substr(0, ff));
+        HandLine(line.substr(0, ff), number, ++part);
         line.remove_prefix(ff + 1);
       }
-      HandLine(line);
+      HandLine(line, number, part == 0 ? 0 : part + 1);
     }
     log.WriteLog("Process", "Loop Complete");
+    if (RunObserver* observer = converter_.Observer()) observer->EndOfReport();
     state.LastWriteFlag = true;
     try {
       converter_.WriteLine(1);
     } catch (FatalRunError&) {
       throw;
     } catch (const QbError& e) {
-      converter_.ReportLineError(e);
+      converter_.ReportLineError(e, 0, false);
     }
     log.WriteLog("Process", "Last Write");
+    if (RunObserver* observer = converter_.Observer()) observer->End();
   }
   converter_.SetSink(nullptr);
   if (abandon_) return sink->Abandon();

@@ -21,6 +21,8 @@ struct RunStats {
   bool cancelled = false;  // the user cancelled; the rows gathered so far were written
   int64_t linesProcessed = 0;
   int32_t linesWritten = 0;
+  int64_t piecesMatched = 0;  // pieces that some marker row matched
+  LineErrors lineErrors;      // lines that errors dropped or cut short
   std::chrono::steady_clock::duration runTime{};
 
   // "Run Time: 03:07": minutes and seconds, whole hours dropped.
@@ -68,6 +70,7 @@ class RunDriver {
   const RunStats& Stats() const { return stats_; }
   RunState& State() { return converter_.State(); }
   Converter& converter() { return converter_; }
+  const Converter& converter() const { return converter_; }
   const std::optional<QbError>& LastError() const { return lastError_; }
   // Lines handed on so far; may be read from another thread while the run goes on.
   int64_t LinesProcessed() const { return linesProcessed_.load(std::memory_order_relaxed); }
@@ -75,7 +78,7 @@ class RunDriver {
  private:
   void Process(const std::filesystem::path& report, const std::filesystem::path& output,
                RunFolder& work);
-  void HandLine(std::string_view piece);
+  void HandLine(std::string_view piece, int64_t line, int32_t part);
   void Fail(std::string_view procedure, const QbError& error);
 
   Engine& engine_;

@@ -62,7 +62,8 @@ check "--fields deselects others" contains "$tmp/out" "    1  n           0  r  
 printf 'RDF 0001T broken, no at sign\r\n' >"$tmp/broken.rdf"
 "$qbconvert" --home "$tmp/home" --rdf "$tmp/broken.rdf" --list-fields >"$tmp/out" 2>"$tmp/err"; rc=$?
 check "damaged RDF exits 1" test $rc -eq 1
-check "damaged RDF says why" contains "$tmp/err" "Error 518 in GetRDFInfo: Corrupted RDF ($tmp/broken.rdf, line 1)"
+check "damaged RDF says why" contains "$tmp/err" "Error 518 in GetRDFInfo: Corrupted RDF"
+check "damaged RDF says where and what" contains "$tmp/err" "$tmp/broken.rdf:1: the first line has no \"@\""
 "$qbconvert" --home "$tmp/home" --rdf "$samples/APCHK01.rdf" --fields 9 --list-fields >"$tmp/out" 2>"$tmp/err"; rc=$?
 check "unknown field number is a usage error" test $rc -eq 2
 "$qbconvert" --home "$tmp/home" --list-fields >"$tmp/out" 2>"$tmp/err"; rc=$?

@@ -1,0 +1,342 @@
+#include "run/trace_writer.h"
+
+#include <cstring>
+
+namespace qb {
+namespace {
+
+constexpr size_t kTextShown = 80;  // characters of a piece the text trace shows
+
+// The length of the valid UTF-8 sequence at `s`, or 0.
+size_t Utf8Length(std::string_view s) {
+  const auto b = static_cast<unsigned char>(s[0]);
+  const size_t n = b < 0xC2 ? 0 : b < 0xE0 ? 2 : b < 0xF0 ? 3 : b < 0xF5 ? 4 : 0;
+  if (n == 0 || s.size() < n) return 0;
+  for (size_t i = 1; i < n; ++i) {
+    if ((static_cast<unsigned char>(s[i]) & 0xC0) != 0x80) return 0;
+  }
+  return n;
+}
+
+// A JSON string. Report text is bytes: valid UTF-8 passes as it is, any other byte is taken
+// as the Latin-1 character of its value, so the object is always valid JSON.
+void AppendJson(std::string& out, std::string_view text) {
+  static constexpr char kHex[] = "0123456789abcdef";
+  out += '"';
+  for (size_t i = 0; i < text.size(); ++i) {
+    const auto c = static_cast<unsigned char>(text[i]);
+    if (c == '"' || c == '\\') {
+      out += '\\';
+      out += static_cast<char>(c);
+    } else if (c == '\t') {
+      out += "\\t";
+    } else if (c < 0x20 || c == 0x7F) {
+      out += "\\u00";
+      out += kHex[c >> 4];
+      out += kHex[c & 15];
+    } else if (c < 0x80) {
+      out += static_cast<char>(c);
+    } else if (size_t n = Utf8Length(text.substr(i)); n > 0) {
+      out.append(text.substr(i, n));
+      i += n - 1;
+    } else {
+      out += static_cast<char>(0xC0 | (c >> 6));
+      out += static_cast<char>(0x80 | (c & 0x3F));
+    }
+  }
+  out += '"';
+}
+
+// A text in double quotes for the text trace: control characters as \t or \xNN.
+void AppendQuoted(std::string& out, std::string_view text) {
+  static constexpr char kHex[] = "0123456789ABCDEF";
+  out += '"';
+  for (char ch : text) {
+    const auto c = static_cast<unsigned char>(ch);
+    if (c == '\t') {
+      out += "\\t";
+    } else if (c < 0x20 || c == 0x7F) {
+      out += "\\x";
+      out += kHex[c >> 4];
+      out += kHex[c & 15];
+    } else {
+      out += ch;
+    }
+  }
+  out += '"';
+}
+
+std::string_view Action(std::string_view action) {
+  return TrimRight(action);
+}
+
+}  // namespace
+
+TraceWriter::TraceWriter(std::FILE* out, TraceOptions options)
+    : out_(out), options_(std::move(options)) {
+  if (Jsonl()) {
+    std::string start = "{\"type\":\"start\",\"report\":";
+    AppendJson(start, options_.report);
+    start += ",\"rdf\":";
+    AppendJson(start, options_.rdf);
+    start += "}\n";
+    Emit(start);
+  }
+}
+
+std::string TraceWriter::Where(int64_t rdfLine) const {
+  return options_.rdf + ":" + std::to_string(rdfLine);
+}
+
+void TraceWriter::Emit(const std::string& text) {
+  if (std::fwrite(text.data(), 1, text.size(), out_) != text.size()) writeFailed_ = true;
+}
+
+void TraceWriter::Piece(int64_t line, int piece, std::string_view text) {
+  Flush();
+  open_ = true;
+  line_ = lastLine_ = line;
+  matched_ = false;
+  if (Jsonl()) {
+    text_ = "{\"type\":\"piece\",\"line\":" + std::to_string(line) +
+            ",\"piece\":" + std::to_string(piece) + ",\"text\":";
+    AppendJson(text_, text);
+    did_ = "none";
+    return;
+  }
+  text_ = "line " + std::to_string(line);
+  if (piece > 0) text_ += "." + std::to_string(piece);
+  text_ += ": ";
+  const std::string_view shown = TrimRight(text.substr(0, kTextShown));
+  AppendQuoted(text_, shown);
+  if (shown.size() < TrimRight(text).size()) text_ += "...";
+  text_ += '\n';
+}
+
+void TraceWriter::Marker(const MarkerRow* row) {
+  matched_ = row != nullptr;
+  const std::string_view action = row ? Action(row->action) : std::string_view();
+  if (Jsonl()) {
+    text_ += ",\"marker\":";
+    if (!row) {
+      text_ += "null";
+      return;
+    }
+    text_ += "{\"rdfLine\":" + std::to_string(row->rdfLine) +
+             ",\"index\":" + std::to_string(row->index) + ",\"rule\":";
+    AppendJson(text_, std::string_view(&row->rule, row->rule ? 1 : 0));
+    text_ += ",\"start\":" + std::to_string(row->start) +
+             ",\"length\":" + std::to_string(row->length) + ",\"text\":";
+    AppendJson(text_, row->text);
+    text_ += ",\"action\":";
+    AppendJson(text_, action);
+    text_ += ",\"group\":" + std::to_string(row->group) + ",\"wait\":" + std::to_string(row->wait) +
+             ",\"subGroup\":" + (row->subGroup ? "true" : "false") + "}";
+    did_ = action == "skip" ? "skip" : action == "stop" ? "stop" : "pickup";
+    return;
+  }
+  if (!row) {
+    text_ += "  no marker\n";
+    return;
+  }
+  text_ += "  marker " + Where(row->rdfLine) + ": rule " +
+           (row->rule ? std::string(1, row->rule) : std::string("(none)")) + " at " +
+           std::to_string(row->start) + "," + std::to_string(row->length) + " ";
+  AppendQuoted(text_, row->text);
+  text_ += " -> ";
+  text_ += action;
+  std::string extra;
+  if (row->group != 0) extra += "group " + std::to_string(row->group);
+  if (row->wait != 0)
+    extra += (extra.empty() ? "" : ", ") + ("wait slot " + std::to_string(row->wait));
+  if (row->subGroup) extra += (extra.empty() ? "" : ", ") + std::string("sub-group");
+  if (!extra.empty()) text_ += " (" + extra + ")";
+  text_ += '\n';
+  if (action == "skip") text_ += "  skip: nothing is picked up\n";
+  if (action == "stop") text_ += "  stop: the run reads no further\n";
+}
+
+void TraceWriter::WaitSlot(int32_t slot) {
+  if (Jsonl()) {
+    text_ += ",\"waitSlot\":" + std::to_string(slot);
+    return;
+  }
+  text_ +=
+      "  wait slot " + std::to_string(slot) + " completed: the record gathered so far is written\n";
+}
+
+void TraceWriter::Header(std::span<const std::string_view> labels) {
+  std::string s;
+  if (Jsonl()) {
+    s = "{\"header\":[";
+    for (size_t i = 0; i < labels.size(); ++i) {
+      if (i) s += ',';
+      AppendJson(s, labels[i]);
+    }
+    s += "]}";
+    rows_.push_back(std::move(s));
+    return;
+  }
+  s = "  header: ";
+  for (size_t i = 0; i < labels.size(); ++i) {
+    if (i) s += " | ";
+    s += labels[i];
+  }
+  text_ += s + '\n';
+}
+
+void TraceWriter::Row(int32_t number, std::span<const ValueBuffer* const> values) {
+  std::string s;
+  if (Jsonl()) {
+    s = "{\"row\":" + std::to_string(number) + ",\"values\":[";
+    for (size_t i = 0; i < values.size(); ++i) {
+      if (i) s += ',';
+      AppendJson(s, values[i]->view());
+    }
+    s += "]}";
+    rows_.push_back(std::move(s));
+    return;
+  }
+  s = "  row " + std::to_string(number) + ": ";
+  for (size_t i = 0; i < values.size(); ++i) {
+    if (i) s += " | ";
+    AppendQuoted(s, values[i]->view());
+  }
+  text_ += s + '\n';
+}
+
+void TraceWriter::Rejected(std::string_view reason) {
+  if (Jsonl()) {
+    std::string s = "{\"rejected\":";
+    AppendJson(s, reason);
+    rows_.push_back(s + "}");
+    return;
+  }
+  text_ += "  record not written: ";
+  text_ += reason;
+  text_ += '\n';
+}
+
+void TraceWriter::Pickup(const PickupRow& row, std::string_view raw, std::string_view value,
+                         std::string_view held) {
+  const std::string_view action = Action(row.action);
+  const bool showHeld = action == "hold" || action == "seth" || action == "get" ||
+                        action == "getc" || action == "getz";
+  if (Jsonl()) {
+    std::string s = "{\"rdfLine\":" + std::to_string(row.rdfLine) +
+                    ",\"field\":" + std::to_string(row.field) +
+                    ",\"start\":" + std::to_string(row.start) +
+                    ",\"length\":" + std::to_string(row.length) + ",\"rule\":";
+    AppendJson(s, row.rule);
+    s += ",\"action\":";
+    AppendJson(s, action);
+    s += ",\"raw\":";
+    AppendJson(s, raw);
+    s += ",\"value\":";
+    AppendJson(s, value);
+    s += ",\"held\":";
+    AppendJson(s, held);
+    pickups_.push_back(s + "}");
+    return;
+  }
+  text_ += "  pickup " + Where(row.rdfLine) + ": field " + std::to_string(row.field) + " at " +
+           std::to_string(row.start) + "," + std::to_string(row.length) + " rule " +
+           std::string(row.rule);
+  if (!action.empty()) text_ += " " + std::string(action);
+  text_ += ": ";
+  AppendQuoted(text_, raw);
+  text_ += " -> ";
+  AppendQuoted(text_, value);
+  if (showHeld) {
+    text_ += ", held ";
+    AppendQuoted(text_, held);
+  }
+  text_ += '\n';
+}
+
+void TraceWriter::PickupError(const PickupRow& row, const QbError& error) {
+  if (Jsonl()) {
+    std::string s = "{\"rdfLine\":" + std::to_string(row.rdfLine) +
+                    ",\"field\":" + std::to_string(row.field) +
+                    ",\"error\":" + std::to_string(error.number()) + ",\"message\":";
+    AppendJson(s, error.description());
+    pickups_.push_back(s + "}");
+    return;
+  }
+  text_ += "  pickup " + Where(row.rdfLine) + ": field " + std::to_string(row.field) + ": " +
+           error.describe() + "; the line's later pickup rows are skipped\n";
+}
+
+void TraceWriter::State(int group, int subGroup, int sequence) {
+  if (Jsonl()) {
+    text_ += ",\"group\":" + std::to_string(group) + ",\"subGroup\":" + std::to_string(subGroup) +
+             ",\"sequence\":" + std::to_string(sequence);
+    return;
+  }
+  text_ += "  group " + std::to_string(group) + ", sub-group " + std::to_string(subGroup) +
+           ", sequence " + std::to_string(sequence) + '\n';
+}
+
+void TraceWriter::LineError(const QbError& error, int64_t rdfLine) {
+  if (Jsonl()) {
+    text_ += ",\"error\":{\"number\":" + std::to_string(error.number()) +
+             ",\"rdfLine\":" + std::to_string(rdfLine) + ",\"message\":";
+    AppendJson(text_, error.describe());
+    text_ += "}";
+    did_ = "dropped";
+    return;
+  }
+  text_ += "  error";
+  if (rdfLine > 0) text_ += " at " + Where(rdfLine);
+  text_ += ": " + error.describe() + "; the line is dropped\n";
+}
+
+void TraceWriter::EndOfReport() {
+  Flush();
+  open_ = true;
+  atEnd_ = true;
+  matched_ = true;
+  if (Jsonl()) {
+    text_ = "{\"type\":\"end\",\"lines\":" + std::to_string(lastLine_);
+  } else {
+    text_ = "end of report: the last record is written\n";
+  }
+}
+
+void TraceWriter::End() {
+  Flush();
+  if (std::fflush(out_) != 0) writeFailed_ = true;
+}
+
+void TraceWriter::Flush() {
+  if (!open_) return;
+  open_ = false;
+  const bool inRange =
+      atEnd_ ? options_.to >= lastLine_ : line_ >= options_.from && line_ <= options_.to;
+  const bool shown = inRange && !(options_.unmatchedOnly && (matched_ || atEnd_));
+  if (shown) {
+    if (Jsonl()) {
+      if (!atEnd_) {
+        text_ += ",\"did\":";
+        AppendJson(text_, did_);
+      }
+      if (!rows_.empty()) {
+        text_ += ",\"rows\":[";
+        for (size_t i = 0; i < rows_.size(); ++i) text_ += (i ? "," : "") + rows_[i];
+        text_ += "]";
+      }
+      if (!pickups_.empty()) {
+        text_ += ",\"pickups\":[";
+        for (size_t i = 0; i < pickups_.size(); ++i) text_ += (i ? "," : "") + pickups_[i];
+        text_ += "]";
+      }
+      text_ += "}\n";
+    }
+    Emit(text_);
+  }
+  text_.clear();
+  rows_.clear();
+  pickups_.clear();
+}
+
+}  // namespace qb
