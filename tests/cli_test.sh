@@ -180,6 +180,55 @@ check "Ctrl-C says it cancelled" contains "$tmp/out" "** Cancelled **"
 check "Ctrl-C keeps the rows so far" test "$(wc -l <"$tmp/interrupted/out.csv")" -eq 100001
 check "Ctrl-C leaves no temporary file" test "$(ls -A "$tmp/interrupted")" = "out.csv"
 
+# The RDF author's tools. --check: GCC-style messages, exit 1 on errors, 0 with warnings only.
+"$qbconvert" --home "$tmp/home" --check --rdf "$samples/ARINV01.rdf" --report "$samples/ARINV01.txt" \
+  >"$tmp/out" 2>"$tmp/err"; rc=$?
+check "--check of a sample exits 0" test $rc -eq 0
+check "--check --report counts each marker row" contains "$tmp/out" "ARINV01.rdf:12  p 3,16 \"xxxxxx  nn/nn/nn\" -> INV"
+check "--check ends with its summary" test "$(tail -1 "$tmp/out")" = "ARINV01.rdf: 0 errors, 0 warnings"
+sed 's/^CUST,0,0,3,19,30,a,,hold/CUST,0,0,3,19,30,a,,hld/; s/^INV,0,0,4,3,6,=,,/INV,0,0,4,3,6,=/' \
+  "$samples/ARINV01.rdf" >"$tmp/two.rdf"
+"$qbconvert" --home "$tmp/home" --check --rdf "$tmp/two.rdf" >"$tmp/out" 2>&1; rc=$?
+check "--check of a broken RDF exits 1" test $rc -eq 1
+check "--check names the misspelt action's line" contains "$tmp/out" "$tmp/two.rdf:20: error: DLC column 9, the action, is \"hld\""
+check "--check names the short line's line" contains "$tmp/out" "$tmp/two.rdf:23: error: DLC line has 7 columns; 8 are needed"
+"$qbconvert" --home "$tmp/home" --report "$samples/ARINV01.txt" --rdf "$tmp/two.rdf" \
+  --output "$tmp/two.csv" >"$tmp/out" 2>"$tmp/err"; rc=$?
+check "a load error keeps its number" contains "$tmp/err" "Error 9 in LoadRDFDetail: Subscript out of range"
+check "a load error says where and what on the next line" \
+  test "$(grep -A1 '^Subscript out of range' "$tmp/err" | sed -n 2p)" = "$tmp/two.rdf:23: DLC line has 7 columns; 8 are needed: record name, group, sequence, field, start, length, rule, value"
+
+# --trace writes no output without --output; the figures go to standard error beside it.
+"$qbconvert" --home "$tmp/home" --report "$samples/ARINV01.txt" --rdf "$samples/ARINV01.rdf" \
+  --trace --lines 6-7 >"$tmp/out" 2>"$tmp/err"; rc=$?
+check "--trace exits 0" test $rc -eq 0
+check "--trace shows the lines asked for" test "$(grep -c '^line ' "$tmp/out")" -eq 2
+check "--trace names the marker row" contains "$tmp/out" "  marker $samples/ARINV01.rdf:11: rule = at 1,8 \"CUSTOMER\" -> CUST"
+check "--trace keeps standard output for the trace" contains "$tmp/err" "15 Lines Written"
+"$qbconvert" --home "$tmp/home" --report "$samples/ARINV01.txt" --rdf "$samples/ARINV01.rdf" \
+  --trace --trace-format jsonl --unmatched >"$tmp/out" 2>/dev/null
+check "--trace jsonl is JSON" /usr/bin/python3 -c 'import json,sys; [json.loads(l) for l in open(sys.argv[1])]' "$tmp/out"
+check "--unmatched shows only unmatched pieces" test "$(grep -c '"marker":null' "$tmp/out")" -eq 16
+"$qbconvert" --home "$tmp/home" --report "$samples/ARINV01.txt" --unmatched >"$tmp/out" 2>&1; rc=$?
+check "--unmatched without --trace is a usage error" test $rc -eq 2
+"$qbconvert" --home "$tmp/home" --report "$samples/ARINV01.txt" --trace --lines 9-3 >"$tmp/out" 2>&1; rc=$?
+check "a backward --lines is a usage error" test $rc -eq 2
+
+# Completed, but lines were dropped: exit 3 and the first five on standard error and in the log.
+sed 's/^3,p,xxxxxx  nn\/nn\/nn,0,1,INV/3,p,xxxxxx  nn\/nn\/nn,0,11,INV/' "$samples/ARINV01.rdf" >"$tmp/slot.rdf"
+"$qbconvert" --home "$tmp/home" --report "$samples/ARINV01.txt" --rdf "$tmp/slot.rdf" \
+  --output "$tmp/slot.csv" >"$tmp/out" 2>"$tmp/err"; rc=$?
+check "dropped lines exit 3" test $rc -eq 3
+check "dropped lines still write the output" test -s "$tmp/slot.csv"
+check "dropped lines are counted" contains "$tmp/err" "qbconvert: completed, but 10 report lines were dropped or only partly picked up because of errors; the first 5:"
+check "a dropped line names its report and RDF lines" contains "$tmp/err" "  $samples/ARINV01.txt:7: RDF $tmp/slot.rdf:12: Error 9 in ProcessDataMarker: Subscript out of range; the line was dropped"
+check "dropped lines are logged" contains "$tmp/home/log/qbuia.log" "completed, but 10 report lines were dropped"
+grep -v '^[0-9]*,[=px],' "$samples/ARINV01.rdf" >"$tmp/none.rdf"
+"$qbconvert" --home "$tmp/home" --report "$samples/ARINV01.txt" --rdf "$tmp/none.rdf" \
+  --output "$tmp/none.csv" >"$tmp/out" 2>"$tmp/err"; rc=$?
+check "a run that matches nothing exits 3" test $rc -eq 3
+check "a run that matches nothing says so" contains "$tmp/err" "qbconvert: no line of $samples/ARINV01.txt matched a marker of $tmp/none.rdf: check the RDF with --check --report"
+
 # A line of 200 MB with no line end: only the first 500 characters of it are kept, so memory
 # stays flat. (Not measured under AddressSanitizer, whose own memory is larger than that.)
 if ! ldd "$qbconvert" | grep -q libasan && [[ -x /usr/bin/time ]]; then
