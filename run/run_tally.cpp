@@ -31,12 +31,17 @@ void RunTally::Marker(const MarkerRow* row) {
     return;
   }
   ++unmatched_;
-  const std::string_view begins = Trim(piece_.substr(0, kBeginning));
+  // Leading blanks stay (they give the column), digits become n as in a "p" marker, so
+  // lines that differ only in their numbers count together.
+  const std::string_view begins = TrimRight(piece_.substr(0, kBeginning));
   if (begins.empty()) {
     ++blankUnmatched_;
     return;
   }
   beginning_.assign(begins);
+  for (char& c : beginning_) {
+    if (c >= '0' && c <= '9') c = 'n';
+  }
   auto it = beginnings_.find(beginning_);
   if (it != beginnings_.end()) {
     ++it->second;
@@ -87,8 +92,8 @@ RunTally::Summary RunTally::Report(const std::string& report, const std::string&
       return a.second != b.second ? a.second > b.second : a.first < b.first;
     });
     if (top.size() > 10) top.resize(10);
-    s.lines.push_back("Unmatched pieces, by how they begin (" + std::to_string(blankUnmatched_) +
-                      " of them blank):");
+    s.lines.push_back("Unmatched pieces, by how they begin, digits shown as n (" +
+                      std::to_string(blankUnmatched_) + " of them blank):");
     for (const auto& [text, n] : top) {
       char count[24];
       std::snprintf(count, sizeof count, "%10lld  \"", static_cast<long long>(n));

@@ -43,7 +43,7 @@ class RunTally final : public RunObserver {
   int64_t Matched(size_t marker) const { return matches_[marker]; }
 
  private:
-  static constexpr size_t kBeginning = 24;           // characters of an unmatched piece compared
+  static constexpr size_t kBeginning = 20;           // characters of an unmatched piece compared
   static constexpr size_t kKeptBeginnings = 100000;  // distinct beginnings counted
 
   struct MarkerText {
