@@ -1,6 +1,7 @@
-// libFuzzer target: loading an RDF from arbitrary bytes, as written and scrambled, against
-// a report made of the same bytes. Every input must load or fail with an error; nothing may
-// crash, hang or grow without bound.
+// libFuzzer target: loading and checking an RDF from arbitrary bytes, as written and
+// scrambled, against a report made of the same bytes. Every input must load or fail with an
+// error, and the checker must report on it without throwing; nothing may crash, hang or grow
+// without bound. An RDF the checker finds no error in must load.
 
 #include <cstdint>
 #include <cstdlib>
@@ -8,6 +9,7 @@
 #include <string>
 
 #include "engine/engine.h"
+#include "engine/rdf_checker.h"
 #include "tests/fuzz/fuzz_support.h"
 #include "tests/rdf_scrambler.h"
 
@@ -27,6 +29,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
   for (bool scramble : {false, true}) {
     qb::fuzz::Write(rdf, scramble ? qb::test::ScrambleRDF(bytes) : std::string(bytes));
+    const qb::RdfCheckResult check = qb::CheckRdf(rdf);
+    if (check.errors == 0) {  // then it loads, for a text report or for a PDF
+      qb::Engine text(app), pdf(app);
+      pdf.flags.PdfReport = true;
+      if (!text.LoadRDF(rdf, "") && !pdf.LoadRDF(rdf, "")) std::abort();
+    }
     for (bool pdf : {false, true}) {
       qb::Engine engine(app);
       engine.flags.PdfReport = pdf;
