@@ -46,6 +46,15 @@ LineReader::~LineReader() {
   if (fd_ >= 0) ::close(fd_);
 }
 
+void LineReader::Seek(int64_t offset) {
+  if (::lseek(fd_, offset, SEEK_SET) < 0) throw ErrorFromErrno(errno, std::string(source_));
+  readPos_ = offset;
+  begin_ = end_ = scanFrom_ = 0;
+  eof_ = false;
+  formFeed_ = nullptr;
+  compacted_ = pieceLength_ = dropped_ = lineBytes_ = 0;
+}
+
 // Moves the unread tail to the front and reads more after it; false when nothing came.
 // scanFrom_ is left where the bytes not yet searched for a line end begin.
 bool LineReader::fill() {
@@ -75,6 +84,7 @@ bool LineReader::fill() {
       return false;
     }
     end_ += static_cast<size_t>(n);
+    readPos_ += n;
     return true;
   }
 }

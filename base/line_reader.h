@@ -34,6 +34,12 @@ class LineReader {
   // once, not each line.
   bool Next(std::string_view& line, bool& formFeed);
 
+  // Reading goes on from byte `offset` of the file, which must be where a line starts (an
+  // Offset() taken earlier).
+  void Seek(int64_t offset);
+  // Where in the file the next line starts.
+  int64_t Offset() const { return readPos_ - static_cast<int64_t>(end_ - begin_); }
+
   // Size of the file in bytes when it was opened.
   int64_t FileSize() const { return size_; }
   // How many bytes the last line had in the file, before any piece of it was cut (its line
@@ -50,6 +56,7 @@ class LineReader {
   size_t capacity_ = 0;
   size_t begin_ = 0, end_ = 0;
   bool eof_ = false;
+  int64_t readPos_ = 0;  // the file offset after the last read
   size_t scanFrom_ = 0;  // where the search for the line's end goes on after a fill
   // Keeping pieces short: the limit, how much of the current line was compacted, how long
   // its last piece is so far, and how many of its bytes were dropped.

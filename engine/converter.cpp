@@ -150,6 +150,47 @@ void Converter::PrepareOutput(const OutputOptions& options) {
   lineErrors_ = LineErrors();
 }
 
+Converter::Checkpoint Converter::Save() const {
+  Checkpoint c;
+  c.linesWritten = state_.LinesWritten;
+  c.currentGroup = state_.CurrentGroup;
+  c.subGroupCount = state_.SubGroupCount;
+  c.lastGroup = state_.LastGroup;
+  c.currentSeq = state_.CurrentSeq;
+  c.waitSeen = state_.WaitSeen;
+  c.stop = state_.StopFlag;
+  c.piecesMatched = state_.PiecesMatched;
+  c.current = current_;
+  c.values.reserve(3 * slots_.size());
+  for (const FieldSlot& f : slots_) {
+    c.values.emplace_back(f.values[0].view());
+    c.values.emplace_back(f.values[1].view());
+    c.values.emplace_back(f.hde.view());
+  }
+  return c;
+}
+
+void Converter::Restore(const Checkpoint& c) {
+  if (c.values.size() != 3 * slots_.size())
+    throw QbError(kInternalError, "Restore", "the checkpoint is of another run");
+  state_.LinesWritten = c.linesWritten;
+  state_.CurrentGroup = c.currentGroup;
+  state_.SubGroupCount = c.subGroupCount;
+  state_.LastGroup = c.lastGroup;
+  state_.CurrentSeq = c.currentSeq;
+  state_.WaitSeen = c.waitSeen;
+  state_.StopFlag = c.stop;
+  state_.LastWriteFlag = false;
+  state_.PiecesMatched = c.piecesMatched;
+  current_ = c.current;
+  matched_ = nullptr;
+  for (size_t i = 0; i < slots_.size(); ++i) {
+    slots_[i].values[0].assign(std::string_view(c.values[3 * i]));
+    slots_[i].values[1].assign(std::string_view(c.values[3 * i + 1]));
+    slots_[i].hde.assign(std::string_view(c.values[3 * i + 2]));
+  }
+}
+
 std::vector<Converter::ColumnField> Converter::ColumnFields() const {
   std::vector<ColumnField> fields;
   Recordset f = engine_.tables.rsFields.Clone();

@@ -86,6 +86,36 @@ class Converter {
   // LineReader's lines are: fields are read in whole blocks.
   bool CheckDataMarker(std::string_view line);
 
+  // One piece of report line `line` (from 1): `part` is 0 for a line without a form feed,
+  // else 1, 2, ... for the parts the form feeds cut it into. The observer hears of it, then
+  // CheckDataMarker; an error drops the piece (DropLine) and the run goes on, but a
+  // FatalRunError propagates.
+  void HandPiece(std::string_view piece, int64_t line, int32_t part) {
+    state_.ReportLine = line;
+    state_.Piece = part;
+    if (observer_) [[unlikely]]
+      observer_->Piece(line, part, piece);
+    try {
+      CheckDataMarker(piece);
+    } catch (FatalRunError&) {
+      throw;
+    } catch (const QbError& e) {
+      DropLine(e);
+    }
+  }
+
+  // A report line as pieces: a form feed ends a piece and is dropped, so a line holding only
+  // one gives two pieces; `formFeed` false says the line holds none. `hand(piece, part)`.
+  template <typename F>
+  static void SplitPieces(std::string_view line, bool formFeed, F&& hand) {
+    int32_t part = 0;
+    for (size_t ff; formFeed && (ff = line.find('\f')) != std::string_view::npos;) {
+      hand(line.substr(0, ff), ++part);
+      line.remove_prefix(ff + 1);
+    }
+    hand(line, part == 0 ? 0 : part + 1);
+  }
+
   // Writes the record gathered so far (and the header before the first row), then resets
   // wait slots above `level`, the sequences and the field values for the next record.
   void WriteLine(int level);
@@ -102,6 +132,24 @@ class Converter {
   void FinishErrorReport();
 
   RunState& State() { return state_; }
+
+  // Where a run stands between two pieces: the run state and every field's values. A run
+  // restored from a checkpoint goes on exactly as it went on after the piece before it; the
+  // report view keeps one every few thousand lines, so that it can trace any part of a
+  // report again without reading it from the start.
+  struct Checkpoint {
+    int32_t linesWritten = 0;
+    int16_t currentGroup = 0, subGroupCount = 0, lastGroup = 0, currentSeq = 0;
+    std::array<bool, 11> waitSeen{};
+    bool stop = false;
+    int64_t piecesMatched = 0;
+    unsigned current = 0;
+    std::vector<std::string> values;  // per field: fldRDE, fldPDE, fldHDE
+  };
+  Checkpoint Save() const;
+  // Back to `checkpoint`, which a Save after the same PrepareOutput made.
+  void Restore(const Checkpoint& checkpoint);
+
   // The type codes of the output columns, in output order (after PrepareOutput).
   std::vector<std::string> ColumnTypes() const {
     std::vector<std::string> types;

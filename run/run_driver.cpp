@@ -96,7 +96,7 @@ bool RunDriver::Run(const std::filesystem::path& report, const std::filesystem::
   return ok;
 }
 
-// Counts a piece and hands it on; a dropped line's error is reported and the run goes on.
+// Counts a piece and hands it on.
 // Pieces are LineReader lines or parts of them, so they have the slack the converter reads.
 static_assert(LineReader::kLineSlack >= kCopyBlock);
 void RunDriver::HandLine(std::string_view piece, int64_t line, int32_t part) {
@@ -107,18 +107,7 @@ void RunDriver::HandLine(std::string_view piece, int64_t line, int32_t part) {
                   "counts; split it into smaller reports");
   }
   linesProcessed_.store(n, std::memory_order_relaxed);
-  RunState& state = converter_.State();
-  state.ReportLine = line;
-  state.Piece = part;
-  if (RunObserver* observer = converter_.Observer()) [[unlikely]]
-    observer->Piece(line, part, piece);
-  try {
-    converter_.CheckDataMarker(piece);
-  } catch (FatalRunError&) {
-    throw;
-  } catch (const QbError& e) {
-    converter_.DropLine(e);
-  }
+  converter_.HandPiece(piece, line, part);
 }
 
 void RunDriver::Process(const std::filesystem::path& report, const std::filesystem::path& output,
@@ -153,13 +142,9 @@ void RunDriver::Process(const std::filesystem::path& report, const std::filesyst
            reader.Next(line, formFeed)) {
       ++number;
       progress.AddLine(reader.LineBytes());
-      // A form feed ends a piece and is dropped; a line holding only one gives two pieces.
-      int32_t part = 0;
-      for (size_t ff; formFeed && (ff = line.find('\f')) != std::string_view::npos;) {
-        HandLine(line.substr(0, ff), number, ++part);
-        line.remove_prefix(ff + 1);
-      }
-      HandLine(line, number, part == 0 ? 0 : part + 1);
+      Converter::SplitPieces(line, formFeed, [&](std::string_view piece, int32_t part) {
+        HandLine(piece, number, part);
+      });
     }
     log.WriteLog("Process", "Loop Complete");
     if (RunObserver* observer = converter_.Observer()) observer->EndOfReport();

@@ -73,14 +73,24 @@ std::string_view Action(std::string_view action) {
 }  // namespace
 
 TraceWriter::TraceWriter(std::FILE* out, TraceOptions options)
-    : out_(out), options_(std::move(options)) {
+    : TraceWriter(Emitter(), std::move(options)) {
+  out_ = out;
+  if (Jsonl()) Emit(text_);  // the start object, kept until there was a file to write it to
+  text_.clear();
+}
+
+TraceWriter::TraceWriter(Emitter emit, TraceOptions options)
+    : emit_(std::move(emit)), options_(std::move(options)) {
   if (Jsonl()) {
     std::string start = "{\"type\":\"start\",\"report\":";
     AppendJson(start, options_.report);
     start += ",\"rdf\":";
     AppendJson(start, options_.rdf);
     start += "}\n";
-    Emit(start);
+    if (emit_)
+      Emit(start);
+    else
+      text_ = std::move(start);  // written once the file is known
   }
 }
 
@@ -89,6 +99,7 @@ std::string TraceWriter::Where(int64_t rdfLine) const {
 }
 
 void TraceWriter::Emit(const std::string& text) {
+  if (emit_) return emit_(text);
   if (std::fwrite(text.data(), 1, text.size(), out_) != text.size()) writeFailed_ = true;
 }
 
@@ -305,7 +316,7 @@ void TraceWriter::EndOfReport() {
 
 void TraceWriter::End() {
   Flush();
-  if (std::fflush(out_) != 0) writeFailed_ = true;
+  if (out_ && std::fflush(out_) != 0) writeFailed_ = true;
 }
 
 void TraceWriter::Flush() {

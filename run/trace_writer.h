@@ -16,6 +16,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <functional>
 #include <limits>
 #include <string>
 #include <vector>
@@ -39,6 +40,9 @@ class TraceWriter final : public RunObserver {
   // Writes to `out`, which must stay open while the run goes on. Errors writing it (a closed
   // pipe) are not the run's: they are counted (WriteFailed) and the run goes on.
   TraceWriter(std::FILE* out, TraceOptions options);
+  // Hands each piece's text to `emit` instead (the report view keeps it per piece).
+  using Emitter = std::function<void(std::string_view)>;
+  TraceWriter(Emitter emit, TraceOptions options);
 
   void Piece(int64_t line, int piece, std::string_view text) override;
   void Marker(const MarkerRow* row) override;
@@ -55,15 +59,17 @@ class TraceWriter final : public RunObserver {
   void End() override;
 
   bool WriteFailed() const { return writeFailed_; }
+  // Writes the gathered piece now, when it is one to show, and starts afresh (a piece is
+  // otherwise written when the next one begins).
+  void Flush();
 
  private:
   bool Jsonl() const { return options_.format == TraceOptions::Format::Jsonl; }
-  // Writes the gathered piece when it is one to show, and starts afresh.
-  void Flush();
   void Emit(const std::string& text);
   std::string Where(int64_t rdfLine) const;
 
-  std::FILE* out_;
+  std::FILE* out_ = nullptr;
+  Emitter emit_;
   TraceOptions options_;
   bool writeFailed_ = false;
 

@@ -22,12 +22,12 @@ Application::Application(std::filesystem::path programFolder, UserInterface& ui,
     : folder_(std::move(programFolder)),
       log_(ui, folder_ / "log" / "qbuia.log", std::move(clock)) {}
 
-Application::Application(const Application& front, UserInterface& ui)
+Application::Application(const Application& front, UserInterface& ui, bool logging)
     : Settings(front.Settings),
       SavedSettings(front.SavedSettings),
       Systems(front.Systems),
       folder_(front.folder_),
-      log_(front.log_, ui),
+      log_(front.log_, ui, logging),
       reportLogFile_(front.reportLogFile_) {}
 
 bool Application::ResetForm() {

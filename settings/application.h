@@ -23,7 +23,8 @@ class Application {
   Application(std::filesystem::path programFolder, UserInterface& ui, Clock clock = {});
   // A copy of `front` (folder, settings, snapshot, systems, log) that talks to `ui`: what a
   // conversion job runs with, so that it shares nothing it changes with the front end.
-  Application(const Application& front, UserInterface& ui);
+  // With `logging` false the copy's log writes nothing.
+  Application(const Application& front, UserInterface& ui, bool logging = true);
 
   const std::filesystem::path& ProgramFolder() const { return folder_; }
   const RunLog& Log() const { return log_; }

@@ -92,6 +92,7 @@ std::string RunLog::FormatLine(std::chrono::system_clock::time_point when, std::
 
 void RunLog::WriteLog(const std::filesystem::path& logFile, std::string_view source,
                       std::string_view message) const {
+  if (!writes_) return;
   std::string line = FormatLine(clock_(), source, message);
   line += "\r\n";
   try {

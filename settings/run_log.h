@@ -29,9 +29,10 @@ using Clock = std::function<std::chrono::system_clock::time_point()>;
 class RunLog {
  public:
   RunLog(UserInterface& ui, std::filesystem::path appLogFile, Clock clock = {});
-  // The same log, telling `ui` of its failures and errors.
-  RunLog(const RunLog& other, UserInterface& ui)
-      : ui_(ui), appLogFile_(other.appLogFile_), clock_(other.clock_) {}
+  // The same log, telling `ui` of its failures and errors; with `writes` false, one that
+  // writes nothing (a run that only looks at a report, again and again, as the report view's).
+  RunLog(const RunLog& other, UserInterface& ui, bool writes = true)
+      : ui_(ui), appLogFile_(other.appLogFile_), clock_(other.clock_), writes_(writes) {}
 
   // The program folder's log\qbuia.log.
   const std::filesystem::path& AppLogFile() const { return appLogFile_; }
@@ -63,6 +64,7 @@ class RunLog {
   UserInterface& ui_;
   std::filesystem::path appLogFile_;
   Clock clock_;
+  bool writes_ = true;
 };
 
 // Runs `body` under an error trap, the common end of every trapped procedure: an error is
