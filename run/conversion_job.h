@@ -96,6 +96,8 @@ class ConversionJob {
   std::vector<Converter::ColumnField> ColumnFields() const {
     return driver_->converter().ColumnFields();
   }
+  // The type codes of the output columns, in output order (once Run has begun).
+  std::vector<std::string> ColumnTypes() const { return driver_->converter().ColumnTypes(); }
   // The job's own RDF tables (to list or save them before a run).
   Engine& engine() { return engine_; }
 

@@ -143,6 +143,7 @@ ReportTracer::ReportTracer(const Application& front, const Engine& loaded,
       report_(std::move(report)),
       rdf_(std::move(rdf)),
       changed_(std::move(changed)) {
+  engine_.flags.PdfReport = report_.extension() == ".pdf";  // as a run decides it
   Recordset& m = engine_.tables.rsMarkers;
   if (m.IsOpen()) {
     m.Sort("");

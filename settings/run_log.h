@@ -32,7 +32,10 @@ class RunLog {
   // The same log, telling `ui` of its failures and errors; with `writes` false, one that
   // writes nothing (a run that only looks at a report, again and again, as the report view's).
   RunLog(const RunLog& other, UserInterface& ui, bool writes = true)
-      : ui_(ui), appLogFile_(other.appLogFile_), clock_(other.clock_), writes_(writes) {}
+      : ui_(ui),
+        appLogFile_(other.appLogFile_),
+        clock_(other.clock_),
+        writes_(other.writes_ && writes) {}
 
   // The program folder's log\qbuia.log.
   const std::filesystem::path& AppLogFile() const { return appLogFile_; }

@@ -12,6 +12,7 @@
 
 #include "run/conversion_job.h"
 #include "run/report_tracer.h"
+#include "run/row_preview.h"
 #include "run/trace_writer.h"
 #include "tests/engine_fixture.h"
 
@@ -251,6 +252,53 @@ TEST_F(ReportTracerTest, ABadReportIsAnErrorInWordsNotACrash) {
   ASSERT_TRUE(Await([&] { return !tracer.Status().error.empty(); }));
   EXPECT_NE(tracer.Status().error.find("missing.txt"), std::string::npos);
   EXPECT_TRUE(tracer.Text(1, 10).empty());
+}
+
+TEST_F(ReportTracerTest, ThePreviewHoldsTheFirstRowsARunWritesOnEverySample) {
+  std::ifstream list(Sample("samples.txt"));
+  int samples = 0;
+  for (std::string entry; std::getline(list, entry);) {
+    if (entry.empty() || entry[0] == '#') continue;
+    std::istringstream fields(entry);
+    std::string name, rdfName;
+    fields >> name >> rdfName;
+    SCOPED_TRACE(name + " with " + rdfName);
+    Load(Sample(name), Sample(rdfName));
+    // The RDF's own settings aside: plain text rows, easy to compare.
+    app_.Settings.Item(Key::opfmt).Value = ".txt";
+    app_.Settings.Item(Key::delim).Value = "|";
+    app_.Settings.Item(Key::tqswt).Value = "0";
+    JobRequest request;
+    request.report = Sample(name);
+    request.rdf = Sample(rdfName);
+    request.output = home_ / "run.txt";
+    ConversionJob run(app_, ui_, engine_, request);
+    ui_.answers = {true};
+    ASSERT_EQ(run.Check(), RunDriver::Check::Ready);
+    ASSERT_TRUE(run.Run());
+    const std::vector<std::string> written = Lines(ReadFile(home_ / "run.txt"));
+
+    request.output.clear();
+    request.noOutput = true;
+    ConversionJob previewed(app_, ui_, engine_, request);
+    const size_t max = 5;
+    const PreviewRows preview = PreviewRun(previewed, max);
+    EXPECT_EQ(preview.error, "");
+    ASSERT_GE(written.size(), 2u);
+    std::string header;
+    for (const std::string& label : preview.header) header += (header.empty() ? "" : "|") + label;
+    EXPECT_EQ(header, written[0]);
+    EXPECT_EQ(preview.rows.size(), std::min(max, written.size() - 1));
+    EXPECT_EQ(preview.whole, written.size() - 1 < max);
+    for (size_t r = 0; r < preview.rows.size(); ++r) {
+      std::string row;
+      for (size_t c = 0; c < preview.rows[r].size(); ++c)
+        row += (c ? "|" : "") + preview.rows[r][c];
+      EXPECT_EQ(row, written[r + 1]);
+    }
+    ++samples;
+  }
+  EXPECT_GE(samples, 9);
 }
 
 }  // namespace
