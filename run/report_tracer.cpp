@@ -397,8 +397,10 @@ void ReportTracer::Detail(int64_t block) {
 
 int64_t ReportTracer::NextWantedBlock() const {
   if (!status_.textReady || !status_.indexed || wantLast_ < wantFirst_) return -1;
-  const int64_t last = std::min(wantLast_, status_.lines);
-  for (int64_t b = (wantFirst_ - 1) / kBlock; b * kBlock < last; ++b) {
+  // No more blocks than are kept, or they would push each other out for ever.
+  const int64_t from = (wantFirst_ - 1) / kBlock;
+  const int64_t last = std::min({wantLast_, status_.lines, (from + kKeptBlocks / 2) * kBlock});
+  for (int64_t b = from; b * kBlock < last; ++b) {
     const bool kept = std::any_of(kept_.begin(), kept_.end(),
                                   [&](const auto& k) { return k->first == b * kBlock + 1; });
     const bool traced =
