@@ -5,15 +5,21 @@
 #include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
+#include <QDialog>
+#include <QDropEvent>
 #include <QGroupBox>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMenuBar>
+#include <QMimeData>
+#include <QPlainTextEdit>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QTableView>
 #include <QTest>
 #include <QTimer>
+#include <QUrl>
 #include <deque>
 #include <fstream>
 #include <sstream>
@@ -22,6 +28,11 @@
 #include "tests/test_support.h"
 #include "ui/main_window.h"
 #include "ui/settings_dialogs.h"
+
+// Failures show texts as text.
+inline void PrintTo(const QString& text, std::ostream* out) {
+  *out << '"' << text.toStdString() << '"';
+}
 
 namespace qb::ui {
 namespace {
@@ -92,6 +103,41 @@ class WindowTest : public ::testing::Test {
     return w;
   }
   QAction* Action(const char* name) { return Find<QAction>(name); }
+  QString Text(const char* name) { return Find<QLineEdit>(name)->text(); }
+  static QString Q(const std::filesystem::path& p) { return QString::fromStdString(p.string()); }
+  // For typing and keys: a window that has the focus.
+  void ShowActive() {
+    window_->show();
+    window_->activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(window_.get()));
+  }
+  // Types `text` into the named box and tabs out of it.
+  QLineEdit* TypeAndLeave(const char* name, const QString& text) {
+    auto* box = Find<QLineEdit>(name);
+    box->setFocus();
+    box->selectAll();
+    QTest::keyClicks(box, text);
+    QTest::keyClick(box, Qt::Key_Tab);
+    return box;
+  }
+  // The sample invoice register's RDF with `from` replaced by `to` in it.
+  std::filesystem::path ChangedRdf(const char* name, std::string_view from, std::string_view to) {
+    std::string rdf = ReadFile(kSamples / "ARINV01.rdf");
+    const size_t at = rdf.find(from);
+    EXPECT_NE(at, std::string::npos) << from;
+    if (at != std::string::npos) rdf.replace(at, from.size(), to);
+    WriteFile(home_ / name, rdf);
+    return home_ / name;
+  }
+  // The mistakes of the RDF guide's broken.rdf: an unknown action, a pickup into a field FLD
+  // lacks (every line with a ship-to address is then dropped in part).
+  std::filesystem::path BrokenRdf() {
+    ChangedRdf("broken.rdf", "CUST,0,0,3,19,30,a,,hold", "CUST,0,0,3,19,30,a,,hld");
+    std::string rdf = ReadFile(home_ / "broken.rdf");
+    rdf.replace(rdf.find("ADDR,0,0,11,"), 12, "ADDR,0,0,12,");
+    WriteFile(home_ / "broken.rdf", rdf);
+    return home_ / "broken.rdf";
+  }
   void WaitForRun() {
     QSignalSpy done(window_.get(), &MainWindow::runFinished);
     if (window_->RunActive()) {
@@ -156,19 +202,9 @@ TEST_F(WindowTest, ChoosingFilesSetsSettingsLoadsTheRdfAndEnablesRun) {
 }
 
 TEST_F(WindowTest, TypedNamesAreCheckedOnLeavingTheBox) {
-  window_->show();
-  window_->activateWindow();
-  ASSERT_TRUE(QTest::qWaitForWindowActive(window_.get()));
+  ShowActive();
   ASSERT_TRUE(window_->Startup());
-  // Types `text` into the named box and tabs out of it.
-  auto typeAndLeave = [this](const char* name, const char* text) {
-    auto* box = Find<QLineEdit>(name);
-    box->setFocus();
-    QTest::keyClicks(box, text);
-    QTest::keyClick(box, Qt::Key_Tab);
-    return box;
-  };
-  auto* box = typeAndLeave("txtRfile", "/no/such/report.txt");
+  auto* box = TypeAndLeave("txtRfile", "/no/such/report.txt");
   ASSERT_EQ(dialogs_.shown.size(), 1u);
   EXPECT_EQ(dialogs_.shown[0].text, "Report File: /no/such/report.txt  \r\rDoes not exist.");
   EXPECT_EQ(dialogs_.shown[0].title, "File Not Found");
@@ -176,10 +212,63 @@ TEST_F(WindowTest, TypedNamesAreCheckedOnLeavingTheBox) {
   EXPECT_TRUE(box->hasFocus());
   EXPECT_NE(window_->app().Settings[Key::rptdir], "/no/such");
 
-  auto* out = typeAndLeave("txtOfile", "/no/folder/x.csv");
+  auto* out = TypeAndLeave("txtOfile", "/no/folder/x.csv");
   ASSERT_EQ(dialogs_.shown.size(), 2u);
   EXPECT_EQ(dialogs_.shown[1].title, "File's Path Not Found");
   EXPECT_TRUE(out->hasFocus());
+}
+
+// A report whose RDF auto-find cannot find: the message names the RDF it looked for and the
+// RDF folder; the RDF box keeps what it had. A chosen RDF that is not there is named too.
+TEST_F(WindowTest, MissingFilesAreNamedAsTheyWereLookedFor) {
+  ASSERT_TRUE(window_->Startup());
+  std::filesystem::copy_file(kSamples / "ARINV01.txt", home_ / "MARCH.txt");
+  EXPECT_TRUE(window_->ChooseReport(Q(home_ / "MARCH.txt")));
+  ASSERT_EQ(dialogs_.shown.size(), 1u);
+  EXPECT_EQ(dialogs_.shown[0].title, "RDF Not Found");
+  const QString lookedFor = Q(home_ / "rdf" / "MARCH.rdf");
+  EXPECT_TRUE(dialogs_.shown[0].text.contains(lookedFor + "\rin the RDF folder (rdfdir)"));
+  EXPECT_EQ(Text("txtDfile"), "");
+
+  EXPECT_FALSE(window_->ChooseRdf(lookedFor));
+  EXPECT_EQ(dialogs_.shown.back().text, "RDF File: " + lookedFor + "  \r\rDoes not exist.");
+  EXPECT_EQ(Text("txtDfile"), "");
+}
+
+// Whatever changes the output type changes the output name's extension, and a name's
+// extension changes the type: the file written is the one the box names, of its type.
+TEST_F(WindowTest, TheOutputNameAndTypeAlwaysAgree) {
+  ShowActive();
+  ASSERT_TRUE(window_->Startup());
+  window_->ChooseReport(Q(kSamples / "ARINV01.txt"));  // its RDF says OF,.csv
+  const QString name = Q(home_ / "name");
+  TypeAndLeave("txtOfile", name + ".csv");
+  EXPECT_EQ(Text("txtOfile"), name + ".csv");
+  EXPECT_TRUE(Action("mnuOutputcsv")->isChecked());
+
+  window_->ChooseRdf(Q(ChangedRdf("ARINV01X.rdf", "OF,.csv", "OF,.xls")));
+  EXPECT_EQ(Text("txtOfile"), name + ".xls");
+  EXPECT_TRUE(Action("mnuOutputxls")->isChecked());
+  EXPECT_FALSE(Action("mnuOutputcsv")->isChecked());
+
+  Action("mnuOutputtxt")->trigger();
+  EXPECT_EQ(Text("txtOfile"), name + ".txt");
+  EXPECT_EQ(window_->app().Settings[Key::opfmt], ".txt");
+  EXPECT_TRUE(Action("mnuOutputtxt")->isChecked());
+
+  TypeAndLeave("txtOfile", Q(home_ / "other.XLS"));
+  EXPECT_EQ(Text("txtOfile"), Q(home_ / "other.XLS"));
+  EXPECT_EQ(window_->app().Settings[Key::opfmt], ".xls");
+  EXPECT_TRUE(Action("mnuOutputxls")->isChecked());
+
+  TypeAndLeave("txtOfile", Q(home_ / "jan.dat"));  // not an output type: part of the name
+  EXPECT_EQ(Text("txtOfile"), Q(home_ / "jan.dat.xls"));
+
+  QTest::keyClick(window_.get(), Qt::Key_F5);
+  ASSERT_NE(window_->Job(), nullptr);
+  WaitForRun();
+  EXPECT_EQ(Find<QLabel>("lblStatus")->text(), "Complete");
+  EXPECT_EQ(ReadFile(home_ / "jan.dat.xls").substr(0, 4), "\xD0\xCF\x11\xE0");  // a workbook
 }
 
 TEST_F(WindowTest, TheGridChecksOrdersMovesAndGroupsFields) {
@@ -207,11 +296,51 @@ TEST_F(WindowTest, TheGridChecksOrdersMovesAndGroupsFields) {
   EXPECT_EQ(model->data(model->index(9, 1)).toInt(), 10);
   EXPECT_EQ(model->data(model->index(10, 2)).toString(), "Ship To");
 
-  // Deselect with no selection: every field off.
+  // Deselect with no selection turns every field off, when the user says so.
   view->clearSelection();
+  dialogs_.answerYes = false;
+  Action("mnuDeselect")->trigger();
+  EXPECT_EQ(dialogs_.shown.back().title, "Deselect");
+  EXPECT_EQ(model->data(model->index(0, 0)).toString(), "Y");
+  dialogs_.answerYes = true;
   Action("mnuDeselect")->trigger();
   for (int r = 0; r < model->rowCount(); ++r)
     EXPECT_EQ(model->data(model->index(r, 0)).toString(), "N");
+}
+
+// Moves go by output order whatever rows the grid shows around the field, and the run writes
+// the columns as the grid then shows them.
+TEST_F(WindowTest, MovesExchangeNeighboursInOutputOrder) {
+  ASSERT_TRUE(window_->Startup());
+  window_->ChooseReport(Q(kSamples / "ARINV01.txt"));
+  auto* view = Find<QTableView>("dgdFields");
+  QAbstractItemModel* model = view->model();
+  auto labels = [model] {
+    QStringList l;
+    for (int r = 0; r < model->rowCount(); ++r) l << model->data(model->index(r, 2)).toString();
+    return l;
+  };
+  auto move = [&](const QString& label, const char* button) {
+    view->setCurrentIndex(model->index(static_cast<int>(labels().indexOf(label)), 0));
+    QTest::mouseClick(Find<QPushButton>(button), Qt::LeftButton);
+    return view->currentIndex().row();
+  };
+  // Record Type (row 0) by hand to order 8, Tax's: it now comes out just before Tax.
+  ASSERT_TRUE(model->setData(model->index(0, 1), "8", Qt::EditRole));
+  EXPECT_EQ(move("Tax", "cmdUp"), 7);
+  EXPECT_EQ(labels(),
+            QStringList({"Terms", "Customer", "Customer Name", "Invoice", "Invoice Date",
+                         "PO Number", "Amount", "Tax", "Record Type", "Total", "Ship To"}));
+  EXPECT_EQ(move("Ship To", "cmdDown"), 10);  // the last stays last
+  EXPECT_EQ(move("Terms", "cmdDown"), 1);     // not output, but not sent to the end either
+  EXPECT_EQ(labels().mid(0, 3), QStringList({"Customer", "Terms", "Customer Name"}));
+
+  window_->ChooseOutput(Q(home_ / "moved.csv"));
+  window_->Run();
+  WaitForRun();
+  EXPECT_EQ(test::ReadLines(home_ / "moved.csv").at(0),
+            "Customer,Customer Name,Invoice,Invoice Date,PO Number,Amount,Tax,Record Type,Total,"
+            "Ship To");
 }
 
 TEST_F(WindowTest, ARunWritesWhatQbconvertWrites) {
@@ -237,6 +366,71 @@ TEST_F(WindowTest, ARunWritesWhatQbconvertWrites) {
   EXPECT_EQ(dialogs_.shown.back().text,
             "Output file already exists.\nDo you want to Overwrite it?");
   EXPECT_EQ(dialogs_.shown.back().title, "File Found");
+}
+
+// A failed run says why, with the file where there is one, once, and claims no rows: a
+// failed run replaces nothing.
+TEST_F(WindowTest, AFailedRunSaysWhyAndClaimsNoRows) {
+  ASSERT_TRUE(window_->Startup());
+  std::string report;
+  for (int i = 0; i < 70000; ++i) report += "D " + std::to_string(1000000 + i) + "\r\n";
+  WriteFile(home_ / "big.txt", report);
+  WriteFile(home_ / "big.rdf",
+            "RDF 0001T Big@BIG\r\nRDF 01 D\r\nDLM\r\n1,=,D,0,1,DET\r\nDLC\r\nDET,0,0,1,3,7,=,,"
+            "\r\nFLD\r\n1,y,c,1,0,Number,\r\n");
+  window_->ChooseReport(Q(home_ / "big.txt"));
+  window_->ChooseRdf(Q(home_ / "big.rdf"));
+  window_->ChooseOutput(Q(home_ / "big.xls"));
+  dialogs_.shown.clear();
+  window_->Run();
+  WaitForRun();
+  ASSERT_EQ(dialogs_.shown.size(), 1u);
+  EXPECT_TRUE(dialogs_.shown[0].text.contains("more than 65,536 rows"));
+  EXPECT_EQ(Find<QLabel>("lblStatus")->text(), "Failed: nothing was written");
+  EXPECT_TRUE(Find<QGroupBox>("fraStatistics")->isVisibleTo(window_.get()));
+  EXPECT_EQ(Find<QLabel>("lblLinesWritten")->text(), "Nothing Written");
+  EXPECT_EQ(Find<QLabel>("lblLinesProcessed")->text(), "70000 Lines Processed");
+  EXPECT_TRUE(Find<QLabel>("lblFindings")->text().contains("more than 65,536 rows"));
+  EXPECT_FALSE(std::filesystem::exists(home_ / "big.xls"));
+
+  // The output named is a folder: the step's box does not say which, the window's does.
+  std::filesystem::create_directory(home_ / "folder.csv");
+  window_->ChooseOutput(Q(home_ / "folder.csv"));
+  dialogs_.shown.clear();
+  window_->Run();
+  WaitForRun();
+  EXPECT_EQ(dialogs_.shown.back().title, "Run Failed");
+  EXPECT_TRUE(dialogs_.shown.back().text.contains("The output is not a file"));
+  EXPECT_TRUE(dialogs_.shown.back().text.contains(Q(home_ / "folder.csv")));
+  EXPECT_EQ(Find<QLabel>("lblLinesWritten")->text(), "Nothing Written");
+}
+
+// A run that completed tells what it found besides its figures; a workbook that cannot be
+// opened afterwards is said too.
+TEST_F(WindowTest, ARunTellsItsFindingsAndAFailedLaunch) {
+  ASSERT_TRUE(window_->Startup());
+  window_->ChooseReport(Q(kSamples / "ARINV01.txt"));
+  window_->ChooseRdf(Q(BrokenRdf()));
+  window_->ChooseOutput(Q(home_ / "out.csv"));
+  window_->Run();
+  WaitForRun();
+  EXPECT_EQ(Find<QLabel>("lblStatus")->text(), "Complete");
+  const QString findings = Find<QLabel>("lblFindings")->text();
+  EXPECT_TRUE(findings.startsWith("completed, but 3 report lines were dropped"))
+      << findings.toStdString();
+  EXPECT_TRUE(findings.contains("ARINV01.txt:8: RDF " + Q(home_ / "broken.rdf") + ":30:"));
+
+  qputenv("QUILLBROOK_SPREADSHEET", "/no/such/spreadsheet");
+  window_->ChooseRdf(Q(kSamples / "ARINV01.rdf"));
+  window_->ChooseOutput(Q(home_ / "out.xls"));
+  Find<QCheckBox>("chkLaunchExcel")->setChecked(true);
+  window_->Run();
+  WaitForRun();
+  qunsetenv("QUILLBROOK_SPREADSHEET");
+  EXPECT_EQ(Find<QLabel>("lblLinesWritten")->text(), "15 Lines Written");
+  EXPECT_EQ(dialogs_.shown.back().title, "Workbook Not Opened");
+  EXPECT_TRUE(dialogs_.shown.back().text.contains("/no/such/spreadsheet"));
+  EXPECT_FALSE(Find<QLabel>("lblFindings")->text().contains("dropped"));
 }
 
 // Every shipped sample, in every output type, through the window and through qbconvert's
@@ -300,9 +494,11 @@ class BigRunTest : public WindowTest {
   static constexpr int kLines = 3000000;
 };
 
-TEST_F(BigRunTest, CancelKeepsTheRowsSoFar) {
+TEST_F(BigRunTest, EscapeCancelsAndKeepsTheRowsSoFar) {
+  ShowActive();
   StartBigRun();
-  QTest::mouseClick(Find<QPushButton>("btnCancel"), Qt::LeftButton);
+  EXPECT_TRUE(Find<QPushButton>("btnCancel")->isVisible());
+  QTest::keyClick(window_.get(), Qt::Key_Escape);
   WaitForRun();
   EXPECT_EQ(Find<QLabel>("lblStatus")->text(), "** Cancelled **");
   const RunStats& stats = window_->Job()->Stats();
@@ -349,6 +545,116 @@ TEST_F(BigRunTest, ExitDuringARunCancelsItAndThenCloses) {
   EXPECT_FALSE(window_->isVisible());
   EXPECT_TRUE(window_->Job()->Stats().cancelled);
   EXPECT_NE(Log().find("Quillbrook            --- Closed..."), std::string::npos);
+}
+
+// Alt and a letter reaches one thing: the menu titles, labels, buttons and check boxes of the
+// window share one set of mnemonics, and each menu's entries another.
+TEST_F(WindowTest, EveryMnemonicIsItsOwn) {
+  auto unique = [](const QStringList& texts, const char* where) {
+    QStringList keys;
+    for (const QString& t : texts) {
+      const QString key = QKeySequence::mnemonic(t).toString();
+      if (key.isEmpty()) continue;
+      EXPECT_FALSE(keys.contains(key))
+          << where << ": " << t.toStdString() << " has " << key.toStdString();
+      keys << key;
+    }
+    return keys.size();
+  };
+  QStringList window;
+  for (QAction* a : window_->menuBar()->actions()) window << a->text();
+  for (QLabel* l : window_->findChildren<QLabel*>()) window << l->text();
+  for (QAbstractButton* b : window_->findChildren<QAbstractButton*>()) window << b->text();
+  EXPECT_GE(unique(window, "window"), 16);
+  for (QMenu* menu : window_->findChildren<QMenu*>()) {
+    QStringList entries;
+    for (QAction* a : menu->actions()) entries << a->text();
+    unique(entries, menu->title().toStdString().c_str());
+  }
+}
+
+TEST_F(WindowTest, HelpNamesTheGuideItCannotOpen) {
+  ASSERT_TRUE(window_->Startup());
+  Action("mnuRdfGuide")->trigger();
+  ASSERT_EQ(dialogs_.shown.size(), 1u);
+  EXPECT_EQ(dialogs_.shown[0].text,
+            "The RDF format guide cannot be opened: " + Q(home_ / "system" / "rdf-format.md"));
+}
+
+// Files dropped on the window are chosen (the report before the RDF, whatever their order),
+// and the File menu keeps the last five chosen, the latest first, each once.
+TEST_F(WindowTest, DroppedFilesAreChosenAndRemembered) {
+  ASSERT_TRUE(window_->Startup());
+  QMimeData mime;
+  mime.setUrls({QUrl::fromLocalFile(Q(kSamples / "ARINV01S.rdf")),
+                QUrl::fromLocalFile(Q(kSamples / "ARINV01.txt"))});
+  QDragEnterEvent enter(QPoint(10, 10), Qt::CopyAction, &mime, Qt::LeftButton, Qt::NoModifier);
+  QApplication::sendEvent(window_.get(), &enter);
+  EXPECT_TRUE(enter.isAccepted());
+  QDropEvent drop(QPointF(10, 10), Qt::CopyAction, &mime, Qt::LeftButton, Qt::NoModifier);
+  QApplication::sendEvent(window_.get(), &drop);
+  EXPECT_TRUE(drop.isAccepted());
+  EXPECT_EQ(Text("txtRfile"), Q(kSamples / "ARINV01.txt"));
+  EXPECT_EQ(Text("txtDfile"), Q(kSamples / "ARINV01S.rdf"));  // not the one auto-find found
+
+  auto recent = [this] {
+    QStringList paths;
+    for (QAction* a : Find<QMenu>("mnuRecent")->actions()) paths << a->text().section(' ', 1);
+    return paths;
+  };
+  EXPECT_EQ(recent(), QStringList({Q(kSamples / "ARINV01S.rdf"), Q(kSamples / "ARINV01.txt")}));
+  window_->ChooseReport(Q(kSamples / "APCHK01.txt"));
+  window_->ChooseRdf(Q(kSamples / "GLDET01.rdf"));
+  window_->ChooseReport(Q(kSamples / "ARAGE02.txt"));
+  window_->ChooseRdf(Q(kSamples / "ORDERS.rdf"));
+  window_->ChooseReport(Q(kSamples / "APCHK01.txt"));
+  const QStringList five = {Q(kSamples / "APCHK01.txt"), Q(kSamples / "ORDERS.rdf"),
+                            Q(kSamples / "ARAGE02.txt"), Q(kSamples / "GLDET01.rdf"),
+                            Q(kSamples / "ARINV01S.rdf")};
+  EXPECT_EQ(recent(), five);
+
+  // Kept for the next start; an entry whose file has gone is said and dropped.
+  window_ = std::make_unique<MainWindow>(home_.path(), dialogs_);
+  ASSERT_TRUE(window_->Startup());
+  EXPECT_EQ(recent(), five);
+  std::filesystem::copy_file(kSamples / "ORDERS.rdf", home_ / "gone.rdf");
+  window_->ChooseRdf(Q(home_ / "gone.rdf"));
+  std::filesystem::remove(home_ / "gone.rdf");
+  Find<QMenu>("mnuRecent")->actions().at(0)->trigger();
+  EXPECT_EQ(dialogs_.shown.back().text,
+            "RDF File: " + Q(home_ / "gone.rdf") + "  \r\rDoes not exist.");
+  EXPECT_EQ(recent(), five.mid(0, 4));
+}
+
+TEST_F(WindowTest, CheckRdfShowsWhatIsWrongInTheRdfBox) {
+  ASSERT_TRUE(window_->Startup());
+  Action("mnuCheckRDF")->trigger();
+  ASSERT_EQ(dialogs_.shown.size(), 1u);
+  EXPECT_EQ(dialogs_.shown[0].text,
+            "No RDF is named in the RDF box: choose the RDF to check first.");
+
+  Find<QLineEdit>("txtDfile")->setText(Q(BrokenRdf()));
+  Action("mnuCheckRDF")->trigger();
+  auto* form = Find<QDialog>("frmCheckRdf");
+  ASSERT_NE(form, nullptr);
+  EXPECT_TRUE(form->isVisible());
+  auto* text = form->findChild<QPlainTextEdit*>("txtCheckRdf");
+  EXPECT_TRUE(text->isReadOnly());
+  const QStringList lines = text->toPlainText().split('\n');
+  ASSERT_EQ(lines.size(), 4);
+  const QString file = Q(home_ / "broken.rdf");
+  EXPECT_TRUE(lines[0].startsWith(file + ":20: error: DLC column 9, the action, is \"hld\""));
+  EXPECT_TRUE(lines[1].startsWith(file + ":30: error: DLC column 4, the field, is 12"));
+  EXPECT_TRUE(lines[2].startsWith(file + ":53: warning: Field 11 (Ship To)"));
+  EXPECT_EQ(lines[3], "broken.rdf: 2 errors, 1 warning");
+
+  // Checked again once mended: the same window, the new result.
+  std::filesystem::copy_file(kSamples / "ARINV01.rdf", home_ / "broken.rdf",
+                             std::filesystem::copy_options::overwrite_existing);
+  Action("mnuCheckRDF")->trigger();
+  EXPECT_EQ(Find<QDialog>("frmCheckRdf"), form);
+  EXPECT_EQ(text->toPlainText(), "broken.rdf: 0 errors, 0 warnings");
+  form->close();
 }
 
 TEST_F(WindowTest, ConfigurationOptionsSavesOnlyItsKeys) {

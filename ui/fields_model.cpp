@@ -1,5 +1,9 @@
 #include "ui/fields_model.h"
 
+#include <algorithm>
+#include <string>
+#include <vector>
+
 #include "engine/rdf_tables.h"
 
 namespace qb::ui {
@@ -78,23 +82,58 @@ void FieldsModel::Reload() {
 }
 
 int FieldsModel::Move(int row, int step) {
-  const int other = row + step;
-  if (other < 0 || other >= rowCount() || !seek(row)) return row;
+  if (!seek(row)) return row;
   const int64_t moved = fields_.GetInt(F::fldFLD);
-  const int64_t mine = fields_.GetInt(F::fldORD);
-  seek(other);
-  const int64_t theirs = fields_.GetInt(F::fldORD);
-  fields_.SetInt(F::fldORD, mine);
-  fields_.SetInt(F::fldTMP, mine);
-  seek(row);
-  fields_.SetInt(F::fldORD, theirs);
-  fields_.SetInt(F::fldTMP, theirs);
-  fields_.Sort("fldOUT DESC,fldORD");
+  struct Field {
+    int64_t number, order;
+    size_t table;  // place in table order, which breaks ties between equal orders
+  };
+  std::vector<Field> output;
+  fields_.Sort("");
+  for (fields_.MoveFirst(); !fields_.IsEOF(); fields_.MoveNext()) {
+    output.push_back({fields_.GetInt(F::fldFLD), fields_.GetInt(F::fldORD), output.size()});
+  }
+  // Output order is the run's: by order number, equal numbers in table order.
+  std::stable_sort(output.begin(), output.end(),
+                   [](const Field& a, const Field& b) { return a.order < b.order; });
+  const std::vector<Field> before = output;
+  const auto at =
+      static_cast<size_t>(std::find_if(output.begin(), output.end(),
+                                       [&](const Field& f) { return f.number == moved; }) -
+                          output.begin());
+  const size_t other = at + static_cast<size_t>(step);
+  if (other < output.size()) {
+    // The two fields change places and each place keeps its order number. Where that leaves
+    // a field with the number of the one before it but earlier in the table (two fields
+    // of one order, say), the stable sort would undo the move: such a field is numbered one
+    // higher, and so on down while the numbers collide.
+    std::swap(output[at].number, output[other].number);
+    std::swap(output[at].table, output[other].table);
+    for (size_t i = 1; i < output.size(); ++i) {
+      const Field& prev = output[i - 1];
+      Field& f = output[i];
+      if (f.order < prev.order || (f.order == prev.order && f.table < prev.table)) {
+        f.order = prev.order + 1;
+      }
+    }
+    for (const Field& f : output) {
+      const bool changed = std::none_of(before.begin(), before.end(), [&](const Field& b) {
+        return b.number == f.number && b.order == f.order;
+      });
+      if (!changed) continue;
+      fields_.MoveFirst();
+      fields_.Find("fldFLD = " + std::to_string(f.number));
+      if (fields_.IsEOF()) continue;
+      fields_.SetInt(F::fldORD, f.order);
+      fields_.SetInt(F::fldTMP, f.order);
+    }
+  }
+  fields_.Sort("fldORD");
   Reload();
   for (int r = 0; r < rowCount(); ++r) {
     if (seek(r) && fields_.GetInt(F::fldFLD) == moved) return r;
   }
-  return other;
+  return row;
 }
 
 void FieldsModel::SetOutput(const QList<int>& rows, bool output) {

@@ -1,6 +1,8 @@
 #pragma once
 // The output-fields grid: a table model over the engine's rsFields, in the table's current
-// order. Columns "Output" (y/n, shown Y/N), "Order" (1 to 99) and "Column Label".
+// order: as the RDF lists the fields once it is loaded, in output order after a move, output
+// fields first after Group Fields. Columns "Output" (y/n, shown Y/N), "Order" (1 to 99) and
+// "Column Label".
 
 #include <QAbstractTableModel>
 #include <functional>
@@ -26,8 +28,10 @@ class FieldsModel final : public QAbstractTableModel {
 
   // Table changed under the model (a new RDF, a sort): show it afresh.
   void Reload();
-  // Moves a row up (-1) or down (+1) by exchanging order numbers with its neighbour.
-  // Returns the row's new position.
+  // Moves a row's field up (-1) or down (+1) one place in output order (by order number,
+  // equal numbers in table order, as a run writes the columns): it changes places with its
+  // neighbour there, whatever rows the grid shows around it. The grid then shows the fields
+  // in output order. Returns the row's new position.
   int Move(int row, int step);
   // Output on or off for the given rows (all rows when empty).
   void SetOutput(const QList<int>& rows, bool output);

@@ -1,12 +1,18 @@
 #include "ui/main_window.h"
 
 #include <QAction>
+#include <QActionGroup>
 #include <QApplication>
 #include <QCheckBox>
 #include <QCloseEvent>
 #include <QComboBox>
 #include <QDesktopServices>
+#include <QDialog>
+#include <QDialogButtonBox>
+#include <QDragEnterEvent>
+#include <QDropEvent>
 #include <QFileInfo>
+#include <QFontDatabase>
 #include <QGridLayout>
 #include <QGroupBox>
 #include <QHBoxLayout>
@@ -15,18 +21,26 @@
 #include <QLineEdit>
 #include <QMenuBar>
 #include <QMessageBox>
+#include <QMimeData>
 #include <QPainter>
 #include <QPainterPath>
+#include <QPlainTextEdit>
 #include <QProcess>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QRegularExpression>
 #include <QStandardPaths>
 #include <QStatusBar>
 #include <QTableView>
 #include <QThread>
 #include <QUrl>
 #include <QVBoxLayout>
+#include <algorithm>
 
+#include "base/file_io.h"
+#include "engine/rdf_checker.h"
+#include "output/output_options.h"
+#include "run/launch.h"
 #include "ui/fields_model.h"
 #include "ui/settings_dialogs.h"
 
@@ -47,6 +61,22 @@ constexpr char kReportFilters[] =
 constexpr char kRdfFilters[] = "Report Description Files (*.rdf)|*.rdf";
 constexpr char kOutputFilters[] =
     "Text files (*.txt)|*.txt|CSV files (*.csv)|*.csv|Excel files (*.xls)|*.xls";
+
+// How many reports and RDFs the File menu keeps.
+constexpr int kRecentCount = 5;
+
+// `path` with the extension of the output type `extension` (".csv"): an extension that names
+// an output type, in any case, is replaced; any other stays part of the name.
+QString WithOutputExtension(const QString& path, const QString& extension) {
+  const QString suffix = QFileInfo(path).suffix();
+  if (suffix.isEmpty() || !FormatOfExtension(S("." + suffix))) return path + extension;
+  if (("." + suffix).compare(extension, Qt::CaseInsensitive) == 0) return path;  // JAN.CSV
+  return path.left(path.size() - suffix.size() - 1) + extension;
+}
+
+bool IsRdf(const QString& path) {
+  return QFileInfo(path).suffix().compare("rdf", Qt::CaseInsensitive) == 0;
+}
 
 // Our logo: a quill over a brook, drawn rather than shipped as a file.
 QPixmap Logo(int size) {
@@ -82,7 +112,10 @@ class MainWindow::WindowUI final : public UserInterface {
  public:
   explicit WindowUI(MainWindow& w) : w_(w) {}
   void message(std::string_view text, std::string_view title, MessageIcon icon) override {
-    onGuiThread([&] { w_.dialogs_.message(&w_, Q(text), Q(title), icon); });
+    onGuiThread([&] {
+      if (w_.running_) w_.runShown_ << Q(text);
+      w_.dialogs_.message(&w_, Q(text), Q(title), icon);
+    });
   }
   bool question(std::string_view text, std::string_view title, MessageIcon icon) override {
     bool yes = false;
@@ -117,9 +150,11 @@ MainWindow::MainWindow(const std::filesystem::path& programFolder, Dialogs& dial
   setObjectName("frmqbuia");
   setWindowTitle("Quillbrook");
   setWindowIcon(QIcon(Logo(64)));
+  setAcceptDrops(true);
   BuildControls();
   BuildMenus();
   ConnectSignals();
+  LoadRecent();
   resize(1000, 680);
 }
 
@@ -140,6 +175,8 @@ bool MainWindow::Startup() {
   return true;
 }
 
+// Every mnemonic of the window is its own: the labels and buttons here and the menu titles
+// (F, O, R, S, H) share one Alt key space.
 void MainWindow::BuildControls() {
   auto* central = new QWidget(this);
   auto* layout = new QVBoxLayout(central);
@@ -154,6 +191,7 @@ void MainWindow::BuildControls() {
     box->setObjectName(boxName);
     box->setToolTip(tip);
     box->installEventFilter(this);
+    box->setAcceptDrops(false);  // a file dropped on a box is the window's, not text for it
     l->setBuddy(box);
     button = new QPushButton("...", fraFiles_);
     button->setObjectName(buttonName);
@@ -163,10 +201,10 @@ void MainWindow::BuildControls() {
     files->addWidget(box, row, 1);
     files->addWidget(button, row, 2);
   };
-  addRow(0, "&Report:", "txtRfile", "btnReport", "Select a Report to Process", txtRfile_,
+  addRow(0, "Re&port:", "txtRfile", "btnReport", "Select a Report to Process", txtRfile_,
          btnReport_);
   addRow(1, "R&DF:", "txtDfile", "btnRDF", "Select a Report Description File", txtDfile_, btnRDF_);
-  addRow(2, "&Output:", "txtOfile", "btnOutput", "Select an Output File", txtOfile_, btnOutput_);
+  addRow(2, "Ou&tput:", "txtOfile", "btnOutput", "Select an Output File", txtOfile_, btnOutput_);
   imgLogo_ = new QLabel(fraFiles_);
   imgLogo_->setObjectName("imgLogo");
   imgLogo_->setPixmap(Logo(72));
@@ -190,20 +228,28 @@ void MainWindow::BuildControls() {
   cboRecordType_->setObjectName("cboRecordType");
   cboRecordType_->addItems({"All Records", "Details Only", "Totals Only"});
   cboRecordType_->setToolTip("Select the records to write");
-  chkLaunchExcel_ = new QCheckBox("Select to Launch Excel", fraFileSettings_);
+  chkLaunchExcel_ = new QCheckBox("Select to Launch E&xcel", fraFileSettings_);
   chkLaunchExcel_->setObjectName("chkLaunchExcel");
   chkLaunchExcel_->setToolTip("Open the workbook in the spreadsheet program after the run");
-  settings->addWidget(new QLabel("Delimiter:", fraFileSettings_));
+  auto* delimiter = new QLabel("De&limiter:", fraFileSettings_);
+  delimiter->setBuddy(cboDelimiter_);
+  auto* write = new QLabel("Wr&ite:", fraFileSettings_);
+  write->setBuddy(cboRecordType_);
+  settings->addWidget(delimiter);
   settings->addWidget(cboDelimiter_);
   settings->addWidget(chkTextQualifier_);
   settings->addWidget(cboTextQualifier_);
-  settings->addWidget(new QLabel("Write:", fraFileSettings_));
+  settings->addWidget(write);
   settings->addWidget(cboRecordType_);
   settings->addWidget(chkLaunchExcel_);
   settings->addStretch();
 
-  auto* grid = new QHBoxLayout;
-  dgdFields_ = new QTableView(central);
+  // The fields grid with its buttons, one widget that can go in a splitter beside others.
+  auto* fields = new QWidget(central);
+  fields->setObjectName("fraFields");
+  auto* grid = new QHBoxLayout(fields);
+  grid->setContentsMargins(0, 0, 0, 0);
+  dgdFields_ = new QTableView(fields);
   dgdFields_->setObjectName("dgdFields");
   dgdFields_->setSelectionBehavior(QAbstractItemView::SelectRows);
   dgdFields_->horizontalHeader()->setStretchLastSection(true);
@@ -212,10 +258,12 @@ void MainWindow::BuildControls() {
   });
   dgdFields_->setModel(model_.get());
   auto* moves = new QVBoxLayout;
-  cmdUp_ = new QPushButton("Move &Up", central);
+  cmdUp_ = new QPushButton("Move &Up", fields);
   cmdUp_->setObjectName("cmdUp");
-  cmdDown_ = new QPushButton("Move Do&wn", central);
+  cmdUp_->setToolTip("Move the field one place earlier in the output");
+  cmdDown_ = new QPushButton("Move Do&wn", fields);
   cmdDown_->setObjectName("cmdDown");
+  cmdDown_->setToolTip("Move the field one place later in the output");
   moves->addWidget(cmdUp_);
   moves->addWidget(cmdDown_);
   moves->addStretch();
@@ -224,16 +272,26 @@ void MainWindow::BuildControls() {
 
   fraStatistics_ = new QGroupBox("Statistics", central);
   fraStatistics_->setObjectName("fraStatistics");
-  auto* stats = new QHBoxLayout(fraStatistics_);
+  auto* stats = new QVBoxLayout(fraStatistics_);
+  auto* figures = new QHBoxLayout;
   lblRunTime_ = new QLabel(fraStatistics_);
   lblRunTime_->setObjectName("lblRunTime");
   lblLinesWritten_ = new QLabel(fraStatistics_);
   lblLinesWritten_->setObjectName("lblLinesWritten");
   lblLinesProcessed_ = new QLabel(fraStatistics_);
   lblLinesProcessed_->setObjectName("lblLinesProcessed");
-  stats->addWidget(lblRunTime_);
-  stats->addWidget(lblLinesWritten_);
-  stats->addWidget(lblLinesProcessed_);
+  figures->addWidget(lblRunTime_);
+  figures->addWidget(lblLinesWritten_);
+  figures->addWidget(lblLinesProcessed_);
+  // What the run has to tell besides its figures: why it failed, the lines it dropped.
+  lblFindings_ = new QLabel(fraStatistics_);
+  lblFindings_->setObjectName("lblFindings");
+  lblFindings_->setTextFormat(Qt::PlainText);
+  lblFindings_->setWordWrap(true);
+  lblFindings_->setTextInteractionFlags(Qt::TextSelectableByMouse);
+  lblFindings_->hide();
+  stats->addLayout(figures);
+  stats->addWidget(lblFindings_);
   fraStatistics_->hide();
 
   auto* bottom = new QHBoxLayout;
@@ -246,12 +304,13 @@ void MainWindow::BuildControls() {
   lblPercent_ = new QLabel(central);
   lblPercent_->setObjectName("lblPercent");
   lblPercent_->hide();
-  btnRun_ = new QPushButton("&Run", central);
+  btnRun_ = new QPushButton("Ru&n", central);
   btnRun_->setObjectName("btnRun");
-  btnRun_->setToolTip("Convert the report");
+  btnRun_->setToolTip("Convert the report (Ctrl+R, F5)");
   btnRun_->setDefault(true);
   btnCancel_ = new QPushButton("&Cancel", central);
   btnCancel_->setObjectName("btnCancel");
+  btnCancel_->setToolTip("Stop the run; the rows so far are written (Esc)");
   btnCancel_->hide();
   bottom->addWidget(lblStatus_);
   bottom->addWidget(prgRun_, 1);
@@ -262,7 +321,7 @@ void MainWindow::BuildControls() {
 
   layout->addWidget(fraFiles_);
   layout->addWidget(fraFileSettings_);
-  layout->addLayout(grid, 1);
+  layout->addWidget(fields, 1);
   layout->addWidget(fraStatistics_);
   layout->addLayout(bottom);
   setCentralWidget(central);
@@ -287,6 +346,9 @@ void MainWindow::BuildMenus() {
   file->setObjectName("mnuFile");
   action(file, "mnuNew", "&New", true, [this] { NewForm(); })->setShortcut(QKeySequence::New);
   action(file, "mnuSaveRDF", "Save RDF &As ...", true, [this] { SaveRdfAs(); });
+  mnuRecent_ = file->addMenu("&Recent Files");
+  mnuRecent_->setObjectName("mnuRecent");
+  runLocked_ << mnuRecent_->menuAction();
   file->addSeparator();
   action(file, "mnuExit", "E&xit", false, [this] { close(); })->setShortcut(QKeySequence::Quit);
 
@@ -295,18 +357,29 @@ void MainWindow::BuildMenus() {
   QMenu* type = options->addMenu("Output &Type");
   type->setObjectName("mnuOutputType");
   runLocked_ << type->menuAction();
+  outputTypes_ = new QActionGroup(this);
   for (const char* ext : {".txt", ".csv", ".xls"}) {
-    action(type, (std::string("mnuOutput") + (ext + 1)).c_str(), QString(ext), false,
-           [this, ext] { SetOutputType(ext); });
+    QAction* a = action(type, (std::string("mnuOutput") + (ext + 1)).c_str(), QString(ext), false,
+                        [this, ext] { SetOutputType(ext); });
+    a->setCheckable(true);
+    a->setData(QString(ext));
+    outputTypes_->addAction(a);
   }
-  action(options, "mnuSelect", "&Select", true, [this] {
+  auto selectedRows = [this] {
     QList<int> rows;
     for (const QModelIndex& i : dgdFields_->selectionModel()->selectedRows()) rows << i.row();
-    model_->SetOutput(rows, true);
-  });
-  action(options, "mnuDeselect", "&Deselect", true, [this] {
-    QList<int> rows;
-    for (const QModelIndex& i : dgdFields_->selectionModel()->selectedRows()) rows << i.row();
+    return rows;
+  };
+  action(options, "mnuSelect", "&Select", true,
+         [this, selectedRows] { model_->SetOutput(selectedRows(), true); });
+  action(options, "mnuDeselect", "&Deselect", true, [this, selectedRows] {
+    const QList<int> rows = selectedRows();
+    if (rows.isEmpty() && !dialogs_.question(this,
+                                             "No field is selected.\rTurn the output off for "
+                                             "every field?",
+                                             "Deselect", MessageIcon::Exclamation)) {
+      return;
+    }
     model_->SetOutput(rows, false);
   });
   action(options, "mnuGroupFields", "&Group Fields", true, [this] { model_->GroupFields(); });
@@ -317,6 +390,7 @@ void MainWindow::BuildMenus() {
   QMenu* rdf = menuBar()->addMenu("&RDF");
   rdf->setObjectName("mnuRDF");
   action(rdf, "mnuAboutRDF", "&About RDF", true, [this] { AboutRdf(); });
+  action(rdf, "mnuCheckRDF", "&Check RDF ...", false, [this] { CheckRdfFile(); });
 
   QMenu* settings = menuBar()->addMenu("&Settings");
   settings->setObjectName("mnuSettings");
@@ -331,33 +405,49 @@ void MainWindow::BuildMenus() {
 
   QMenu* help = menuBar()->addMenu("&Help");
   help->setObjectName("mnuHelp");
-  action(help, "mnuQuillbrookHelp", "Quillbrook &Manual", true, [this] {
-    OpenManual();
+  action(help, "mnuQuillbrookHelp", "Quillbrook &Manual", false, [this] {
+    OpenDocument(app_->ProgramFolder() / "system" / "Quillbrook_Manual.pdf", "The manual");
   })->setShortcut(QKeySequence::HelpContents);
-  action(help, "mnuWebSite", "Quillbrook on the &Web", true, [] {
-    QDesktopServices::openUrl(
-        QUrl(qEnvironmentVariable("QUILLBROOK_HOMEPAGE", "https://quillbrook.example/")));
+  action(help, "mnuRdfGuide", "RDF &Format Guide", false, [this] {
+    OpenDocument(app_->ProgramFolder() / "system" / "rdf-format.md", "The RDF format guide");
   });
   action(help, "mnuAboutQuillbrook", "&About Quillbrook", true, [this] { AboutQuillbrook(); });
+
+  // Keys without a menu entry: Run as the button, and Esc to cancel (only while running, so
+  // that it means nothing else the rest of the time).
+  auto* run = new QAction(this);
+  run->setObjectName("actRun");
+  run->setShortcuts({QKeySequence(Qt::CTRL | Qt::Key_R), QKeySequence(Qt::Key_F5)});
+  connect(run, &QAction::triggered, this, [this] {
+    if (btnRun_->isEnabled()) Run();
+  });
+  addAction(run);
+  runLocked_ << run;
+  cancelKey_ = new QAction(this);
+  cancelKey_->setObjectName("actCancel");
+  cancelKey_->setShortcut(QKeySequence(Qt::Key_Escape));
+  cancelKey_->setEnabled(false);
+  connect(cancelKey_, &QAction::triggered, this, [this] { btnCancel_->click(); });
+  addAction(cancelKey_);
 }
 
 void MainWindow::ConnectSignals() {
   auto pick = [this](QLineEdit* box, const char* title, const char* filters, int selected,
-                     Key folderKey, bool save, void (MainWindow::*choose)(const QString&)) {
+                     Key folderKey, bool save, auto&& choose) {
     QString folder = Q(app_->Settings[folderKey]);
     if (QFileInfo::exists(box->text())) folder = box->text();  // open on the file already named
     const QString path = save
                              ? dialogs_.saveFile(this, title, QtFilters(filters), selected, folder)
                              : dialogs_.openFile(this, title, QtFilters(filters), selected, folder);
-    if (!path.isEmpty()) (this->*choose)(path);  // a cancelled picker changes nothing
+    if (!path.isEmpty()) choose(path);  // a cancelled picker changes nothing
   };
   connect(btnReport_, &QPushButton::clicked, this, [this, pick] {
     pick(txtRfile_, "Select a Report to Process ...", kReportFilters, 1, Key::rptdir, false,
-         &MainWindow::ChooseReport);
+         [this](const QString& path) { ChooseReport(path); });
   });
   connect(btnRDF_, &QPushButton::clicked, this, [this, pick] {
     pick(txtDfile_, "Select a Report Description File ...", kRdfFilters, 1, Key::rdfdir, false,
-         &MainWindow::ChooseRdf);
+         [this](const QString& path) { ChooseRdf(path); });
   });
   connect(btnOutput_, &QPushButton::clicked, this, [this, pick] {
     const std::string& type = app_->Settings[Key::opfmt];
@@ -365,7 +455,7 @@ void MainWindow::ConnectSignals() {
          type == ".csv"   ? 2
          : type == ".xls" ? 3
                           : 1,
-         Key::outdir, true, &MainWindow::ChooseOutput);
+         Key::outdir, true, [this](const QString& path) { ChooseOutput(path); });
   });
   for (QLineEdit* box : {txtRfile_, txtDfile_, txtOfile_}) {
     connect(box, &QLineEdit::editingFinished, this, [this, box] { LeaveBox(box); });
@@ -406,64 +496,100 @@ void MainWindow::LeaveBox(QLineEdit* box) {
   const QString text = box->text().trimmed();
   if (text.isEmpty() || text == remembered_) return;
   remembered_ = text;
-  const QFileInfo info(text);
-  bool ok;
-  QString label, title = "File Not Found";
+  bool ok = true;
   if (box == txtOfile_) {
+    const QFileInfo info(text);
     const QString base = info.completeBaseName();
     ok = QFileInfo(info.absolutePath()).isDir() && !base.isEmpty();
     for (QChar c : base) ok = ok && !QStringLiteral(".?':;|\"][{}+=)(*&^#@!`").contains(c);
-    label = "Output path: ";
-    title = "File's Path Not Found";
+    if (ok) {
+      ChooseOutput(text);
+    } else {
+      dialogs_.message(this, "Output path: " + info.absoluteFilePath() + "  \r\rDoes not exist.",
+                       "File's Path Not Found", MessageIcon::Critical);
+    }
   } else {
-    ok = info.isFile();
-    label = box == txtRfile_ ? "Report File: " : "RDF File: ";
+    ok = box == txtRfile_ ? ChooseReport(text) : ChooseRdf(text);
   }
-  if (!ok) {
-    dialogs_.message(this, label + text + "  \r\rDoes not exist.", title, MessageIcon::Critical);
-    box->setFocus();
-    return;
-  }
-  if (box == txtRfile_)
-    ChooseReport(text);
-  else if (box == txtDfile_)
-    ChooseRdf(text);
-  else
-    ChooseOutput(text);
+  if (!ok) box->setFocus();
 }
 
-void MainWindow::ChooseReport(const QString& path) {
+// A report or RDF that is not there is named as it was looked for: a name typed without a
+// folder is looked for in the current folder, and the message says which one that is.
+bool MainWindow::FileThere(const QString& path, const QString& label) {
+  const QFileInfo info(path);
+  if (info.isFile()) return true;
+  dialogs_.message(this, label + info.absoluteFilePath() + "  \r\rDoes not exist.",
+                   "File Not Found", MessageIcon::Critical);
+  return false;
+}
+
+bool MainWindow::ChooseReport(const QString& path) {
+  if (!FileThere(path, "Report File: ")) return false;
   const QFileInfo info(path);
   app_->Settings.Item(Key::rptdir).Value = S(info.absolutePath());
   app_->SetReportLogFile(S(info.absoluteFilePath()));
   app_->Log().WriteLog("Report-Click", S(info.absoluteFilePath()));
   pdfReport_ = info.suffix() == "pdf";  // lower case only: REPORT.PDF is read as text
   txtRfile_->setText(info.absoluteFilePath());
-  try {
-    const clsSystem system = ParseSystemEntry(app_->Settings[Key::pfset], "ChooseReport");
-    if (auto rdf = FindRdf(S(info.absoluteFilePath()), system, app_->Settings[Key::rdfdir])) {
-      txtDfile_->setText(Q(rdf->string()));
-      LoadRdf(txtDfile_->text());
-    }
-  } catch (const QbError&) {
-    // A damaged "pfset": the RDF is chosen by hand.
-  }
+  Remember(info.absoluteFilePath());
+  AutoFindRdf(info.absoluteFilePath());
   UpdateRunButton();
+  return true;
 }
 
-void MainWindow::ChooseRdf(const QString& path) {
+// The report's RDF, by its identifier in the RDF folder ("rdfdir"). An RDF that auto-find
+// names but the folder lacks is said, with where it was looked for; the RDF box keeps what
+// it had, as it does when the report names none.
+void MainWindow::AutoFindRdf(const QString& report) {
+  clsSystem system;
+  try {
+    system = ParseSystemEntry(app_->Settings[Key::pfset], "ChooseReport");
+  } catch (const QbError&) {
+    return;  // a damaged "pfset": the RDF is chosen by hand
+  }
+  const std::filesystem::path folder = app_->Settings[Key::rdfdir];
+  const std::optional<std::filesystem::path> rdf = FindRdf(S(report), system, folder);
+  if (!rdf) {
+    statusBar()->showMessage("Auto-find: the report gives no RDF name for source system \"" +
+                             Q(system.System) + "\"; choose the RDF");
+    return;
+  }
+  std::error_code ec;
+  if (!std::filesystem::is_regular_file(*rdf, ec)) {
+    dialogs_.message(this,
+                     "Auto-find looked for this report's RDF as\r" +
+                         Q(std::filesystem::absolute(*rdf, ec).string()) +
+                         "\rin the RDF folder (rdfdir" +
+                         (folder.empty() ? QString(" is not set: the current folder") : "") +
+                         "), and it is not there.\r\rChoose the RDF: the folder it comes from "
+                         "becomes the RDF folder.",
+                     "RDF Not Found", MessageIcon::Exclamation);
+    return;
+  }
+  txtDfile_->setText(Q(rdf->string()));
+  LoadRdf(txtDfile_->text());
+}
+
+bool MainWindow::ChooseRdf(const QString& path) {
+  if (!FileThere(path, "RDF File: ")) return false;
   const QFileInfo info(path);
   app_->Settings.Item(Key::rdfdir).Value = S(info.absolutePath());
   txtDfile_->setText(info.absoluteFilePath());
+  Remember(info.absoluteFilePath());
   LoadRdf(txtDfile_->text());
   UpdateRunButton();
+  return true;
 }
 
 void MainWindow::ChooseOutput(const QString& path) {
   const QFileInfo info(path);
+  if (auto format = FormatOfExtension(S("." + info.suffix()))) {
+    app_->Settings.Item(Key::opfmt).Value = std::string(ExtensionOf(*format));
+  }
   txtOfile_->setText(info.absoluteFilePath());
   app_->Settings.Item(Key::outdir).Value = S(info.absolutePath());
-  if (!info.suffix().isEmpty()) app_->Settings.Item(Key::opfmt).Value = "." + S(info.suffix());
+  ShowOutputType();
   UpdateRunButton();
 }
 
@@ -483,6 +609,7 @@ void MainWindow::ShowSettings() {
   cboRecordType_->setCurrentText(Q(s[Key::rtype]));
   chkTextQualifier_->setChecked(s[Key::tqswt] == "1");
   chkLaunchExcel_->setChecked(s[Key::exswt] == "1");
+  ShowOutputType();  // an RDF's settings may choose another output type
 }
 
 void MainWindow::UpdateRunButton() {
@@ -492,10 +619,22 @@ void MainWindow::UpdateRunButton() {
 
 void MainWindow::SetOutputType(const QString& extension) {
   app_->Settings.Item(Key::opfmt).Value = S(extension);
-  if (!txtOfile_->text().isEmpty()) {
-    const QFileInfo info(txtOfile_->text());
-    txtOfile_->setText(info.absolutePath() + "/" + info.completeBaseName() + extension);
-  }
+  ShowOutputType();
+}
+
+// The output type as the settings hold it, in the Output Type menu and in the output name's
+// extension. A type that is none of the three changes nothing: the run says what is wrong.
+void MainWindow::ShowOutputType() {
+  const auto format = FormatOfExtension(app_->Settings[Key::opfmt]);
+  if (!format) return;
+  const QString extension = Q(ExtensionOf(*format));
+  for (QAction* a : outputTypes_->actions()) a->setChecked(a->data().toString() == extension);
+  const QString name = txtOfile_->text().trimmed();
+  if (name.isEmpty()) return;
+  const QString renamed = WithOutputExtension(name, extension);
+  if (renamed == name) return;
+  txtOfile_->setText(renamed);
+  if (txtOfile_->hasFocus()) remembered_ = renamed;  // a name we gave needs no checking
 }
 
 // The run goes on a worker thread with a job of its own: a copy of the loaded RDF with the
@@ -523,10 +662,12 @@ void MainWindow::Run() {
 
 void MainWindow::StartOfRun() {
   running_ = true;
+  runShown_.clear();
   runStart_ = std::chrono::steady_clock::now();
   prgRun_->setValue(0);
   prgRun_->show();
   SetMenusEnabled(false);
+  cancelKey_->setEnabled(true);
   dgdFields_->setEnabled(false);
   lblPercent_->setText("0%");
   lblPercent_->show();
@@ -548,25 +689,40 @@ void MainWindow::SetProgress(int percent) {
   if (isMinimized()) setWindowTitle("Quillbrook " + lblPercent_->text());
 }
 
+// The statistics say what the run wrote: a failed run replaces nothing (the output, if there
+// was one, is as it was), so it wrote nothing, whatever it counted before it failed. Below
+// the figures, what else the run has to tell: why it failed, or the lines it dropped.
 void MainWindow::RunEnd(bool ok) {
   worker_.join();
   const RunStats& stats = job_->Stats();
-  if (stats.finished) {
-    lblRunTime_->setText(Q(stats.RunTimeText()));
-    lblLinesWritten_->setText(Q(stats.LinesWrittenText()));
-    lblLinesProcessed_->setText(Q(stats.LinesProcessedText()));
+  lblRunTime_->setText(Q(stats.RunTimeText()));
+  lblLinesWritten_->setText(ok ? Q(stats.LinesWrittenText()) : QStringLiteral("Nothing Written"));
+  lblLinesProcessed_->setText(Q(stats.LinesProcessedText()));
+  QStringList findings;
+  if (ok) {
+    for (const std::string& line : job_->Findings()) findings << Q(line);
     QApplication::beep();
+  } else {
+    const std::optional<QbError>& error = job_->LastError();
+    findings << (error ? Q(error->describe()) : QStringLiteral("The run failed."))
+             << "Nothing was written. The log: " + Q(app_->Log().AppLogFile().string());
   }
+  const QString launch = ok && !exitRequested_ ? LaunchProblem() : QString();
+  if (!launch.isEmpty()) findings << launch;
+  lblFindings_->setText(findings.join('\n'));
+  lblFindings_->setVisible(!findings.isEmpty());
   SetProgress(100);
   running_ = false;
   SetMenusEnabled(true);
+  cancelKey_->setEnabled(false);
   lblPercent_->hide();
   prgRun_->hide();
-  lblStatus_->setText(stats.cancelled ? "** Cancelled **" : "Complete");
-  if (!ok && !stats.cancelled) lblStatus_->setText("Failed: see the message and the log");
+  lblStatus_->setText(!ok               ? "Failed: nothing was written"
+                      : stats.cancelled ? "** Cancelled **"
+                                        : "Complete");
   btnRun_->show();
   btnCancel_->hide();
-  fraStatistics_->setVisible(stats.finished);
+  fraStatistics_->show();
   fraFiles_->setEnabled(true);
   fraFileSettings_->setEnabled(true);
   dgdFields_->setEnabled(true);
@@ -574,8 +730,55 @@ void MainWindow::RunEnd(bool ok) {
   statusBar()->clearMessage();
   QApplication::restoreOverrideCursor();
   if (!isMinimized()) setWindowTitle("Quillbrook");
+  if (!ok) ShowFailure();
+  if (!launch.isEmpty()) {
+    dialogs_.message(this, launch, "Workbook Not Opened", MessageIcon::Exclamation);
+  }
   emit runFinished();
   if (exitRequested_) close();
+}
+
+// A failed run's error is shown as the step that failed reported it, but not every step's
+// box names the file (the output that could not be written, say) and a failure that no step
+// reported would otherwise go unseen: unless a box of this run showed the error with its
+// file, the window shows it.
+void MainWindow::ShowFailure() {
+  const std::optional<QbError>& error = job_->LastError();
+  if (error) {
+    const QString description = Q(error->description()).trimmed();
+    const QString file = Q(error->file().string());
+    const bool shown = std::any_of(runShown_.begin(), runShown_.end(), [&](const QString& text) {
+      return text.contains(description) && (file.isEmpty() || text.contains(file));
+    });
+    if (shown) return;
+  }
+  dialogs_.message(this,
+                   (error ? Q(error->describe()) : QStringLiteral("The run failed.")) +
+                       "\r\rNothing was written. The log has the details: " +
+                       Q(app_->Log().AppLogFile().string()),
+                   "Run Failed", MessageIcon::Critical);
+}
+
+// Why the finished workbook could not be opened, or "". Launch method 1 (and any method but
+// 2 and 3) only logs a spreadsheet program it cannot start, while the user waits for the
+// workbook to open; the program is looked for as LaunchSpreadsheet looks for it.
+QString MainWindow::LaunchProblem() const {
+  const ConversionJob& job = *job_;
+  if (!job.Request().launch || job.Options().format != OutputFormat::Xls) return {};
+  const std::string& method = job.Options().launchMethod;
+  if (method == "2" || method == "3") return {};  // these show "File Open Error" themselves
+  const std::vector<std::string> program = SpreadsheetProgram();
+  const QString workbook = Q(job.Request().output.string());
+  if (program.empty()) {
+    return "The workbook " + workbook +
+           " was written, but no spreadsheet program was found to open it (libreoffice or "
+           "gnumeric): set QUILLBROOK_SPREADSHEET to one.";
+  }
+  if (QStandardPaths::findExecutable(Q(program.front())).isEmpty()) {
+    return "The workbook " + workbook + " was written, but the spreadsheet program " +
+           Q(program.front()) + " cannot be started: set QUILLBROOK_SPREADSHEET to one that can.";
+  }
+  return {};
 }
 
 void MainWindow::SetMenusEnabled(bool enabled) {
@@ -629,13 +832,138 @@ void MainWindow::AboutRdf() {
                    MessageIcon::Information);
 }
 
-void MainWindow::OpenManual() {
-  const auto manual = app_->ProgramFolder() / "system" / "Quillbrook_Manual.pdf";
-  if (!std::filesystem::exists(manual) ||
-      !QDesktopServices::openUrl(QUrl::fromLocalFile(Q(manual.string())))) {
-    dialogs_.message(this, "The manual cannot be opened: " + Q(manual.string()), "Quillbrook",
+void MainWindow::OpenDocument(const std::filesystem::path& file, const QString& what) {
+  if (!std::filesystem::exists(file) ||
+      !QDesktopServices::openUrl(QUrl::fromLocalFile(Q(file.string())))) {
+    dialogs_.message(this, what + " cannot be opened: " + Q(file.string()), "Quillbrook",
                      MessageIcon::Exclamation);
   }
+}
+
+// The RDF in the RDF box, checked as loading reads it, in a window of its own that can stay
+// open beside this one; checking again shows the new result in it.
+void MainWindow::CheckRdfFile() {
+  const QString path = txtDfile_->text().trimmed();
+  if (path.isEmpty()) {
+    dialogs_.message(this, "No RDF is named in the RDF box: choose the RDF to check first.",
+                     "Check RDF", MessageIcon::Information);
+    return;
+  }
+  const RdfCheckResult result = CheckRdf(S(path));
+  QStringList lines;
+  for (const RdfDiagnostic& d : result.diagnostics) lines << Q(FormatDiagnostic(d));
+  lines << Q(CheckSummary(result));
+  if (!frmCheckRdf_) {
+    frmCheckRdf_ = new QDialog(this);
+    frmCheckRdf_->setObjectName("frmCheckRdf");
+    frmCheckRdf_->setAttribute(Qt::WA_DeleteOnClose);
+    auto* layout = new QVBoxLayout(frmCheckRdf_);
+    auto* text = new QPlainTextEdit(frmCheckRdf_);
+    text->setObjectName("txtCheckRdf");
+    text->setReadOnly(true);
+    text->setLineWrapMode(QPlainTextEdit::NoWrap);
+    text->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
+    auto* buttons = new QDialogButtonBox(QDialogButtonBox::Close, frmCheckRdf_);
+    connect(buttons, &QDialogButtonBox::rejected, frmCheckRdf_, &QDialog::reject);
+    layout->addWidget(text);
+    layout->addWidget(buttons);
+    frmCheckRdf_->resize(900, 400);
+  }
+  frmCheckRdf_->setWindowTitle("Check RDF - " + QFileInfo(path).fileName());
+  frmCheckRdf_->findChild<QPlainTextEdit*>("txtCheckRdf")->setPlainText(lines.join('\n'));
+  frmCheckRdf_->show();
+  frmCheckRdf_->raise();
+  frmCheckRdf_->activateWindow();
+}
+
+void MainWindow::dragEnterEvent(QDragEnterEvent* event) {
+  const QList<QUrl> urls = event->mimeData()->urls();
+  if (!running_ &&
+      std::any_of(urls.begin(), urls.end(), [](const QUrl& u) { return u.isLocalFile(); })) {
+    event->acceptProposedAction();
+  }
+}
+
+// Files dropped on the window are taken as if chosen: the reports first, so that an RDF
+// dropped with its report is the one loaded rather than the one auto-find picks.
+void MainWindow::dropEvent(QDropEvent* event) {
+  if (running_) return;
+  QStringList reports, rdfs;
+  for (const QUrl& url : event->mimeData()->urls()) {
+    if (url.isLocalFile()) (IsRdf(url.toLocalFile()) ? rdfs : reports) << url.toLocalFile();
+  }
+  if (reports.isEmpty() && rdfs.isEmpty()) return;
+  event->acceptProposedAction();
+  for (const QString& path : reports + rdfs) OpenChosen(path);
+}
+
+void MainWindow::OpenChosen(const QString& path) {
+  if (IsRdf(path)) {
+    ChooseRdf(path);
+  } else {
+    ChooseReport(path);
+  }
+}
+
+// The recent files live in the program folder's log/qbrecent.txt, a path a line, the latest
+// first. Not in qbcfg.ini: that file holds the settings the user saves, and only when they
+// save, while this list changes with every file chosen. log/ is where the program writes as
+// it runs (the program folder itself may be read-only), and the list stays with its program
+// folder, as the settings do, so each --home keeps its own.
+void MainWindow::LoadRecent() {
+  recent_.clear();
+  try {
+    const QString text = Q(ReadWholeFile(app_->ProgramFolder() / "log" / "qbrecent.txt", "Recent"));
+    for (const QString& line : text.split(QRegularExpression("[\r\n]+"), Qt::SkipEmptyParts)) {
+      if (!recent_.contains(line) && recent_.size() < kRecentCount) recent_ << line;
+    }
+  } catch (const QbError&) {
+    // no list yet
+  }
+  ShowRecent();
+}
+
+void MainWindow::Remember(const QString& path) {
+  recent_.removeAll(path);
+  recent_.prepend(path);
+  while (recent_.size() > kRecentCount) recent_.removeLast();
+  SaveRecent();
+}
+
+void MainWindow::Forget(const QString& path) {
+  recent_.removeAll(path);
+  SaveRecent();
+}
+
+void MainWindow::SaveRecent() {
+  ShowRecent();
+  try {
+    WriteFileAtomically(app_->ProgramFolder() / "log" / "qbrecent.txt",
+                        S(recent_.join("\r\n") + "\r\n"), "Recent");
+  } catch (const QbError& e) {
+    // The list is a convenience: the choice itself stands.
+    app_->Log().WriteLog("Recent", "Not saved: " + e.describe());
+  }
+}
+
+void MainWindow::ShowRecent() {
+  // An entry may be the one being triggered now: it goes once its signal has been handled.
+  for (QAction* a : mnuRecent_->actions()) {
+    mnuRecent_->removeAction(a);
+    a->setParent(nullptr);
+    a->deleteLater();
+  }
+  for (int i = 0; i < recent_.size(); ++i) {
+    const QString path = recent_[i];
+    QAction* a =
+        mnuRecent_->addAction(QString("&%1 %2").arg(i + 1).arg(QString(path).replace('&', "&&")));
+    a->setObjectName(QString("mnuRecent%1").arg(i + 1));
+    connect(a, &QAction::triggered, this, [this, path] {
+      if (!QFileInfo(path).isFile()) Forget(path);
+      OpenChosen(path);  // one that is gone is named in a message
+    });
+  }
+  if (recent_.isEmpty()) mnuRecent_->addAction("No recent files")->setEnabled(false);
 }
 
 void MainWindow::AboutQuillbrook() {

@@ -3,9 +3,12 @@
 // checks, the file settings, the output-fields grid, the menus, and runs with progress,
 // Cancel and the statistics. A run is a ConversionJob on a worker thread with its own copy
 // of the RDF and settings; the window stays responsive and the engine's messages come back
-// to this thread.
+// to this thread. A report or an RDF dropped on the window is taken as if chosen, and the
+// File menu keeps the files chosen last.
 
 #include <QMainWindow>
+#include <QPointer>
+#include <QStringList>
 #include <atomic>
 #include <chrono>
 #include <filesystem>
@@ -18,8 +21,10 @@
 #include "ui/dialogs.h"
 
 class QAction;
+class QActionGroup;
 class QCheckBox;
 class QComboBox;
+class QDialog;
 class QGroupBox;
 class QLabel;
 class QLineEdit;
@@ -42,9 +47,14 @@ class MainWindow final : public QMainWindow {
   // end (the 513 box was shown).
   bool Startup();
 
-  // What the pickers and the boxes do with a chosen file.
-  void ChooseReport(const QString& path);
-  void ChooseRdf(const QString& path);
+  // What the pickers, the boxes, a drop and the recent files do with a chosen file. A report
+  // or RDF that is not there is refused with a message naming it; false then.
+  bool ChooseReport(const QString& path);
+  bool ChooseRdf(const QString& path);
+  // The output name and the output type always agree: a name ending in .txt, .csv or .xls
+  // (in any case) sets the type; any other name is given the current type's extension
+  // ("jan" and "jan.dat" become "jan.csv" and "jan.dat.csv"), so a name is never written
+  // as another type than it says.
   void ChooseOutput(const QString& path);
   // The Run button. The run finishes on its own; runFinished() follows.
   void Run();
@@ -61,6 +71,8 @@ class MainWindow final : public QMainWindow {
   void closeEvent(QCloseEvent* event) override;
   bool eventFilter(QObject* watched, QEvent* event) override;
   void changeEvent(QEvent* event) override;
+  void dragEnterEvent(QDragEnterEvent* event) override;
+  void dropEvent(QDropEvent* event) override;
 
  private:
   class WindowUI;
@@ -70,17 +82,29 @@ class MainWindow final : public QMainWindow {
   void ShowSettings();
   void UpdateRunButton();
   void LoadRdf(const QString& path);
+  bool FileThere(const QString& path, const QString& label);
+  void AutoFindRdf(const QString& report);
   void LeaveBox(QLineEdit* box);
   void SetOutputType(const QString& extension);
+  void ShowOutputType();
+  void OpenChosen(const QString& path);
+  void LoadRecent();
+  void Remember(const QString& path);
+  void Forget(const QString& path);
+  void SaveRecent();
+  void ShowRecent();
   void StartOfRun();
   void RunEnd(bool ok);
+  void ShowFailure();
+  QString LaunchProblem() const;
   void SetMenusEnabled(bool enabled);
   void SetProgress(int percent);
   void NewForm();
   void SaveRdfAs();
   void AboutRdf();
   void AboutQuillbrook();
-  void OpenManual();
+  void OpenDocument(const std::filesystem::path& file, const QString& what);
+  void CheckRdfFile();
 
   Dialogs& dialogs_;
   std::unique_ptr<WindowUI> ui_;
@@ -93,7 +117,9 @@ class MainWindow final : public QMainWindow {
   bool exitRequested_ = false;  // Exit during a run: close when it has ended
   bool pdfReport_ = false;
   std::chrono::steady_clock::time_point runStart_;
-  QString remembered_;  // a box's text when it got the focus
+  QString remembered_;    // a box's text when it got the focus
+  QStringList recent_;    // the reports and RDFs chosen last, the latest first
+  QStringList runShown_;  // the texts of the boxes shown during the current run
 
   QGroupBox *fraFiles_, *fraFileSettings_, *fraStatistics_;
   QLineEdit *txtRfile_, *txtDfile_, *txtOfile_;
@@ -101,8 +127,13 @@ class MainWindow final : public QMainWindow {
   QComboBox *cboDelimiter_, *cboTextQualifier_, *cboRecordType_;
   QCheckBox *chkTextQualifier_, *chkLaunchExcel_;
   QTableView* dgdFields_;
-  QLabel *lblStatus_, *lblPercent_, *lblRunTime_, *lblLinesWritten_, *lblLinesProcessed_, *imgLogo_;
+  QLabel *lblStatus_, *lblPercent_, *lblRunTime_, *lblLinesWritten_, *lblLinesProcessed_,
+      *lblFindings_, *imgLogo_;
   QProgressBar* prgRun_;
+  QMenu* mnuRecent_;
+  QActionGroup* outputTypes_;
+  QAction* cancelKey_;
+  QPointer<QDialog> frmCheckRdf_;
   QList<QAction*> runLocked_;  // menu entries disabled while a run is active
 };
 
