@@ -46,14 +46,14 @@ asan: bootstrap
 	ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
 	  ctest --test-dir $(ASAN_BUILD) --output-on-failure -j$(JOBS)
 
-# The conversion, workbook, job and window tests, whose runs start threads, under
+# The conversion, workbook, job, report view and window tests, whose runs start threads, under
 # ThreadSanitizer (the window offscreen).
 tsan: bootstrap
 	cmake -S . -B $(TSAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DQB_TSAN=ON -DQB_BUILD_BENCH=OFF
 	cmake --build $(TSAN_BUILD) -j$(JOBS) --target qb_unit_tests qb_ui_tests qbconvert
 	TSAN_OPTIONS="halt_on_error=1 history_size=4 second_deadlock_stack=1 suppressions=$(CURDIR)/tests/tsan.supp" \
 	  QT_QPA_PLATFORM=offscreen ctest --test-dir $(TSAN_BUILD) --output-on-failure -j$(JOBS) \
-	  -R '^(ConvertTest|SpreadsheetTest|ConversionJobTest|TraceTest|WindowTest)\.'
+	  -R '^(ConvertTest|SpreadsheetTest|ConversionJobTest|TraceTest|ReportTracerTest|WindowTest|ReportPaneTest)\.'
 
 bench: bootstrap
 	cmake -S . -B $(BENCH_BUILD) -DCMAKE_BUILD_TYPE=Release -DQB_BUILD_UI=OFF -DQB_BUILD_TESTS=OFF

@@ -5,9 +5,12 @@
 
 #include <QApplication>
 #include <QCheckBox>
+#include <QClipboard>
 #include <QElapsedTimer>
 #include <QScrollBar>
 #include <QSignalSpy>
+#include <QStatusBar>
+#include <QTableView>
 #include <QTableWidget>
 #include <QTest>
 #include <QTimer>
@@ -19,6 +22,7 @@
 #include "run/conversion_job.h"
 #include "run/trace_writer.h"
 #include "tests/test_support.h"
+#include "ui/main_window.h"
 #include "ui/report_pane.h"
 #include "ui/report_view.h"
 
@@ -256,6 +260,69 @@ TEST_F(ReportPaneTest, AColumnSpanDraggedWithTheMouseGivesStartAndLength) {
     EXPECT_EQ(view.LineAt(row), unmatched[static_cast<size_t>(row)]);
     EXPECT_FALSE(view.LineTint(view.LineAt(row)).isValid());
   }
+}
+
+// Answers every question yes and picks no file; remembers the messages.
+class QuietDialogs final : public Dialogs {
+ public:
+  void message(QWidget*, const QString& text, const QString&, MessageIcon) override {
+    shown << text;
+  }
+  bool question(QWidget*, const QString&, const QString&, MessageIcon) override { return true; }
+  QString openFile(QWidget*, const QString&, const QString&, int, const QString&) override {
+    return {};
+  }
+  QString saveFile(QWidget*, const QString&, const QString&, int, const QString&) override {
+    return {};
+  }
+  QStringList shown;
+};
+
+TEST_F(ReportPaneTest, ThePaneFollowsTheWindowsReportRdfAndGrid) {
+  QuietDialogs dialogs;
+  MainWindow window(home_.path(), dialogs);
+  ASSERT_TRUE(window.Startup());
+  window.show();
+  auto* pane = window.findChild<ReportPane*>();
+  ASSERT_NE(pane, nullptr);
+  const QString report = QString::fromStdString((kSampleDir / "ARINV01.txt").string());
+  const QString rdf = QString::fromStdString((kSampleDir / "ARINV01.rdf").string());
+  // A report alone shows plain, with no preview.
+  ASSERT_TRUE(window.ChooseReport(report));
+  ASSERT_TRUE(Until([&] { return pane->tracer() && pane->tracer()->Status().indexed; }));
+  EXPECT_TRUE(pane->tracer()->Markers().empty());
+  ASSERT_TRUE(window.ChooseRdf(rdf));
+  ASSERT_TRUE(
+      Until([&] { return pane->PreviewCurrent() && pane->previewTable()->rowCount() > 0; }));
+  EXPECT_FALSE(pane->tracer()->Markers().empty());
+  const int columns = pane->previewTable()->columnCount();
+
+  // Deselect every field but the first: the preview follows the grid.
+  auto* grid = window.findChild<QTableView*>("dgdFields");
+  grid->selectionModel()->select(grid->model()->index(0, 0),
+                                 QItemSelectionModel::Select | QItemSelectionModel::Rows);
+  for (int r = 1; r < grid->model()->rowCount(); ++r) {
+    grid->model()->setData(grid->model()->index(r, 0), "n", Qt::EditRole);
+  }
+  ASSERT_TRUE(Until([&] { return pane->PreviewCurrent(); }));
+  EXPECT_EQ(pane->previewTable()->columnCount(), 1);
+  EXPECT_GT(columns, 1);
+
+  // A column span picked in the view is in the status bar and on the clipboard.
+  pane->view()->SelectColumns(19, 12);
+  EXPECT_EQ(window.statusBar()->currentMessage(),
+            "Columns 12 to 19: start 12, length 8 (copied \"12,8\")");
+  EXPECT_EQ(QGuiApplication::clipboard()->text(), "12,8");
+
+  // F9 hides the pane and shows it again.
+  QTest::keyClick(&window, Qt::Key_F9);
+  EXPECT_FALSE(pane->isVisible());
+  QTest::keyClick(&window, Qt::Key_F9);
+  EXPECT_TRUE(pane->isVisible());
+  // Only auto-find spoke (the RDF folder is not the samples folder).
+  ASSERT_EQ(dialogs.shown.size(), 1);
+  EXPECT_TRUE(dialogs.shown[0].startsWith("Auto-find looked for"))
+      << dialogs.shown[0].toStdString();
 }
 
 // A report of QB_BIG_REPORT_MB megabytes (a gigabyte unless told): opened, then scrolled to

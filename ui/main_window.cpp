@@ -4,6 +4,7 @@
 #include <QActionGroup>
 #include <QApplication>
 #include <QCheckBox>
+#include <QClipboard>
 #include <QCloseEvent>
 #include <QComboBox>
 #include <QDesktopServices>
@@ -29,6 +30,7 @@
 #include <QProgressBar>
 #include <QPushButton>
 #include <QRegularExpression>
+#include <QSplitter>
 #include <QStandardPaths>
 #include <QStatusBar>
 #include <QTableView>
@@ -42,6 +44,7 @@
 #include "output/output_options.h"
 #include "run/launch.h"
 #include "ui/fields_model.h"
+#include "ui/report_pane.h"
 #include "ui/settings_dialogs.h"
 
 namespace qb::ui {
@@ -155,10 +158,11 @@ MainWindow::MainWindow(const std::filesystem::path& programFolder, Dialogs& dial
   BuildMenus();
   ConnectSignals();
   LoadRecent();
-  resize(1000, 680);
+  resize(1280, 760);
 }
 
 MainWindow::~MainWindow() {
+  delete pane_;  // its threads end before the RDF and settings it copies from go
   if (worker_.joinable()) {
     if (job_) job_->Abandon();
     worker_.join();
@@ -321,7 +325,16 @@ void MainWindow::BuildControls() {
 
   layout->addWidget(fraFiles_);
   layout->addWidget(fraFileSettings_);
-  layout->addWidget(fields, 1);
+  // Beside the grid, the report as the run reads it and the rows it would write.
+  splFields_ = new QSplitter(Qt::Horizontal, central);
+  splFields_->setObjectName("splFields");
+  pane_ = new ReportPane(*app_, *engine_, splFields_);
+  splFields_->addWidget(fields);
+  splFields_->addWidget(pane_);
+  splFields_->setStretchFactor(0, 0);
+  splFields_->setStretchFactor(1, 1);
+  splFields_->setSizes({380, 880});
+  layout->addWidget(splFields_, 1);
   layout->addWidget(fraStatistics_);
   layout->addLayout(bottom);
   setCentralWidget(central);
@@ -387,10 +400,23 @@ void MainWindow::BuildMenus() {
     btnReport_->click();
   })->setShortcut(QKeySequence::Open);
 
+  QMenu* view = menuBar()->addMenu("&View");
+  view->setObjectName("mnuView");
+  mnuReportPane_ = action(view, "mnuReportPane", "Report &Pane", false,
+                          [this](bool on) { pane_->setVisible(on); });
+  mnuReportPane_->setCheckable(true);
+  mnuReportPane_->setChecked(true);
+  mnuReportPane_->setShortcut(Qt::Key_F9);
+
   QMenu* rdf = menuBar()->addMenu("&RDF");
   rdf->setObjectName("mnuRDF");
   action(rdf, "mnuAboutRDF", "&About RDF", true, [this] { AboutRdf(); });
   action(rdf, "mnuCheckRDF", "&Check RDF ...", false, [this] { CheckRdfFile(); });
+  // After an edit of the RDF in another program: the grid, the report view and the preview
+  // follow it.
+  action(rdf, "mnuReloadRDF", "Re&load RDF", true, [this] {
+    if (FileThere(txtDfile_->text(), "RDF File: ")) LoadRdf(txtDfile_->text());
+  })->setShortcut(Qt::Key_F6);
 
   QMenu* settings = menuBar()->addMenu("&Settings");
   settings->setObjectName("mnuSettings");
@@ -470,6 +496,23 @@ void MainWindow::ConnectSignals() {
           [this](bool on) { app_->Settings.Item(Key::tqswt).Value = on ? "1" : "0"; });
   connect(chkLaunchExcel_, &QCheckBox::toggled, this,
           [this](bool on) { app_->Settings.Item(Key::exswt).Value = on ? "1" : "0"; });
+  // The preview follows the grid and the file settings.
+  for (QComboBox* box : {cboDelimiter_, cboTextQualifier_, cboRecordType_})
+    connect(box, &QComboBox::currentTextChanged, pane_, &ReportPane::SourceChanged);
+  connect(chkTextQualifier_, &QCheckBox::toggled, pane_, &ReportPane::SourceChanged);
+  connect(model_.get(), &QAbstractItemModel::dataChanged, pane_, &ReportPane::SourceChanged);
+  connect(model_.get(), &QAbstractItemModel::modelReset, pane_, &ReportPane::SourceChanged);
+  connect(model_.get(), &QAbstractItemModel::layoutChanged, pane_, &ReportPane::SourceChanged);
+  // A span of columns picked in the report view: the numbers an RDF row needs, copied.
+  connect(pane_, &ReportPane::columnsSelected, this, [this](int start, int length) {
+    const QString numbers = QString("%1,%2").arg(start).arg(length);
+    QGuiApplication::clipboard()->setText(numbers);
+    statusBar()->showMessage(QString("Columns %1 to %2: start %1, length %3 (copied \"%4\")")
+                                 .arg(start)
+                                 .arg(start + length - 1)
+                                 .arg(length)
+                                 .arg(numbers));
+  });
   connect(btnRun_, &QPushButton::clicked, this, [this] { Run(); });
   connect(btnCancel_, &QPushButton::clicked, this, [this] {
     if (job_) job_->Cancel();
@@ -533,7 +576,7 @@ bool MainWindow::ChooseReport(const QString& path) {
   pdfReport_ = info.suffix() == "pdf";  // lower case only: REPORT.PDF is read as text
   txtRfile_->setText(info.absoluteFilePath());
   Remember(info.absoluteFilePath());
-  AutoFindRdf(info.absoluteFilePath());
+  if (!AutoFindRdf(info.absoluteFilePath())) pane_->SetSource(txtRfile_->text(), txtDfile_->text());
   UpdateRunButton();
   return true;
 }
@@ -541,19 +584,19 @@ bool MainWindow::ChooseReport(const QString& path) {
 // The report's RDF, by its identifier in the RDF folder ("rdfdir"). An RDF that auto-find
 // names but the folder lacks is said, with where it was looked for; the RDF box keeps what
 // it had, as it does when the report names none.
-void MainWindow::AutoFindRdf(const QString& report) {
+bool MainWindow::AutoFindRdf(const QString& report) {
   clsSystem system;
   try {
     system = ParseSystemEntry(app_->Settings[Key::pfset], "ChooseReport");
   } catch (const QbError&) {
-    return;  // a damaged "pfset": the RDF is chosen by hand
+    return false;  // a damaged "pfset": the RDF is chosen by hand
   }
   const std::filesystem::path folder = app_->Settings[Key::rdfdir];
   const std::optional<std::filesystem::path> rdf = FindRdf(S(report), system, folder);
   if (!rdf) {
     statusBar()->showMessage("Auto-find: the report gives no RDF name for source system \"" +
                              Q(system.System) + "\"; choose the RDF");
-    return;
+    return false;
   }
   std::error_code ec;
   if (!std::filesystem::is_regular_file(*rdf, ec)) {
@@ -565,10 +608,11 @@ void MainWindow::AutoFindRdf(const QString& report) {
                          "), and it is not there.\r\rChoose the RDF: the folder it comes from "
                          "becomes the RDF folder.",
                      "RDF Not Found", MessageIcon::Exclamation);
-    return;
+    return false;
   }
   txtDfile_->setText(Q(rdf->string()));
   LoadRdf(txtDfile_->text());
+  return true;
 }
 
 bool MainWindow::ChooseRdf(const QString& path) {
@@ -598,6 +642,7 @@ void MainWindow::LoadRdf(const QString& path) {
   engine_->LoadRDF(S(path), S(txtRfile_->text()));  // says "Error loading RDF" itself
   model_->Reload();
   ShowSettings();
+  pane_->SetSource(txtRfile_->text(), txtDfile_->text());
 }
 
 void MainWindow::ShowSettings() {
@@ -806,6 +851,7 @@ void MainWindow::NewForm() {
   engine_->DestroyRecordsets();
   engine_->CreateRecordsets();
   model_->Reload();
+  pane_->SetSource({}, {});
   fraStatistics_->hide();
   lblStatus_->clear();
   UpdateRunButton();

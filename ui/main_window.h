@@ -30,12 +30,14 @@ class QLabel;
 class QLineEdit;
 class QMenu;
 class QProgressBar;
+class QSplitter;
 class QPushButton;
 class QTableView;
 
 namespace qb::ui {
 
 class FieldsModel;
+class ReportPane;
 
 class MainWindow final : public QMainWindow {
   Q_OBJECT
@@ -83,7 +85,7 @@ class MainWindow final : public QMainWindow {
   void UpdateRunButton();
   void LoadRdf(const QString& path);
   bool FileThere(const QString& path, const QString& label);
-  void AutoFindRdf(const QString& report);
+  bool AutoFindRdf(const QString& report);
   void LeaveBox(QLineEdit* box);
   void SetOutputType(const QString& extension);
   void ShowOutputType();
@@ -134,6 +136,9 @@ class MainWindow final : public QMainWindow {
   QActionGroup* outputTypes_;
   QAction* cancelKey_;
   QPointer<QDialog> frmCheckRdf_;
+  ReportPane* pane_;
+  QSplitter* splFields_;
+  QAction* mnuReportPane_;
   QList<QAction*> runLocked_;  // menu entries disabled while a run is active
 };
 
