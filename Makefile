@@ -71,10 +71,13 @@ fuzz-build: bootstrap
 fuzz: fuzz-build
 	@tests/fuzz/run $(FUZZ_BUILD) 60
 
-# Pictures of the window and its dialogs, in build/screenshots/.
+# Pictures of the window and its dialogs, in build/screenshots/; those of the README and the
+# manual are copied to docs/images/.
+MANUAL_PICTURES = window-report-view window-preview first-rdf-columns check-rdf
 screenshots: build
 	rm -rf $(BUILD)/screenshots
 	QT_QPA_PLATFORM=offscreen $(BUILD)/tests/qb_screenshots $(CURDIR) $(CURDIR)/$(BUILD)/screenshots
+	for p in $(MANUAL_PICTURES); do cp $(BUILD)/screenshots/$$p.png docs/images/; done
 
 clean:
 	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(BENCH_BUILD) $(FUZZ_BUILD)

@@ -241,5 +241,46 @@ if ! ldd "$qbconvert" | grep -q libasan && [[ -x /usr/bin/time ]]; then
   rm -f "$tmp/long.txt"
 fi
 
+# The manual's first chapter ("Your first RDF"): each step of its RDF checks with no errors
+# against the aged trial balance and matches the line pieces the chapter shows, and the
+# finished RDF gives the rows and the workbook the chapter shows.
+first=$2/docs/first-rdf
+check "first RDF: the steps are there" test "$(ls "$first"/step*.rdf 2>/dev/null | wc -l)" -eq 5
+for step in step1:0 step2:7 step3:7 step4:14 step5:15 final:15; do
+  name=${step%%:*} matched=${step##*:}
+  "$qbconvert" --home "$tmp/home" --check --rdf "$first/$name.rdf" --report "$samples/ARAGE02.txt" \
+    >"$tmp/out" 2>&1; rc=$?
+  check "first RDF: $name.rdf checks with exit 0" test $rc -eq 0
+  check "first RDF: $name.rdf has no errors" grep -q "^$name.rdf: 0 errors, " "$tmp/out"
+  check "first RDF: $name.rdf matches $matched pieces" \
+    contains "$tmp/out" "samples/ARAGE02.txt: 25 line pieces read; $matched matched a marker row"
+done
+"$qbconvert" --home "$tmp/home" --report "$samples/ARAGE02.txt" --rdf "$first/final.rdf" \
+  --output "$tmp/aged.csv" >"$tmp/out" 2>"$tmp/err"; rc=$?
+check "first RDF: final.rdf converts with exit 0" test $rc -eq 0
+check "first RDF: 8 rows written" contains "$tmp/out" "8 Lines Written"
+check "first RDF: the header and 8 rows" test "$(wc -l <"$tmp/aged.csv")" -eq 9
+check "first RDF: the header" test "$(sed -n 1p "$tmp/aged.csv" | tr -d '\r')" = \
+  "Type,Customer No,Customer Name,Current,31-60 Days,61-90 Days,Over 90,Balance,Phone,Credit Limit"
+check "first RDF: a customer with its phone line" test "$(sed -n 2p "$tmp/aged.csv" | tr -d '\r')" = \
+  ",100200,ALDER CREEK HARDWARE,1250.00,300.00,0.00,0.00,1550.00,207-555-0142,5000"
+check "first RDF: a trailing minus" test "$(sed -n 4p "$tmp/aged.csv" | tr -d '\r')" = \
+  ",100233,CASCO BAY OUTFITTERS,-85.00,0.00,0.00,0.00,-85.00,207-555-0103,2500"
+check "first RDF: the totals row" test "$(sed -n 9p "$tmp/aged.csv" | tr -d '\r')" = \
+  "TOTAL,,,17897.36,4477.85,5540.20,6917.40,34832.81,,"
+"$qbconvert" --home "$tmp/home" --report "$samples/ARAGE02.txt" --rdf "$first/final.rdf" \
+  --output "$tmp/aged.xls" >"$tmp/out" 2>"$tmp/err"; rc=$?
+check "first RDF: the workbook is written" test $rc -eq 0
+check "first RDF: the workbook's sheet and cells" /usr/bin/python3 -c '
+import sys, xlrd
+sheet = xlrd.open_workbook(sys.argv[1]).sheet_by_index(0)
+assert sheet.name == "Aged Trial Balance", sheet.name
+assert (sheet.nrows, sheet.ncols) == (9, 10), (sheet.nrows, sheet.ncols)
+assert sheet.row_values(0)[:3] == ["Type", "Customer No", "Customer Name"]
+assert sheet.row_values(3) == ["", "100233", "CASCO BAY OUTFITTERS", -85.0, 0.0, 0.0, 0.0, -85.0,
+                               "207-555-0103", 2500.0], sheet.row_values(3)
+assert sheet.row_values(8)[:8] == ["TOTAL", "", "", 17897.36, 4477.85, 5540.2, 6917.4, 34832.81]
+' "$tmp/aged.xls"
+
 echo "$passed passed, $failed failed"
 test $failed -eq 0

@@ -168,8 +168,10 @@ void ReportPane::TracerChanged() {
                   .arg(colour.name(), Q(m.action).toHtmlEscaped(), Count(m.pieces))
                   .arg(m.rdfLine);
   }
-  if (markers.empty()) legend = "No marker rows yet: every line shows plain. ";
-  legend += "no marker: " + Count(static_cast<int64_t>(tracer_->UnmatchedCount()));
+  if (markers.empty())
+    legend = "No marker rows yet: every line shows plain.";
+  else
+    legend += "no marker: " + Count(static_cast<int64_t>(tracer_->UnmatchedCount()));
   if (legend != legendText_) {
     legendText_ = legend;
     legend_->setText(legend);

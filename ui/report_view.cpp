@@ -7,6 +7,7 @@
 #include <QScrollBar>
 #include <QToolTip>
 #include <algorithm>
+#include <array>
 #include <cmath>
 
 namespace qb::ui {
@@ -35,10 +36,14 @@ QString Shown(const std::string& line) {
 
 ReportView::ReportView(QWidget* parent) : QAbstractScrollArea(parent) {
   setObjectName("rptView");
+  // Every character a whole number of pixels wide, so that the ruler, the outlines and the
+  // mouse's columns stay on the text however far the line goes.
   QFont fixed = QFontDatabase::systemFont(QFontDatabase::FixedFont);
+  const qreal advance = QFontMetricsF(fixed).horizontalAdvance(QLatin1Char('M'));
+  charWidth_ = std::max(1, static_cast<int>(std::ceil(advance)));
+  fixed.setLetterSpacing(QFont::AbsoluteSpacing, charWidth_ - advance);
   setFont(fixed);
   const QFontMetrics metrics(fixed);
-  charWidth_ = std::max(1, metrics.horizontalAdvance(QLatin1Char('M')));
   lineHeight_ = metrics.height() + 2;
   rulerHeight_ = 2 * metrics.height() - 2;
   viewport()->setMouseTracking(false);
@@ -52,6 +57,7 @@ ReportView::~ReportView() = default;
 
 void ReportView::SetTracer(ReportTracer* tracer) {
   tracer_ = tracer;
+  selectFrom_ = selectTo_ = 0;
   text_.clear();
   textFirst_ = 0;
   blocks_.clear();
@@ -83,9 +89,20 @@ void ReportView::Refresh() {
 }
 
 QColor ReportView::MarkerColour(int index) {
-  // Hues a golden angle apart: neighbours in the RDF never look alike.
-  const int hue = static_cast<int>(std::fmod(index * 137.508, 360.0));
-  return QColor::fromHsv(hue, 70, 250);
+  // Light tints that tell apart at a glance, none of them the red of a dropped line or the
+  // grey of a skipped one; an RDF with more marker rows than tints reuses them in turn.
+  static constexpr std::array<std::array<int, 3>, 10> kTints{{{190, 215, 255},
+                                                              {190, 240, 190},
+                                                              {255, 235, 160},
+                                                              {220, 200, 255},
+                                                              {180, 235, 235},
+                                                              {255, 215, 170},
+                                                              {225, 245, 170},
+                                                              {240, 200, 240},
+                                                              {200, 225, 210},
+                                                              {235, 225, 205}}};
+  const auto& t = kTints[static_cast<size_t>(index) % kTints.size()];
+  return QColor(t[0], t[1], t[2]);
 }
 
 int64_t ReportView::RowCount() const {
