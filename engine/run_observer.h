@@ -4,6 +4,8 @@
 // per piece and per record written; the pickup loop is compiled twice, so that the plain
 // run's loop tests nothing.
 //
+// Each event does nothing unless overridden: an observer hears only what it asks for.
+//
 // For each piece, in this order: Piece (from the run driver), then Marker (the row that
 // matched, or none); for a matched row WaitSlot when it completed a record (the Header, Row
 // or Rejected of that record follow), each Pickup or PickupError, then State. A piece the
@@ -44,31 +46,31 @@ class RunObserver {
 
   // A piece of report line `line` (counted from 1). `piece` is 0 for a line without a form
   // feed, else 1, 2, ... for the parts the form feeds cut it into.
-  virtual void Piece(int64_t line, int piece, std::string_view text) = 0;
+  virtual void Piece(int64_t /*line*/, int /*piece*/, std::string_view /*text*/) {}
   // The row that matched the piece, or null when none did.
-  virtual void Marker(const MarkerRow* row) = 0;
+  virtual void Marker(const MarkerRow* /*row*/) {}
   // The matched row's wait slot had been seen: the record gathered so far is written now.
-  virtual void WaitSlot(int32_t slot) = 0;
-  virtual void Header(std::span<const std::string_view> labels) = 0;
+  virtual void WaitSlot(int32_t /*slot*/) {}
+  virtual void Header(std::span<const std::string_view> /*labels*/) {}
   // A record written, `number` counted from 1, its values in column order.
-  virtual void Row(int32_t number, std::span<const ValueBuffer* const> values) = 0;
+  virtual void Row(int32_t /*number*/, std::span<const ValueBuffer* const> /*values*/) {}
   // A record that record selection did not write, and why.
-  virtual void Rejected(std::string_view reason) = 0;
+  virtual void Rejected(std::string_view /*reason*/) {}
   // A pickup row applied: the text in its segment (trimmed), the field's value afterwards
   // and its held value afterwards.
-  virtual void Pickup(const PickupRow& row, std::string_view raw, std::string_view value,
-                      std::string_view held) = 0;
+  virtual void Pickup(const PickupRow& /*row*/, std::string_view /*raw*/,
+                      std::string_view /*value*/, std::string_view /*held*/) {}
   // A pickup row failed; the piece's later pickup rows were skipped.
-  virtual void PickupError(const PickupRow& row, const QbError& error) = 0;
+  virtual void PickupError(const PickupRow& /*row*/, const QbError& /*error*/) {}
   // The run state after the piece: what the next pickup rows are chosen by.
-  virtual void State(int group, int subGroup, int sequence) = 0;
+  virtual void State(int /*group*/, int /*subGroup*/, int /*sequence*/) {}
   // The piece was dropped because of `error`, raised by the row of RDF line `rdfLine` (0
   // when no row is to blame).
-  virtual void LineError(const QbError& error, int64_t rdfLine) = 0;
+  virtual void LineError(const QbError& /*error*/, int64_t /*rdfLine*/) {}
   // The report is read (or a stop row ended the run): the last record is written next.
-  virtual void EndOfReport() = 0;
+  virtual void EndOfReport() {}
   // The last record is written.
-  virtual void End() = 0;
+  virtual void End() {}
 };
 
 }  // namespace qb

@@ -37,16 +37,6 @@ class ReportTracer::TallyObserver final : public RunObserver {
     ++counts[row->index];
     matched_ = true;
   }
-  void WaitSlot(int32_t) override {}
-  void Header(std::span<const std::string_view>) override {}
-  void Row(int32_t, std::span<const ValueBuffer* const>) override {}
-  void Rejected(std::string_view) override {}
-  void Pickup(const PickupRow&, std::string_view, std::string_view, std::string_view) override {}
-  void PickupError(const PickupRow&, const QbError&) override {}
-  void State(int, int, int) override {}
-  void LineError(const QbError&, int64_t) override {}
-  void EndOfReport() override {}
-  void End() override {}
 
   // The current line is read to its end: noted when nothing matched it.
   void Close() {
@@ -117,8 +107,6 @@ class ReportTracer::DetailObserver final : public RunObserver {
     writer_.LineError(error, rdfLine);
     if (current_) current_->did = PieceTrace::Did::Dropped;
   }
-  void EndOfReport() override {}
-  void End() override {}
 
   // The last piece's words, now.
   void Finish() { writer_.Flush(); }

@@ -26,16 +26,6 @@ class PreviewObserver final : public RunObserver {
     out_.rows.emplace_back(values_.begin(), values_.end());
     if (out_.rows.size() == max_) job_.Cancel();
   }
-  void Piece(int64_t, int, std::string_view) override {}
-  void Marker(const MarkerRow*) override {}
-  void WaitSlot(int32_t) override {}
-  void Rejected(std::string_view) override {}
-  void Pickup(const PickupRow&, std::string_view, std::string_view, std::string_view) override {}
-  void PickupError(const PickupRow&, const QbError&) override {}
-  void State(int, int, int) override {}
-  void LineError(const QbError&, int64_t) override {}
-  void EndOfReport() override {}
-  void End() override {}
 
  private:
   ConversionJob& job_;

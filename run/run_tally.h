@@ -19,16 +19,7 @@ class RunTally final : public RunObserver {
 
   void Piece(int64_t line, int piece, std::string_view text) override;
   void Marker(const MarkerRow* row) override;
-  void WaitSlot(int32_t) override {}
-  void Header(std::span<const std::string_view>) override {}
   void Row(int32_t number, std::span<const ValueBuffer* const> values) override;
-  void Rejected(std::string_view) override {}
-  void Pickup(const PickupRow&, std::string_view, std::string_view, std::string_view) override {}
-  void PickupError(const PickupRow&, const QbError&) override {}
-  void State(int, int, int) override {}
-  void LineError(const QbError&, int64_t) override {}
-  void EndOfReport() override {}
-  void End() override {}
 
   // The figures in lines for the user; warnings in the form "RDF:LINE: warning: ...".
   // `columns` are the run's output columns (Converter::ColumnFields).

@@ -123,24 +123,9 @@ class ReportTracerTest : public test::EngineTest {
   std::condition_variable changed_;
 };
 
-std::vector<std::string> Lines(const std::string& text) {
-  std::vector<std::string> lines;
-  std::istringstream in(text);
-  for (std::string line; std::getline(in, line);) {
-    if (!line.empty() && line.back() == '\r') line.pop_back();
-    lines.push_back(line);
-  }
-  return lines;
-}
-
 TEST_F(ReportTracerTest, EveryBlockAgreesWithTheWholeRunInAnyOrderOnEverySample) {
-  std::ifstream list(Sample("samples.txt"));
   int samples = 0;
-  for (std::string entry; std::getline(list, entry);) {
-    if (entry.empty() || entry[0] == '#') continue;
-    std::istringstream fields(entry);
-    std::string name, rdfName;
-    fields >> name >> rdfName;
+  for (const auto& [name, rdfName] : test::ListedSamples(Sample("samples.txt"))) {
     SCOPED_TRACE(name + " with " + rdfName);
     std::filesystem::path report = Sample(name);
     const std::filesystem::path rdf = Sample(rdfName);
@@ -149,7 +134,7 @@ TEST_F(ReportTracerTest, EveryBlockAgreesWithTheWholeRunInAnyOrderOnEverySample)
     if (report.extension() == ".txt") {
       const std::string once = ReadFile(report);
       std::string many;
-      while (static_cast<int64_t>(Lines(many).size()) < 3 * ReportTracer::kBlock + 100)
+      while (std::count(many.begin(), many.end(), '\n') < 3 * ReportTracer::kBlock + 100)
         many += once;
       report = home_ / ("big-" + name);
       WriteFile(report, many);
@@ -163,7 +148,7 @@ TEST_F(ReportTracerTest, EveryBlockAgreesWithTheWholeRunInAnyOrderOnEverySample)
     // The text of a PDF or delimited report is made by the tracer: its lines are the ones
     // the whole run traced.
     std::vector<std::string> text =
-        report.extension() == ".txt" ? Lines(ReadFile(report)) : tracer.Text(1, status.lines);
+        report.extension() == ".txt" ? test::ReadLines(report) : tracer.Text(1, status.lines);
     ASSERT_EQ(static_cast<int64_t>(text.size()), status.lines);
     const int64_t blocks = (status.lines + ReportTracer::kBlock - 1) / ReportTracer::kBlock;
     for (int64_t b = blocks - 1; b >= 0; --b) {
@@ -255,13 +240,8 @@ TEST_F(ReportTracerTest, ABadReportIsAnErrorInWordsNotACrash) {
 }
 
 TEST_F(ReportTracerTest, ThePreviewHoldsTheFirstRowsARunWritesOnEverySample) {
-  std::ifstream list(Sample("samples.txt"));
   int samples = 0;
-  for (std::string entry; std::getline(list, entry);) {
-    if (entry.empty() || entry[0] == '#') continue;
-    std::istringstream fields(entry);
-    std::string name, rdfName;
-    fields >> name >> rdfName;
+  for (const auto& [name, rdfName] : test::ListedSamples(Sample("samples.txt"))) {
     SCOPED_TRACE(name + " with " + rdfName);
     Load(Sample(name), Sample(rdfName));
     // The RDF's own settings aside: plain text rows, easy to compare.
@@ -276,7 +256,7 @@ TEST_F(ReportTracerTest, ThePreviewHoldsTheFirstRowsARunWritesOnEverySample) {
     ui_.answers = {true};
     ASSERT_EQ(run.Check(), RunDriver::Check::Ready);
     ASSERT_TRUE(run.Run());
-    const std::vector<std::string> written = Lines(ReadFile(home_ / "run.txt"));
+    const std::vector<std::string> written = test::ReadLines(home_ / "run.txt");
 
     request.output.clear();
     request.noOutput = true;

@@ -34,33 +34,6 @@ using test::WriteFile;
 
 const std::filesystem::path kSampleDir = QB_SAMPLES_DIR;
 
-struct SampleEntry {
-  std::string report, rdf;
-};
-
-std::vector<SampleEntry> Samples() {
-  std::vector<SampleEntry> found;
-  std::ifstream list(kSampleDir / "samples.txt");
-  for (std::string line; std::getline(list, line);) {
-    if (line.empty() || line[0] == '#') continue;
-    std::istringstream fields(line);
-    SampleEntry e;
-    fields >> e.report >> e.rdf;
-    found.push_back(e);
-  }
-  return found;
-}
-
-std::vector<std::string> Lines(const std::string& text) {
-  std::vector<std::string> lines;
-  std::istringstream in(text);
-  for (std::string line; std::getline(in, line);) {
-    if (!line.empty() && line.back() == '\r') line.pop_back();
-    lines.push_back(line);
-  }
-  return lines;
-}
-
 class ReportPaneTest : public ::testing::Test {
  protected:
   ReportPaneTest() : app_(home_.path(), ui_), engine_(app_) {
@@ -121,7 +94,7 @@ class ReportPaneTest : public ::testing::Test {
 // X.rdf:N") gives the colour, "skip" grey, a dropped line red, and each pickup's "at S,L"
 // an outline.
 TEST_F(ReportPaneTest, TintsAndOutlinesAgreeWithTheTraceOnEverySample) {
-  for (const SampleEntry& sample : Samples()) {
+  for (const test::ListedSample& sample : test::ListedSamples(kSampleDir / "samples.txt")) {
     SCOPED_TRACE(sample.report + " with " + sample.rdf);
     const std::filesystem::path report = kSampleDir / sample.report, rdf = kSampleDir / sample.rdf;
     Load(report, rdf);
@@ -178,7 +151,7 @@ TEST_F(ReportPaneTest, TintsAndOutlinesAgreeWithTheTraceOnEverySample) {
 }
 
 TEST_F(ReportPaneTest, ThePreviewShowsTheRowsARunWritesAndFollowsTheGrid) {
-  for (const SampleEntry& sample : Samples()) {
+  for (const test::ListedSample& sample : test::ListedSamples(kSampleDir / "samples.txt")) {
     SCOPED_TRACE(sample.report + " with " + sample.rdf);
     const std::filesystem::path report = kSampleDir / sample.report, rdf = kSampleDir / sample.rdf;
     Load(report, rdf);
@@ -193,7 +166,7 @@ TEST_F(ReportPaneTest, ThePreviewShowsTheRowsARunWritesAndFollowsTheGrid) {
     ui_.answers = {true};
     ASSERT_EQ(run.Check(), RunDriver::Check::Ready);
     ASSERT_TRUE(run.Run());
-    const std::vector<std::string> written = Lines(ReadFile(home_ / "run.txt"));
+    const std::vector<std::string> written = test::ReadLines(home_ / "run.txt");
 
     ReportPane pane(app_, engine_);
     pane.SetSource(QString::fromStdString(report.string()), QString::fromStdString(rdf.string()));
@@ -343,7 +316,7 @@ TEST(ReportPaneScale, AGigabyteReportScrollsToItsEndWhileTheEventLoopGoesOn) {
   Engine engine(app);
   engine.CreateRecordsets();
   // The invoice register without its report totals and its stop line, over and over.
-  std::vector<std::string> register_ = Lines(ReadFile(kSampleDir / "ARINV01.txt"));
+  std::vector<std::string> register_ = test::ReadLines(kSampleDir / "ARINV01.txt");
   register_.resize(register_.size() - 4);
   std::string once;
   for (const std::string& line : register_) once += line + "\r\n";
@@ -357,7 +330,7 @@ TEST(ReportPaneScale, AGigabyteReportScrollsToItsEndWhileTheEventLoopGoesOn) {
       out.write(chunk.data(), static_cast<std::streamsize>(chunk.size()));
   }
   ASSERT_TRUE(engine.LoadRDF(kSampleDir / "ARINV01.rdf", big));
-  const std::string lastLine = Lines(once).back();
+  const std::string lastLine = register_.back();
 
   ReportPane pane(app, engine);
   pane.resize(1000, 700);

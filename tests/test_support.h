@@ -112,4 +112,20 @@ inline std::vector<std::string> ReadLines(const std::filesystem::path& p) {
   return lines;
 }
 
+// The report and RDF of each sample that `list` (samples.txt) names, in its order.
+struct ListedSample {
+  std::string report, rdf;
+};
+inline std::vector<ListedSample> ListedSamples(const std::filesystem::path& list) {
+  std::vector<ListedSample> samples;
+  for (const std::string& line : ReadLines(list)) {
+    if (line.empty() || line[0] == '#') continue;
+    std::istringstream fields(line);
+    ListedSample s;
+    fields >> s.report >> s.rdf;
+    samples.push_back(s);
+  }
+  return samples;
+}
+
 }  // namespace qb::test

@@ -46,16 +46,10 @@
 #include "ui/fields_model.h"
 #include "ui/report_pane.h"
 #include "ui/settings_dialogs.h"
+#include "ui/text.h"
 
 namespace qb::ui {
 namespace {
-
-QString Q(std::string_view s) {
-  return QString::fromLocal8Bit(s.data(), static_cast<int>(s.size()));
-}
-std::string S(const QString& s) {
-  return s.toLocal8Bit().toStdString();
-}
 
 constexpr char kReportFilters[] =
     "All Files (*.*)|*.*|Text files (*.txt)|*.txt|PDF files (*.pdf)|*.pdf|Print files "

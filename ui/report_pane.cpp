@@ -10,16 +10,11 @@
 #include <QVBoxLayout>
 
 #include "ui/report_view.h"
+#include "ui/text.h"
 
 namespace qb::ui {
 namespace {
 
-QString Q(std::string_view s) {
-  return QString::fromLocal8Bit(s.data(), static_cast<qsizetype>(s.size()));
-}
-std::string S(const QString& s) {
-  return s.toLocal8Bit().toStdString();
-}
 QString Count(int64_t n) {
   return QLocale::system().toString(static_cast<qlonglong>(n));
 }

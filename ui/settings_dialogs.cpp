@@ -1,4 +1,5 @@
 #include "ui/settings_dialogs.h"
+#include "ui/text.h"
 
 #include <QComboBox>
 #include <QFormLayout>
@@ -14,10 +15,6 @@
 
 namespace qb::ui {
 namespace {
-
-QString Q(const std::string& s) {
-  return QString::fromLocal8Bit(s.c_str());
-}
 
 QLabel* Label(const char* name, const QString& text, QWidget* parent) {
   auto* l = new QLabel(text, parent);
