@@ -228,12 +228,22 @@ void ReportTracer::Work() {
   try {
     Prepare();
     Index();
+    try {
+      PrepareRun();
+    } catch (const QbError& e) {
+      {
+        const std::lock_guard lock(mutex_);
+        status_.untraced = e.describe();  // the text is shown all the same, plain
+      }
+      Changed();
+    }
     for (;;) {
       int64_t block = -1;
       {
         std::unique_lock lock(mutex_);
         wake_.wait(lock, [&] {
           if (stop_) return true;
+          if (!status_.untraced.empty()) return false;
           block = NextWantedBlock();
           if (block >= 0) return true;
           const int64_t target = all_ ? status_.lines : (wantLast_ / kBlock + 2) * kBlock;
@@ -256,14 +266,18 @@ void ReportTracer::Work() {
   Changed();
 }
 
-// The text the run reads, and the converters ready to read it.
-void ReportTracer::Prepare() {
+// The converters, ready to read the text.
+void ReportTracer::PrepareRun() {
   const OutputOptions options = ParseOutputOptions(app_.Settings);
   for (Converter* c : {&forward_, &detail_}) {
     c->PrepareOutput(options);
     c->SetSink(sink_.get());
   }
   forward_.SetObserver(tally_.get());
+}
+
+// The text the run reads.
+void ReportTracer::Prepare() {
   if (engine_.flags.PdfReport || engine_.flags.DffReport) {
     work_.emplace(app_.ProgramFolder() / "out");
     text_.emplace(engine_.flags.PdfReport ? ProcessPDF(engine_, stop_, report_, *work_)

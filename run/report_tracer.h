@@ -79,6 +79,7 @@ struct TracerStatus {
   bool complete = false;   // the trace reached the end, or the stop row
   int64_t stopLine = 0;    // the line a stop row matched, or 0
   std::string error;       // why the tracer gave up, in words for the user
+  std::string untraced;    // why the lines are shown but not traced (the settings)
 };
 
 class ReportTracer {
@@ -124,6 +125,7 @@ class ReportTracer {
 
   void Work();
   void Prepare();
+  void PrepareRun();
   void Index();
   void Forward();
   void Detail(int64_t block);

@@ -231,12 +231,22 @@ TEST_F(ReportTracerTest, TalliesUnmatchedLinesAndTheStopWhenTheWholeReportIsTrac
   EXPECT_TRUE(tracer.Text(9, 1).empty());
 }
 
-TEST_F(ReportTracerTest, ABadReportIsAnErrorInWordsNotACrash) {
+TEST_F(ReportTracerTest, ABadReportOrBadSettingsAreSaidInWords) {
   Load(Sample("ARINV01.txt"), Sample("ARINV01.rdf"));
   ReportTracer tracer(app_, engine_, home_ / "missing.txt", Sample("ARINV01.rdf"), Notify());
   ASSERT_TRUE(Await([&] { return !tracer.Status().error.empty(); }));
   EXPECT_NE(tracer.Status().error.find("missing.txt"), std::string::npos);
   EXPECT_TRUE(tracer.Text(1, 10).empty());
+
+  // Settings a run cannot start with: the lines are shown all the same, plain.
+  app_.Settings.Item(Key::opfmt).Value = ".doc";
+  ReportTracer plain(app_, engine_, Sample("ARINV01.txt"), Sample("ARINV01.rdf"), Notify());
+  ASSERT_TRUE(Await([&] { return !plain.Status().untraced.empty(); }));
+  EXPECT_NE(plain.Status().untraced.find(".doc"), std::string::npos);
+  EXPECT_EQ(plain.Status().error, "");
+  EXPECT_EQ(plain.Text(1, 1), std::vector<std::string>{test::ReadLines(Sample("ARINV01.txt"))[0]});
+  plain.Want(1, 10);
+  EXPECT_FALSE(plain.Status().complete);
 }
 
 TEST_F(ReportTracerTest, ThePreviewHoldsTheFirstRowsARunWritesOnEverySample) {

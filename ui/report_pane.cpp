@@ -138,6 +138,11 @@ void ReportPane::TracerChanged() {
   if (!status.error.empty()) {
     traceStatus_->setText("<span style='color:#b00000'>The report cannot be shown: " +
                           Q(status.error).toHtmlEscaped() + "</span>");
+  } else if (!status.untraced.empty()) {
+    traceStatus_->setText(
+        "<span style='color:#b00000'>Shown plain: the run cannot start with "
+        "these settings: " +
+        Q(status.untraced).toHtmlEscaped() + "</span>");
   } else if (!status.textReady) {
     traceStatus_->setText("Reading the report ...");
   } else if (!status.indexed) {
