@@ -173,8 +173,7 @@ void RunDriver::Process(const std::filesystem::path& report, const std::filesyst
 void RunDriver::Fail(std::string_view procedure, const QbError& error) {
   lastError_ = error;
   lastError_->withSource(std::string(procedure));
-  engine_.app().Log().LogError(procedure, error.number(), error.description(),
-                               engine_.app().Log().AppLogFile());
+  engine_.app().Log().LogError(*lastError_);  // with the file it concerns, when there is one
   processFailed_ = true;
 }
 
