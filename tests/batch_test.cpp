@@ -1,0 +1,1 @@
+// The batch: planning, RDF choice, workers, manifest.

@@ -1,0 +1,1 @@
+// The window's Convert Many dialog.

@@ -1,0 +1,1 @@
+#include "ui/convert_many.h"
