@@ -9,6 +9,7 @@
 
 #include "base/buffered_file.h"
 #include "base/line_reader.h"
+#include "base/recode.h"
 #include "engine/progress.h"
 #include "preprocess/pdf_layout.h"
 
@@ -23,6 +24,17 @@ int64_t Hundredths(double points) {
   return std::llround(points * 100.0);
 }
 
+// A word's text in Windows-1252, the encoding of the laid-out report: the euro sign, dashes,
+// bullets and quotes keep their places there; the minus sign, which the code page lacks,
+// becomes a hyphen-minus, so an amount keeps its sign; anything else it lacks is "?".
+std::string Windows1252(Recoder& recode, const poppler::ustring& text) {
+  std::vector<char> utf8 = text.to_utf8();
+  std::string word(utf8.begin(), utf8.end());
+  static constexpr std::string_view kMinusSign = "\xE2\x88\x92";
+  for (size_t at; (at = word.find(kMinusSign)) != std::string::npos;) word.replace(at, 3, "-");
+  return recode(word);
+}
+
 }  // namespace
 
 TempFile ConvertPdfToText(const std::filesystem::path& report, RunFolder& work) {
@@ -34,6 +46,7 @@ TempFile ConvertPdfToText(const std::filesystem::path& report, RunFolder& work) 
   if (doc->is_locked()) Unreadable(report, "the PDF is protected by a password");
 
   BufferedFile sink(text.path(), "ProcessPDF");
+  Recoder recode("WINDOWS-1252", "UTF-8", "ProcessPDF");
   auto write = [&sink](std::string_view line) { sink.WriteLine(line); };
   for (int i = 0; i < doc->pages(); ++i) {
     std::unique_ptr<poppler::page> page(doc->create_page(i));
@@ -47,7 +60,7 @@ TempFile ConvertPdfToText(const std::filesystem::path& report, RunFolder& work) 
                       Hundredths(r.top()),
                       Hundredths(r.right()),
                       Hundredths(r.bottom()),
-                      box.text().to_latin1()};
+                      Windows1252(recode, box.text())};
       write(FormatPieceLine(piece));
     }
     write(std::string(kPageEnd) + " Page " + std::to_string(i + 1));
@@ -90,6 +103,19 @@ TempFile ReformatPdfText(Engine& engine, const std::atomic<bool>& cancel,
     }
     inPage = false;
     std::vector<std::string> lines = layout.LineSet(params);
+    const PageLayout::Placement& placed = layout.LastPlacement();
+    if (placed.moved > 0) {
+      engine.app().Log().WriteLog("ReformatPdfText", "Page " + std::to_string(pages) + ": " +
+                                                         std::to_string(placed.moved) +
+                                                         " words moved right, their columns taken");
+    }
+    if (placed.lost > 0) {
+      engine.app().Log().WriteLog(
+          "ReformatPdfText", "Warning: page " + std::to_string(pages) + ": " +
+                                 std::to_string(placed.lost) +
+                                 " words fall past column 500, in part or whole, and are lost: "
+                                 "give the RDF's PDP row a finer pitch");
+    }
     for (size_t i = 0; i < lines.size(); ++i) {
       // A page after the first begins with a form feed, as the printed report's did.
       if (i == 0 && pages > 1) lines[i].insert(0, 1, '\f');

@@ -19,11 +19,29 @@ int64_t Median(std::vector<int64_t> v) {
   return v[v.size() / 2];
 }
 
-void Put(std::string& line, size_t at, std::string_view text) {
-  if (at >= kWidth) return;
+// Writes `text` at column `at` (from 0); false when some of it fell past the last column.
+bool Put(std::string& line, size_t at, std::string_view text) {
+  if (at >= kWidth) return text.empty();
+  const bool whole = text.size() <= kWidth - at;
   text = text.substr(0, kWidth - at);
   if (line.size() < at + text.size()) line.resize(at + text.size(), ' ');
   line.replace(at, text.size(), text);
+  return whole;
+}
+
+// `at` when `length` characters there cover no other text; else the first column after it
+// where they cover none and follow a blank.
+size_t FirstFree(const std::string& line, size_t at, size_t length) {
+  auto covers = [&](size_t p) {
+    for (size_t i = p; i < std::min(p + length, line.size()); ++i) {
+      if (line[i] != ' ') return true;
+    }
+    return false;
+  };
+  if (!covers(at)) return at;
+  size_t p = at + 1;
+  while (p < kWidth && (covers(p) || (p - 1 < line.size() && line[p - 1] != ' '))) ++p;
+  return p;
 }
 
 }  // namespace
@@ -141,6 +159,7 @@ std::vector<std::string> PageLayout::LineSet(const LayoutParams& given) {
                       page_.GetInt(fldYHgt), std::string(text)});
   }
   std::vector<std::string> lines;
+  placement_ = {};
   if (pieces.empty()) return lines;
 
   // Parameters of 0 come from the page itself.
@@ -190,6 +209,13 @@ std::vector<std::string> PageLayout::LineSet(const LayoutParams& given) {
     auto& row = rows[r];
     std::sort(row.begin(), row.end(), [](const Piece* a, const Piece* b) { return a->x1 < b->x1; });
     std::string line;
+    // A piece never covers another: one whose columns are taken (a narrow pitch, a band
+    // that reaches into a word) moves right, after one blank.
+    auto place = [&](size_t column, std::string_view text) {
+      const size_t at = FirstFree(line, column, text.size());
+      if (at != column) ++placement_.moved;
+      if (!Put(line, at, text)) ++placement_.lost;
+    };
     std::map<size_t, std::string> bandText;  // band index -> its pieces joined
     for (const Piece* piece : row) {
       int band = -1;
@@ -205,16 +231,15 @@ std::vector<std::string> PageLayout::LineSet(const LayoutParams& given) {
         if (!t.empty()) t += ' ';
         t += piece->text;
       } else if (!p.bandsOnly) {
-        const int64_t column =
+        const int64_t measured =
             std::llround(static_cast<double>(piece->x1 - p.margin) / static_cast<double>(p.pitch));
-        Put(line, static_cast<size_t>(std::max<int64_t>(0, column)), piece->text);
+        place(static_cast<size_t>(std::max<int64_t>(0, measured)), piece->text);
       }
     }
     for (const auto& [b, text] : bandText) {
       const LayoutParams::Band& d = p.bands[b];
-      if (d.column >= 1) Put(line, static_cast<size_t>(d.column - 1), text);
-      if (!d.tag.empty() && d.tagColumn >= 1)
-        Put(line, static_cast<size_t>(d.tagColumn - 1), d.tag);
+      if (d.column >= 1) place(static_cast<size_t>(d.column - 1), text);
+      if (!d.tag.empty() && d.tagColumn >= 1) place(static_cast<size_t>(d.tagColumn - 1), d.tag);
     }
     line.erase(line.find_last_not_of(' ') + 1);
     lines.push_back(std::move(line));

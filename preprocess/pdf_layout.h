@@ -51,10 +51,19 @@ class PageLayout {
   void NewPage();
   void Add(const TextPiece& piece);
   // Lays the collected page out as report lines (trailing blanks removed, at most 500
-  // characters), blank lines where the vertical gaps call for them.
+  // characters), blank lines where the vertical gaps call for them. A piece never covers
+  // another: one whose columns are taken moves right, after one blank.
   std::vector<std::string> LineSet(const LayoutParams& params);
 
+  // What the last LineSet had to do to the page's pieces.
+  struct Placement {
+    int64_t moved = 0;  // pieces moved right, their columns taken
+    int64_t lost = 0;   // pieces that fell past the last column, in part or whole
+  };
+  const Placement& LastPlacement() const { return placement_; }
+
  private:
+  Placement placement_;
   Recordset page_;  // fldPage, fldXStr, fldXEnd, fldYStr, fldYEnd, fldXWid, fldYHgt, fldTXT
 };
 

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "base/recode.h"
 #include "preprocess/dff.h"
 #include "preprocess/pdf.h"
 #include "preprocess/pdf_layout.h"
@@ -186,6 +187,46 @@ TEST(PdfLayout, LinesColumnsAndBlankLines) {
 
   PageLayout empty;
   EXPECT_TRUE(empty.LineSet({}).empty());
+}
+
+TEST(PdfLayout, APieceNeverCoversAnotherAndWhatFallsOffIsCounted) {
+  // A proportional font measured too narrow: the second word's column is inside the first.
+  PageLayout page;
+  page.Add(At(0, 1, "INVOICE"));
+  page.Add(At(0, 7, "REGISTER"));
+  page.Add(At(0, 20, "PAGE"));
+  page.Add(At(1, 1, "ADJACENT"));
+  page.Add(At(1, 9, "WORDS"));  // right after: nothing taken, nothing moved
+  EXPECT_EQ(page.LineSet({}),
+            (std::vector<std::string>{"INVOICE REGISTER   PAGE", "ADJACENTWORDS"}));
+  EXPECT_EQ(page.LastPlacement().moved, 1);
+  EXPECT_EQ(page.LastPlacement().lost, 0);
+
+  // A band that reaches into a word moves its text right, after one blank.
+  LayoutParams banded{false, 0, 0, 0, {{3600 + 5 * 600, 3600 + 9 * 600, 0, 0, 3, "", 0}}};
+  PageLayout heading;
+  heading.Add(At(0, 1, "DUE"));
+  heading.Add(At(0, 7, "NOW"));
+  EXPECT_EQ(heading.LineSet(banded), (std::vector<std::string>{"DUE NOW"}));
+  EXPECT_EQ(heading.LastPlacement().moved, 1);
+
+  // A pitch so coarse that the page's right side falls past column 500: counted, not silent.
+  PageLayout wide;
+  wide.Add(At(0, 1, "LEFT"));
+  wide.Add(At(0, 499, "RIGHT"));
+  wide.Add(At(0, 600, "GONE"));
+  EXPECT_EQ(wide.LineSet({false, 600, 3600, 0, {}})[0].size(), 500u);
+  EXPECT_EQ(wide.LastPlacement().lost, 2);
+}
+
+TEST(Recoder, CharactersTheTargetLacksBecomeTheReplacement) {
+  Recoder to1252("WINDOWS-1252", "UTF-8", "Test");
+  // Euro sign, en dash, bullet, O with diaeresis, a CJK character, an invalid byte.
+  EXPECT_EQ(to1252("\u20AC 5 \u2013 \u2022 \u00D6 \u4E2D \xFF!"), "\x80 5 \x96 \x95 \xD6 ? ?!");
+  EXPECT_EQ(to1252("\u4E2D", "#"), "#");
+  Recoder fromCp437("UTF-8", "CP437", "Test");
+  EXPECT_EQ(fromCp437("\xC9\xCD\xBB \x81"), "\u2554\u2550\u2557 \u00FC");
+  EXPECT_THROW(Recoder("NO-SUCH-ENCODING", "UTF-8", "Test"), QbError);
 }
 
 class PdfTest : public test::EngineTest {};
