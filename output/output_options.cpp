@@ -19,13 +19,15 @@ namespace {
 OutputOptions ParseOutputOptions(const clsKeys& settings) {
   OutputOptions o;
   const std::string& opfmt = settings[Key::opfmt];
-  if (!FormatOfExtension(opfmt)) Refuse(Key::opfmt, opfmt, "the output type is .txt, .csv or .xls");
+  if (!FormatOfExtension(opfmt))
+    Refuse(Key::opfmt, opfmt, "the output type is .txt, .csv, .xls or .xlsx");
   o.format = *FormatOfExtension(opfmt);
   switch (o.format) {
     case OutputFormat::Csv:
       o.delimiter = ",";
       break;
     case OutputFormat::Xls:
+    case OutputFormat::Xlsx:
       o.delimiter = "\t";
       break;
     case OutputFormat::Txt:
@@ -57,7 +59,8 @@ OutputOptions ParseOutputOptions(const clsKeys& settings) {
 }
 
 std::optional<OutputFormat> FormatOfExtension(std::string_view extension) {
-  for (OutputFormat f : {OutputFormat::Txt, OutputFormat::Csv, OutputFormat::Xls}) {
+  for (OutputFormat f :
+       {OutputFormat::Txt, OutputFormat::Csv, OutputFormat::Xls, OutputFormat::Xlsx}) {
     if (EqualsNoCase(extension, ExtensionOf(f))) return f;
   }
   return std::nullopt;
@@ -69,6 +72,8 @@ std::string_view ExtensionOf(OutputFormat format) {
       return ".csv";
     case OutputFormat::Xls:
       return ".xls";
+    case OutputFormat::Xlsx:
+      return ".xlsx";
     case OutputFormat::Txt:
       break;
   }

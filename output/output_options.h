@@ -11,29 +11,35 @@
 
 namespace qb {
 
-enum class OutputFormat { Txt, Csv, Xls };
+enum class OutputFormat { Txt, Csv, Xls, Xlsx };
 enum class RecordSelection { All, Details, Totals };
 
 struct OutputOptions {
   OutputFormat format = OutputFormat::Txt;
-  std::string delimiter = "|";  // between columns: always "," in .csv and a Tab in .xls
+  std::string delimiter = "|";  // between columns: always "," in .csv and a Tab in workbooks
   std::string qualifier = "\"";
   bool qualify = false;  // text columns of a .txt (and pasted .xls rows) between qualifiers
   RecordSelection selection = RecordSelection::All;
   int bufferMode = 6;              // .xls: 0 cell by cell, 1 to 5 pasted blocks, 6 imported
+                                   // (.xlsx rows always go straight into the workbook)
   bool launch = false;             // open the workbook after the run
   std::string launchMethod = "1";  // how: "1", "2" or "3"
 };
 
 // Reads "opfmt", "delim", "textq", "tqswt", "rtype", "rmode", "exswt" and "lmeth". Throws
 // QbError naming the setting, its value and what it takes, for an output type other than the
-// three, an empty delimiter for a .txt output, or a buffer mode outside 0 to 6 for an .xls.
+// four, an empty delimiter for a .txt output, or a buffer mode outside 0 to 6 for an .xls.
 OutputOptions ParseOutputOptions(const clsKeys& settings);
 
-// The output type of an extension (".txt", ".csv", ".xls" in any case), or nothing.
+// The output type of an extension (".txt", ".csv", ".xls", ".xlsx" in any case), or nothing.
 std::optional<OutputFormat> FormatOfExtension(std::string_view extension);
-// ".txt", ".csv" or ".xls", as the "opfmt" setting keeps it.
+// ".txt", ".csv", ".xls" or ".xlsx", as the "opfmt" setting keeps it.
 std::string_view ExtensionOf(OutputFormat format);
+// Whether the output is a workbook (.xls or .xlsx): the run says "Generating Spreadsheet"
+// and may open it in the spreadsheet program afterwards.
+inline bool IsWorkbook(OutputFormat format) {
+  return format == OutputFormat::Xls || format == OutputFormat::Xlsx;
+}
 
 // The delimiter a "delim" setting or a delimited-input section names: the words "tab" and
 // "comma" (in any case) stand for a Tab and a comma, anything else for itself.

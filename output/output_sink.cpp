@@ -5,6 +5,7 @@
 #include "base/temp_file.h"
 #include "output/piped_text_sink.h"
 #include "output/spreadsheet_sink.h"
+#include "output/xlsx_sink.h"
 
 namespace qb {
 namespace {
@@ -67,13 +68,17 @@ std::unique_ptr<OutputSink> OpenOutputSink(const OutputOptions& options,
   // the previous output was deleted first (replacing a 100 MB output took up to a sixth
   // longer without this).
   if (std::filesystem::is_regular_file(status)) DropCachedPages(target.path);
-  if (options.format != OutputFormat::Xls) return std::make_unique<TextSink>(options, target);
-  if (target.columnTypes.size() > static_cast<size_t>(xls::kMaxColumns)) {
+  if (!IsWorkbook(options.format)) return std::make_unique<TextSink>(options, target);
+  const bool xlsx = options.format == OutputFormat::Xlsx;
+  const int columns = xlsx ? xlsx::kMaxColumns : xls::kMaxColumns;
+  if (target.columnTypes.size() > static_cast<size_t>(columns)) {
     throw QbError(kInvalidCall, "CreateSheet",
                   "The RDF writes " + std::to_string(target.columnTypes.size()) +
-                      " columns and an .xls sheet holds " + std::to_string(xls::kMaxColumns) +
+                      " columns and an " + std::string(ExtensionOf(options.format)) +
+                      " sheet holds " + std::to_string(columns) +
                       ": output fewer fields, or write .csv or .txt");
   }
+  if (xlsx) return xlsx::OpenSink(options, target);
   if (options.bufferMode == 6) return std::make_unique<TurboSink>(options, target);
   return std::make_unique<SpreadsheetRun>(options, target);
 }

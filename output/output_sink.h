@@ -4,7 +4,7 @@
 // The output writer hands a sink the header's labels and each record's values as they were
 // picked up; the sink formats them itself (numeric clean-up, qualifying or quoting, joining,
 // cells). Nothing reaches the output's name until Finish: a sink writes under a temporary
-// name beside the output (or keeps the workbook in memory) and Finish puts the whole output
+// name beside the output (or keeps an .xls workbook in memory) and Finish puts the whole output
 // in place of any previous one. Abandon, or destroying a sink that was not finished, drops
 // what was written and leaves a previous output of that name as it was.
 //
@@ -49,14 +49,14 @@ class OutputSink {
 // Where a run's output goes and what its columns are.
 struct OutputTarget {
   std::filesystem::path path;             // the output file
-  std::filesystem::path workFolder;       // for the work file of buffer mode 6 (only it)
+  std::filesystem::path workFolder;       // for work files: mode 6's rows, an .xlsx's sheets
   std::vector<std::string> columnTypes;   // the type code of each output column, in order
   std::string heading = "Output Fields";  // the RDF's heading: the workbook's sheet name
   const RunLog* log = nullptr;            // the workbook's steps are logged here
 };
 
-// Opens the sink for `options.format` (and buffer mode). Throws QbError naming the step
-// that failed ("Process" for text files, "CreateSheet" for a workbook).
+// Opens the sink for `options.format` (and an .xls's buffer mode). Throws QbError naming the
+// step that failed ("Process" for text files, "CreateSheet" for a workbook).
 std::unique_ptr<OutputSink> OpenOutputSink(const OutputOptions& options,
                                            const OutputTarget& target);
 

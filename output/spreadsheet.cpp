@@ -17,24 +17,8 @@ namespace {
 
 [[noreturn]] void SheetFull() {
   throw QbError(kAppDefined, "WriteLine",
-                "The report gives more than 65,536 rows, more than an .xls sheet holds. "
-                "Convert it to .csv or .txt instead.");
-}
-
-bool IsDateFormat(const std::string& format) {
-  return format.find("yy") != std::string::npos;
-}
-
-// How many characters a number shows in a column of `format`.
-size_t DisplayWidth(double number, const std::string& format) {
-  if (IsDateFormat(format)) return format.size();
-  char text[64];
-  const size_t dot = format.find('.');
-  if (dot != std::string::npos && format != "General" && format != "@") {
-    const int decimals = static_cast<int>(format.size() - dot - 1);
-    return static_cast<size_t>(std::snprintf(text, sizeof text, "%.*f", decimals, number));
-  }
-  return static_cast<size_t>(std::snprintf(text, sizeof text, "%.10g", number));
+                "The report gives more than 65,536 rows, more than an .xls sheet holds: use "
+                ".xlsx (1,048,576 rows a sheet), .csv or .txt instead.");
 }
 
 // Days from 1899-12-30, the serial of spreadsheet dates.
@@ -107,6 +91,46 @@ std::optional<double> ParseDate(std::string_view text) {
   return static_cast<double>(DaySerial(year, month, day));
 }
 
+std::optional<double> TypedNumber(std::string_view text, bool textColumn, bool dateColumn) {
+  if (textColumn) return std::nullopt;
+  std::optional<double> number = ParseNumber(text);
+  if (!number && dateColumn) number = ParseDate(text);
+  return number;
+}
+
+bool IsDateFormat(std::string_view format) {
+  return format.find("yy") != std::string_view::npos;
+}
+
+size_t DisplayWidth(double number, std::string_view format) {
+  if (IsDateFormat(format)) return format.size();
+  char text[64];
+  const size_t dot = format.find('.');
+  if (dot != std::string_view::npos && format != "General" && format != "@") {
+    const int decimals = static_cast<int>(format.size() - dot - 1);
+    return static_cast<size_t>(std::snprintf(text, sizeof text, "%.*f", decimals, number));
+  }
+  return static_cast<size_t>(std::snprintf(text, sizeof text, "%.10g", number));
+}
+
+double AutoFitWidth(size_t longest) {
+  return static_cast<double>(std::min<size_t>(longest + 1, 255));
+}
+
+void LogCutCells(const RunLog& log, std::string_view source, std::span<const CutCell> cells,
+                 size_t total) {
+  constexpr size_t kNamed = 20;
+  for (size_t i = 0; i < cells.size() && i < kNamed; ++i) {
+    const CutCell& c = cells[i];
+    log.WriteLog(source, (c.sheet > 1 ? "Sheet " + std::to_string(c.sheet) + ", row " : "Row ") +
+                             std::to_string(c.row) + ", column " + std::to_string(c.column) +
+                             ": a text of " + std::to_string(c.length) +
+                             " characters was cut to the " + std::to_string(kMaxCellText) +
+                             " a cell holds");
+  }
+  if (total > kNamed) log.WriteLog(source, std::to_string(total - kNamed) + " more texts were cut");
+}
+
 void CellRef::Value(std::string_view text) {
   sheet_.Put(row_, column_, text, std::nullopt);
 }
@@ -141,7 +165,7 @@ void Worksheet::ColumnsAutoFit() {
   for (size_t c = 0; c < longest.size(); ++c) {
     ColumnSpec& col = data_.columns[c];
     if (col.wrap && col.width >= 0) continue;  // wrapped text fits the width it was given
-    if (longest[c] > 0) col.width = static_cast<double>(std::min<size_t>(longest[c] + 1, 255));
+    if (longest[c] > 0) col.width = AutoFitWidth(longest[c]);
   }
 }
 
@@ -188,9 +212,7 @@ void Worksheet::Put(int row, int column, std::string_view text, std::optional<bo
         (columnFormat && columnFormat->numberFormat == "@") || importType == kImportText;
     const bool dateColumn =
         (columnFormat && IsDateFormat(columnFormat->numberFormat)) || importType == kImportMDY;
-    std::optional<double> number;
-    if (!textColumn) number = ParseNumber(text);
-    if (!number && !textColumn && dateColumn) number = ParseDate(text);
+    const std::optional<double> number = TypedNumber(text, textColumn, dateColumn);
     if (text.empty() && !exists) return;  // an empty value leaves no cell
     if (number) {
       cell.kind = CellData::Kind::Number;
@@ -207,20 +229,6 @@ void Worksheet::Put(int row, int column, std::string_view text, std::optional<bo
     *at = cell;
   } else {
     cells.insert(at, cell);
-  }
-}
-
-void Worksheet::LogCutCells(const RunLog& log, std::string_view source) const {
-  constexpr size_t kNamed = 20;
-  for (size_t i = 0; i < cutCells_.size() && i < kNamed; ++i) {
-    const CutCell& c = cutCells_[i];
-    log.WriteLog(source, "Row " + std::to_string(c.row) + ", column " + std::to_string(c.column) +
-                             ": a text of " + std::to_string(c.length) +
-                             " characters was cut to the " + std::to_string(kMaxCellText) +
-                             " a cell holds");
-  }
-  if (cutCells_.size() > kNamed) {
-    log.WriteLog(source, std::to_string(cutCells_.size() - kNamed) + " more texts were cut");
   }
 }
 

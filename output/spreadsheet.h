@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -26,6 +27,29 @@ inline constexpr int xlDelimited = 1;
 
 // Turbo import column types (OpenText FieldInfo).
 enum ImportType { kImportGeneral = 1, kImportText = 2, kImportMDY = 3 };
+
+// What a value typed into a cell becomes, in .xls and .xlsx alike: in a text column ("@")
+// text; elsewhere the number it reads as, or in a date column the day serial of mm/dd/yy or
+// mm/dd/yyyy; otherwise text (nothing here).
+std::optional<double> TypedNumber(std::string_view text, bool textColumn, bool dateColumn);
+// Whether a number format shows dates.
+bool IsDateFormat(std::string_view format);
+
+// How many characters a number shows in a column of `format`: what AutoFit measures.
+size_t DisplayWidth(double number, std::string_view format);
+// The width AutoFit gives a column whose longest cell shows `longest` characters (at least
+// one): a character more, at most 255.
+double AutoFitWidth(size_t longest);
+
+// A text longer than a cell holds (kMaxCellText), cut there.
+struct CutCell {
+  int row, column;  // 1-based, on its sheet
+  size_t length;    // of the text as given
+  int sheet = 1;    // an .xlsx's later sheets are 2, 3, ...
+};
+// One log line a cut cell (the first twenty of `cells`), and the count of the rest of `total`.
+void LogCutCells(const RunLog& log, std::string_view source, std::span<const CutCell> cells,
+                 size_t total);
 
 class Worksheet;
 
@@ -69,13 +93,11 @@ class Worksheet {
 
   // A cell holds at most kMaxCellText characters; a longer text is cut there and the cell
   // remembered, so that the run can log each one.
-  struct CutCell {
-    int row, column;
-    size_t length;  // of the text as given
-  };
   const std::vector<CutCell>& CutCells() const { return cutCells_; }
   // One log line a cut cell (the first twenty), and the count of the rest.
-  void LogCutCells(const RunLog& log, std::string_view source) const;
+  void LogCutCells(const RunLog& log, std::string_view source) const {
+    xls::LogCutCells(log, source, cutCells_, cutCells_.size());
+  }
   const SheetData& Data() const { return data_; }
 
  private:

@@ -15,6 +15,7 @@
 
 #include "base/errors.h"
 #include "base/temp_file.h"
+#include "output/code_page.h"
 
 namespace qb::xls {
 namespace {
@@ -41,21 +42,10 @@ enum Record : uint16_t {
   kWindow2 = 0x023E,
 };
 
-// Windows-1252 bytes 0x80 to 0x9F as UTF-16; the rest of the code page is Latin-1.
-constexpr uint16_t kCp1252High[32] = {
-    0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
-    0x2039, 0x0152, 0x008D, 0x017D, 0x008F, 0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
-    0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
-
-uint16_t Unit(char c) {
-  const auto b = static_cast<unsigned char>(c);
-  return b >= 0x80 && b < 0xA0 ? kCp1252High[b - 0x80] : b;
-}
-
 // Whether every character fits BIFF's compressed (one byte a character) form.
 bool Compressible(std::string_view s) {
   for (char c : s) {
-    if (Unit(c) > 0xFF) return false;
+    if (Cp1252Unit(c) > 0xFF) return false;
   }
   return true;
 }
@@ -94,9 +84,9 @@ class Stream {
   void PutChars(std::string_view s, bool compressed) {
     for (char c : s) {
       if (compressed)
-        Put8(static_cast<uint8_t>(Unit(c)));
+        Put8(static_cast<uint8_t>(Cp1252Unit(c)));
       else
-        Put16(Unit(c));
+        Put16(Cp1252Unit(c));
     }
   }
   // A string with an 8-bit (sheet names, font names) or 16-bit (formats) length.

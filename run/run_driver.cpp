@@ -120,7 +120,9 @@ void RunDriver::Process(const std::filesystem::path& report, const std::filesyst
   // no more memory than the reader's buffer.
   LineReader reader(report, "Process", Converter::kLineWidth);
   const int64_t size = reader.FileSize();
-  const bool workFile = options_.format == OutputFormat::Xls && options_.bufferMode == 6;
+  // Work files: mode 6's rows, an .xlsx's sheets until they are packed.
+  const bool workFile = (options_.format == OutputFormat::Xls && options_.bufferMode == 6) ||
+                        options_.format == OutputFormat::Xlsx;
   OutputTarget target{output, workFile ? work.Path("Process") : std::filesystem::path(),
                       converter_.ColumnTypes(), RdfHeading(engine_.tables), &log};
   std::unique_ptr<OutputSink> sink;
@@ -132,8 +134,8 @@ void RunDriver::Process(const std::filesystem::path& report, const std::filesyst
   converter_.SetSink(sink.get());
 
   if (!state.CancelFlag && !state.StopFlag) {
-    ui.status(options_.format == OutputFormat::Xls ? "Generating Spreadsheet ..."
-                                                   : "Generating Output File ...");
+    ui.status(IsWorkbook(options_.format) ? "Generating Spreadsheet ..."
+                                          : "Generating Output File ...");
     ByteProgress progress(ui, size);
     std::string_view line;
     bool formFeed = false;
@@ -178,7 +180,7 @@ void RunDriver::Fail(std::string_view procedure, const QbError& error) {
 }
 
 void RunDriver::RunEnd(const std::filesystem::path& output, bool launch) {
-  if (options_.format == OutputFormat::Xls && launch && !abandon_) {
+  if (IsWorkbook(options_.format) && launch && !abandon_) {
     engine_.app().ui().status("Opening Spreadsheet ...");
     LaunchSpreadsheet(engine_.app().Log(), engine_.app().ui(), options_.launchMethod, output);
   }

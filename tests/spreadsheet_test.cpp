@@ -1,5 +1,5 @@
-// Spreadsheet output: typed input, the paste blocks and their check, the sheet's row limit
-// and the backup on save.
+// Spreadsheet output: typed input, the paste blocks and their check, the sheet's row limit,
+// the backup on save, and an .xlsx put in place only when finished.
 
 #include <gtest/gtest.h>
 
@@ -122,13 +122,43 @@ TEST_F(SpreadsheetTest, MoreRowsThanASheetHoldsFailWithoutAFile) {
     auto driver = ConvertXls(report, mode, &ok);
     EXPECT_FALSE(ok) << mode;
     ASSERT_TRUE(driver->LastError()) << mode;
-    EXPECT_NE(driver->LastError()->description().find("Convert it to .csv or .txt"),
-              std::string::npos);
+    EXPECT_NE(driver->LastError()->description().find("use .xlsx"), std::string::npos);
     EXPECT_FALSE(std::filesystem::exists(home_ / "out.xls")) << mode;
     EXPECT_EQ(test::Files(home_.path()),
               (std::vector<std::string>{"log", "out", "qbsys.txt", "r.txt", "t.rdf"}))
         << "a work or temporary file was left";
   }
+}
+
+// An .xlsx takes the output's name only when finished: abandoned, or dropped unfinished, it
+// leaves the previous output as it was and no file of its own.
+TEST_F(SpreadsheetTest, AnXlsxReplacesThePreviousOutputOnlyWhenFinished) {
+  const std::filesystem::path out = home_ / "out.xlsx";
+  WriteFile(out, "previous output");
+  const std::vector<std::string> before = test::Files(home_.path());
+  OutputOptions options;
+  options.format = OutputFormat::Xlsx;
+  const OutputTarget target{out, home_.path(), {"c", "n"}, "Rows", &app_.Log()};
+  const std::vector<std::string_view> labels{"Code", "Amount"};
+  ValueBuffer code, amount;
+  code.assign("A1");
+  amount.assign("1,234.50");
+  const std::vector<const ValueBuffer*> values{&code, &amount};
+  for (bool abandon : {true, false}) {
+    std::unique_ptr<OutputSink> sink = OpenOutputSink(options, target);
+    sink->Header(labels);
+    sink->Row(values);
+    if (abandon) sink->Abandon();
+  }
+  EXPECT_EQ(ReadFile(out), "previous output");
+  EXPECT_EQ(test::Files(home_.path()), before);
+
+  std::unique_ptr<OutputSink> sink = OpenOutputSink(options, target);
+  sink->Header(labels);
+  sink->Row(values);
+  sink->Finish();
+  EXPECT_EQ(ReadFile(out).substr(0, 2), "PK");  // a zip container: the workbook
+  EXPECT_EQ(test::Files(home_.path()), before);
 }
 
 TEST_F(SpreadsheetTest, SavingOverAWorkbookKeepsABackup) {
