@@ -1158,7 +1158,7 @@ void Checker::CheckSettings(const Part& part) {
       }
     } else if (code == "OF" && !FormatOfExtension(value)) {
       Warn(r->line, ColumnText(kRLF, S::Value, value) +
-                        "; the output type is .txt, .csv or .xls, and a run refuses any other");
+                        "; the output type is .txt, .csv, .xls or .xlsx, and a run refuses any other");
     } else if (code == "RT" && !OneOf(value, kRecordSelections)) {
       Warn(r->line, ColumnText(kRLF, S::Value, value) +
                         "; the record selections are All Records, Details Only and Totals Only, "

@@ -23,7 +23,7 @@ enum class Key : uint8_t {
   tqswt,   // "1": text values between qualifiers
   textq,   // the text qualifier
   delim,   // the output delimiter ("tab" and "comma" as words)
-  opfmt,   // the output type: ".txt", ".csv" or ".xls"
+  opfmt,   // the output type: ".txt", ".csv", ".xls" or ".xlsx"
   rtype,   // "All Records", "Details Only" or "Totals Only"
   rmode,   // the workbook's buffer mode, 0 to 6
   exswt,   // "1": open the workbook after the run
