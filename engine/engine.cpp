@@ -59,21 +59,9 @@ bool Engine::LoadRDF(const std::filesystem::path& rdfPath,
   bool ok = GetRDFInfo(rdfPath);
   if (ok && !flags.PdfReport && !reportPath.empty()) {
     // The report/RDF program check: a warning only, loading goes on.
-    try {
-      clsSystem system = ParseSystemEntry(app_.Settings[Key::pfset], "LoadRDF");
-      if (system.Row >= 1) {
-        std::string program(Trim(ReportText(reportPath, system, "LoadRDF")));
-        std::string rdfProgram = rdf.ProgramName;
-        if (size_t dot = rdfProgram.find('.'); dot != std::string::npos && dot >= 1) {
-          rdfProgram.resize(dot);
-        }
-        if (!program.empty() && rdfProgram.find(program) == std::string::npos) {
-          app_.ui().message("Report and RDF Program names don't match.", "Report / RDF MisMatch",
-                            MessageIcon::Exclamation);
-        }
-      }
-    } catch (const QbError&) {
-      // No usable system entry or an unreadable report: there is nothing to compare.
+    if (ProgramMatches(reportPath) == false) {
+      app_.ui().message("Report and RDF Program names don't match.", "Report / RDF MisMatch",
+                        MessageIcon::Exclamation);
     }
   }
   std::string reportId = "01";
@@ -90,6 +78,39 @@ bool Engine::LoadRDF(const std::filesystem::path& rdfPath,
   flags.DffReport = flags.DffRdf;
   if (!ok) app_.ui().message("Error loading RDF", "Quillbrook", MessageIcon::Exclamation);
   return ok;
+}
+
+std::optional<bool> Engine::ProgramMatches(const std::filesystem::path& reportPath) const {
+  try {
+    const clsSystem system = ParseSystemEntry(app_.Settings[Key::pfset], "LoadRDF");
+    if (system.Row < 1) return std::nullopt;
+    const std::string program(Trim(ReportText(reportPath, system, "LoadRDF")));
+    if (program.empty()) return std::nullopt;
+    std::string rdfProgram = rdf.ProgramName;
+    if (size_t dot = rdfProgram.find('.'); dot != std::string::npos && dot >= 1) {
+      rdfProgram.resize(dot);
+    }
+    return rdfProgram.find(program) != std::string::npos;
+  } catch (const QbError&) {
+    return std::nullopt;  // no usable system entry or an unreadable report: nothing to compare
+  }
+}
+
+bool Engine::Identifies(const std::filesystem::path& rdfPath,
+                        const std::filesystem::path& reportPath) {
+  DestroyRecordsets();
+  CreateRecordsets();
+  if (!GetRDFInfo(rdfPath) || !LoadRDFHeader(rdfPath)) return false;
+  bool tested = false;
+  if (tables.rsIdentify.RecordCount() > 0) {
+    if (!GetReportID(reportPath) || !reportIdMatched_) return false;
+    tested = true;
+  }
+  if (const std::optional<bool> program = ProgramMatches(reportPath)) {
+    if (!*program) return false;
+    tested = true;
+  }
+  return tested;
 }
 
 void Engine::ApplyRDFSettings() {

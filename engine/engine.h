@@ -45,6 +45,13 @@ class Engine {
   // The report's layout id ("01" unless an identification rule decides otherwise), or
   // nothing when the report cannot be read.
   std::optional<std::string> GetReportID(const std::filesystem::path& reportPath);
+
+  // Whether this RDF tells `reportPath` for its own by the report's text: its identification
+  // rules find a layout for it (not the "01" that none gives), and, where "pfset" names a
+  // line of the report, the program printed there is the RDF's. An RDF with neither test
+  // tells nothing and does not identify the report. Loads the RDF's first line and header
+  // part in place of what was loaded.
+  bool Identifies(const std::filesystem::path& rdfPath, const std::filesystem::path& reportPath);
   // The detail part of `reportId` into rsMarkers, rsPickups, rsFields, rsSettings, rsLines.
   bool LoadRDFDetail(std::string_view reportId, const std::filesystem::path& rdfPath);
 
@@ -74,7 +81,12 @@ class Engine {
   }
 
   Application& app_;
+  // The program check of a text report: nothing when there is nothing to compare (pfset
+  // names no line, the line is blank, the report cannot be read).
+  std::optional<bool> ProgramMatches(const std::filesystem::path& reportPath) const;
+
   std::optional<QbError> lastError_;
+  bool reportIdMatched_ = false;  // the last GetReportID found its layout in the flags table
 };
 
 // The RDF's heading (its "HD" setting record), or "Output Fields" without one.

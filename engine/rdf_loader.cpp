@@ -215,6 +215,7 @@ std::optional<std::string> Engine::GetReportID(const std::filesystem::path& repo
   constexpr std::string_view kProc = "GetReportID";
   std::string id = "01";
   std::string flagText;
+  reportIdMatched_ = false;
   bool ok = Trap(kProc, [&] {
     LineReader reader(reportPath, kProc);
     Recordset& rs = tables.rsIdentify;
@@ -249,6 +250,7 @@ std::optional<std::string> Engine::GetReportID(const std::filesystem::path& repo
     for (flagsRs.MoveFirst(); !flagsRs.IsEOF(); flagsRs.MoveNext()) {
       if (flagsRs.GetText(col::ReportFlags::fldFLG).substr(0, flagText.size()) == flagText) {
         id = std::string(flagsRs.GetText(col::ReportFlags::fldRID));
+        reportIdMatched_ = true;
         break;
       }
     }

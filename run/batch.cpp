@@ -1,1 +1,495 @@
 #include "run/batch.h"
+
+#include <glob.h>
+
+#include <algorithm>
+#include <charconv>
+#include <condition_variable>
+#include <cstdio>
+#include <set>
+#include <thread>
+
+#include "base/errors.h"
+#include "engine/engine.h"
+#include "output/output_options.h"
+#include "run/conversion_job.h"
+
+namespace qb {
+namespace fs = std::filesystem;
+namespace {
+
+constexpr std::string_view kSource = "Batch";
+
+// An item's own way to the user: its messages are kept for its result; the one question a
+// job asks (replace an existing output) was settled when the batch was planned.
+class ItemUI final : public UserInterface {
+ public:
+  explicit ItemUI(bool overwrite) : overwrite_(overwrite) {}
+  void message(std::string_view text, std::string_view, MessageIcon) override {
+    messages.emplace_back(text);
+  }
+  bool question(std::string_view, std::string_view, MessageIcon) override { return overwrite_; }
+  void status(std::string_view) override {}
+  void progress(int) override {}
+
+  std::vector<std::string> messages;
+
+ private:
+  bool overwrite_;
+};
+
+bool IsGlob(std::string_view s) {
+  return s.find_first_of("*?[") != std::string_view::npos;
+}
+
+// Files a folder holds that are not reports: RDFs, logs, settings, workbooks, hidden files.
+bool NotAReport(const fs::path& file) {
+  static const std::set<std::string> kNot = {".rdf", ".log", ".ini", ".xls", ".xlsx", ".part"};
+  std::string ext = file.extension().string();
+  std::transform(ext.begin(), ext.end(), ext.begin(),
+                 [](unsigned char c) { return std::tolower(c); });
+  return kNot.contains(ext) || file.filename().string().starts_with(".");
+}
+
+// The reports one input names, in name order for folders and globs.
+std::vector<fs::path> Expand(const std::string& input, bool recursive, std::string_view type) {
+  std::vector<fs::path> found;
+  std::error_code ec;
+  if (IsGlob(input) && !fs::exists(input, ec)) {
+    glob_t g{};
+    if (::glob(input.c_str(), 0, nullptr, &g) == 0) {
+      for (size_t i = 0; i < g.gl_pathc; ++i) {
+        if (fs::is_regular_file(g.gl_pathv[i], ec)) found.emplace_back(g.gl_pathv[i]);
+      }
+    }
+    ::globfree(&g);
+    if (found.empty()) {
+      throw QbError(kFileNotFound, std::string(kSource), "no report matches \"" + input + "\"");
+    }
+    return found;
+  }
+  if (fs::is_regular_file(input, ec)) return {fs::path(input)};
+  if (!fs::is_directory(input, ec)) {
+    throw QbError(kFileNotFound, std::string(kSource), "no such report or folder").at(input);
+  }
+  auto take = [&](const fs::directory_entry& e) {
+    if (e.is_regular_file(ec) && !NotAReport(e.path())) found.push_back(e.path());
+  };
+  if (recursive) {
+    for (const auto& e : fs::recursive_directory_iterator(input, ec)) take(e);
+  } else {
+    for (const auto& e : fs::directory_iterator(input, ec)) take(e);
+  }
+  std::sort(found.begin(), found.end());
+  // An earlier batch's outputs beside their reports are not reports: a file of the output
+  // type whose name another report of the folder shares.
+  std::set<fs::path> stems;
+  for (const fs::path& f : found) {
+    if (f.extension() != type) stems.insert(f.parent_path() / f.stem());
+  }
+  std::erase_if(found, [&](const fs::path& f) {
+    return f.extension() == type && stems.contains(f.parent_path() / f.stem());
+  });
+  return found;
+}
+
+void AppendJson(std::string& out, std::string_view text) {
+  static constexpr char kHex[] = "0123456789abcdef";
+  out += '"';
+  for (char ch : text) {
+    const auto c = static_cast<unsigned char>(ch);
+    if (c == '"' || c == '\\') {
+      out += '\\';
+      out += ch;
+    } else if (c < 0x20) {
+      out += "\\u00";
+      out += kHex[c >> 4];
+      out += kHex[c & 15];
+    } else {
+      out += ch;
+    }
+  }
+  out += '"';
+}
+
+}  // namespace
+
+std::string_view ResultName(BatchItem::Result result) {
+  switch (result) {
+    case BatchItem::Result::Planned:
+      return "planned";
+    case BatchItem::Result::Done:
+      return "done";
+    case BatchItem::Result::Findings:
+      return "findings";
+    case BatchItem::Result::Cancelled:
+      return "cancelled";
+    case BatchItem::Result::Failed:
+      return "failed";
+    case BatchItem::Result::Skipped:
+      return "skipped";
+  }
+  return "planned";
+}
+
+Batch::Batch(const Application& front, BatchRequest request)
+    : front_(front), request_(std::move(request)) {}
+
+Batch::~Batch() {
+  Cancel();
+}
+
+void Batch::Plan() {
+  items_.clear();
+  SilentUserInterface silent;
+  Application app(front_, silent, /*logging=*/false);
+  for (const auto& [key, value] : request_.overrides) app.Settings.Item(key).Value = value;
+  std::string type = request_.outputType.empty() ? app.Settings[Key::opfmt] : request_.outputType;
+  if (!FormatOfExtension(type)) {
+    throw QbError(kInvalidCall, std::string(kSource),
+                  "the output type \"" + type + "\" is none of .txt, .csv, .xls and .xlsx");
+  }
+  std::vector<fs::path> reports;
+  for (const std::string& input : request_.inputs) {
+    for (fs::path& r : Expand(input, request_.recursive, type)) {
+      if (std::find(reports.begin(), reports.end(), r) == reports.end())
+        reports.push_back(std::move(r));
+    }
+  }
+  std::vector<fs::path> rdfs;  // the RDF folder's, for identification
+  std::error_code ec;
+  if (!request_.rdfDir.empty()) {
+    for (const auto& e : fs::directory_iterator(request_.rdfDir, ec)) {
+      std::string ext = e.path().extension().string();
+      std::transform(ext.begin(), ext.end(), ext.begin(),
+                     [](unsigned char c) { return std::tolower(c); });
+      if (e.is_regular_file(ec) && ext == ".rdf") rdfs.push_back(e.path());
+    }
+    if (ec)
+      throw QbError(kPathNotFound, std::string(kSource), "no such RDF folder").at(request_.rdfDir);
+    std::sort(rdfs.begin(), rdfs.end());
+  }
+  std::optional<clsSystem> system;
+  try {
+    system = ParseSystemEntry(app.Settings[Key::pfset], std::string(kSource));
+  } catch (const QbError&) {
+    // A damaged "pfset": no auto-find; identification or the given RDF still work.
+  }
+  Engine identify(app);
+  std::set<fs::path> outputs;
+  for (const fs::path& report : reports) {
+    BatchItem item;
+    item.report = report;
+    const fs::path folder = request_.outputDir.empty() ? report.parent_path() : request_.outputDir;
+    item.output = folder / (report.stem().string() + type);
+    auto fail = [&](std::string why) {
+      item.result = BatchItem::Result::Failed;
+      item.message = std::move(why);
+    };
+    std::string autoFind;
+    if (!request_.rdf.empty()) {
+      item.rdf = request_.rdf;
+      item.rdfChosenBy = "given";
+    } else if (std::optional<fs::path> found =
+                   system ? FindRdf(report, *system, app.Settings[Key::rdfdir]) : std::nullopt;
+               found && fs::is_regular_file(*found, ec)) {
+      item.rdf = *found;
+      item.rdfChosenBy = "auto-find";
+    } else {
+      autoFind = found ? "auto-find looked for " + found->string() + ", which is not there"
+                       : "auto-find gives no RDF name for it";
+      std::vector<fs::path> accepting;
+      for (const fs::path& rdf : rdfs) {
+        identify.flags.PdfReport = report.extension() == ".pdf";
+        if (identify.Identifies(rdf, report)) accepting.push_back(rdf);
+      }
+      if (accepting.size() == 1) {
+        item.rdf = accepting.front();
+        item.rdfChosenBy = "identification";
+      } else if (accepting.size() > 1) {
+        std::string names;
+        for (const fs::path& r : accepting)
+          names += (names.empty() ? "" : ", ") + r.filename().string();
+        fail("more than one RDF identifies it (" + names + "): name the RDF with --rdf");
+      } else {
+        fail("no RDF: " + autoFind +
+             (request_.rdfDir.empty()
+                  ? std::string("; name one, or an RDF folder to identify it in")
+                  : "; no RDF of " + request_.rdfDir.string() + " identifies it"));
+      }
+    }
+    if (item.result == BatchItem::Result::Planned) {
+      if (outputs.contains(item.output)) {
+        fail("another report of the batch writes " + item.output.string());
+      } else if (fs::equivalent(item.output, report, ec)) {
+        fail("the output would be the report itself");
+      } else if (fs::exists(item.output, ec)) {
+        if (request_.existing == BatchRequest::Existing::Skip) {
+          item.result = BatchItem::Result::Skipped;
+          item.message = "the output exists";
+        } else if (request_.existing == BatchRequest::Existing::Refuse) {
+          fail("the output " + item.output.string() +
+               " exists: overwrite it, or skip such reports");
+        }
+      }
+    }
+    if (item.result != BatchItem::Result::Failed) outputs.insert(item.output);
+    items_.push_back(std::move(item));
+  }
+}
+
+void Batch::Run(const std::function<void(const Progress&)>& progress) {
+  std::vector<size_t> todo;
+  for (size_t i = 0; i < items_.size(); ++i) {
+    if (items_[i].result == BatchItem::Result::Planned) todo.push_back(i);
+  }
+  const size_t workers = std::min<size_t>(
+      todo.size(), request_.jobs > 0 ? static_cast<size_t>(request_.jobs)
+                                     : std::max(1u, std::thread::hardware_concurrency()));
+  std::mutex& mutex = mutex_;
+  std::condition_variable ended;
+  size_t next = 0, done = 0;
+  int64_t rowsDone = 0, linesDone = 0, bytesDone = 0;
+  std::vector<ConversionJob*>& running = running_;
+  {
+    const std::lock_guard lock(mutex);
+    running.assign(workers, nullptr);
+  }
+
+  auto work = [&](size_t slot) {
+    for (;;) {
+      size_t index;
+      {
+        const std::lock_guard lock(mutex);
+        if (next == todo.size()) return;
+        index = todo[next++];
+      }
+      BatchItem& item = items_[index];
+      const auto start = std::chrono::steady_clock::now();
+      ItemUI ui(request_.existing == BatchRequest::Existing::Overwrite);
+      if (cancelled_) {
+        item.result = BatchItem::Result::Cancelled;
+      } else {
+        JobRequest job;
+        job.report = item.report;
+        job.rdf = item.rdf;
+        job.output = item.output;
+        job.overrides = request_.overrides;
+        try {
+          ConversionJob conversion(front_, ui, job);
+          {
+            const std::lock_guard lock(mutex);
+            running[slot] = &conversion;
+          }
+          if (cancelled_) conversion.Abandon();
+          const bool ok = conversion.Check() == RunDriver::Check::Ready && conversion.Run();
+          {
+            const std::lock_guard lock(mutex);
+            running[slot] = nullptr;
+          }
+          const RunStats& stats = conversion.Stats();
+          item.rows = stats.linesWritten;
+          item.lines = stats.linesProcessed;
+          std::string why;
+          for (const std::string& f : conversion.Findings()) why += (why.empty() ? "" : "; ") + f;
+          if (cancelled_ || stats.cancelled) {
+            item.result = BatchItem::Result::Cancelled;
+          } else if (!ok) {
+            item.result = BatchItem::Result::Failed;
+            why = conversion.LastError() ? conversion.LastError()->describe()
+                  : !ui.messages.empty() ? ui.messages.front()
+                                         : "the run did not start";
+          } else {
+            item.result = why.empty() ? BatchItem::Result::Done : BatchItem::Result::Findings;
+          }
+          item.message = why;
+        } catch (const JobError& e) {
+          item.result = BatchItem::Result::Failed;
+          item.message = e.what();
+        }
+      }
+      item.time = std::chrono::steady_clock::now() - start;
+      {
+        const std::lock_guard lock(mutex);
+        ++done;
+        rowsDone += item.rows;
+        linesDone += item.lines;
+        std::error_code ec;
+        const auto size = fs::file_size(item.report, ec);
+        if (!ec) bytesDone += static_cast<int64_t>(size);
+      }
+      ended.notify_all();
+    }
+  };
+
+  std::vector<std::thread> threads;
+  for (size_t w = 0; w < workers; ++w) threads.emplace_back(work, w);
+  // Progress from this thread: when an item ends, and ten times a second between.
+  Progress p;
+  p.total = todo.size();
+  {
+    std::unique_lock lock(mutex);
+    while (done < todo.size()) {
+      ended.wait_for(lock, std::chrono::milliseconds(100));
+      p.done = done;
+      p.rows = rowsDone;
+      p.bytesRead = bytesDone;
+      p.lines = linesDone;
+      for (const ConversionJob* job : running) {
+        if (job) p.lines += job->LinesProcessed();
+      }
+      if (progress) {
+        lock.unlock();
+        progress(p);
+        lock.lock();
+      }
+    }
+  }
+  for (std::thread& t : threads) t.join();
+  {
+    const std::lock_guard lock(mutex);
+    running.clear();
+  }
+  if (cancelled_) {
+    for (BatchItem& item : items_) {
+      if (item.result == BatchItem::Result::Planned) item.result = BatchItem::Result::Cancelled;
+    }
+  }
+}
+
+void Batch::Cancel() {
+  cancelled_ = true;
+  const std::lock_guard lock(mutex_);
+  for (ConversionJob* job : running_) {
+    if (job) job->Abandon();  // it writes nothing; the outputs finished before stay
+  }
+}
+
+std::string ManifestLine(const BatchItem& item) {
+  std::string line = "{\"report\":";
+  AppendJson(line, item.report.string());
+  line += ",\"rdf\":";
+  AppendJson(line, item.rdf.string());
+  line += ",\"rdfChosenBy\":";
+  AppendJson(line, item.rdfChosenBy);
+  line += ",\"output\":";
+  AppendJson(line, item.output.string());
+  line += ",\"result\":";
+  AppendJson(line, ResultName(item.result));
+  char seconds[32];
+  std::snprintf(seconds, sizeof seconds, "%.3f", std::chrono::duration<double>(item.time).count());
+  line += ",\"rows\":" + std::to_string(item.rows) + ",\"lines\":" + std::to_string(item.lines) +
+          ",\"seconds\":" + seconds + ",\"message\":";
+  AppendJson(line, item.message);
+  return line + "}";
+}
+
+// Reads back what ManifestLine wrote: one flat object of strings and numbers.
+BatchItem ParseManifestLine(std::string_view line) {
+  auto bad = [&](std::string_view why) {
+    return QbError(
+        kTypeMismatch, std::string(kSource),
+        "not a manifest line (" + std::string(why) + "): " + std::string(line.substr(0, 80)));
+  };
+  size_t at = 0;
+  auto skipBlanks = [&] {
+    while (at < line.size() && (line[at] == ' ' || line[at] == '\t' || line[at] == '\r')) ++at;
+  };
+  auto expect = [&](char c) {
+    skipBlanks();
+    if (at >= line.size() || line[at] != c) throw bad(std::string("expected ") + c);
+    ++at;
+  };
+  auto text = [&] {
+    expect('"');
+    std::string out;
+    while (at < line.size() && line[at] != '"') {
+      char c = line[at++];
+      if (c != '\\') {
+        out += c;
+        continue;
+      }
+      if (at >= line.size()) throw bad("a cut escape");
+      c = line[at++];
+      if (c == 'u') {
+        unsigned code = 0;
+        if (at + 4 > line.size() ||
+            std::from_chars(line.data() + at, line.data() + at + 4, code, 16).ptr !=
+                line.data() + at + 4 ||
+            code > 0xFF) {
+          throw bad("an escape of ours is \\u00XX");
+        }
+        out += static_cast<char>(code);
+        at += 4;
+      } else {
+        out += c == 'n' ? '\n' : c == 't' ? '\t' : c;
+      }
+    }
+    expect('"');
+    return out;
+  };
+  BatchItem item;
+  expect('{');
+  for (bool first = true;; first = false) {
+    skipBlanks();
+    if (at < line.size() && line[at] == '}') break;
+    if (!first) expect(',');
+    const std::string key = text();
+    expect(':');
+    skipBlanks();
+    if (at < line.size() && line[at] == '"') {
+      const std::string value = text();
+      if (key == "report")
+        item.report = value;
+      else if (key == "rdf")
+        item.rdf = value;
+      else if (key == "rdfChosenBy")
+        item.rdfChosenBy = value;
+      else if (key == "output")
+        item.output = value;
+      else if (key == "message")
+        item.message = value;
+      else if (key == "result") {
+        bool known = false;
+        for (auto r : {BatchItem::Result::Planned, BatchItem::Result::Done,
+                       BatchItem::Result::Findings, BatchItem::Result::Cancelled,
+                       BatchItem::Result::Failed, BatchItem::Result::Skipped}) {
+          if (ResultName(r) == value) {
+            item.result = r;
+            known = true;
+          }
+        }
+        if (!known) throw bad("an unknown result");
+      }
+      continue;
+    }
+    const size_t end = line.find_first_of(",}", at);
+    const std::string number(line.substr(at, end - at));
+    at = end == std::string_view::npos ? line.size() : end;
+    try {
+      if (key == "rows")
+        item.rows = std::stoll(number);
+      else if (key == "lines")
+        item.lines = std::stoll(number);
+      else if (key == "seconds")
+        item.time = std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+            std::chrono::duration<double>(std::stod(number)));
+    } catch (const std::exception&) {
+      throw bad("a number that is none");
+    }
+  }
+  if (item.report.empty()) throw bad("no report");
+  return item;
+}
+
+int Batch::ExitStatus() const {
+  if (cancelled_) return 130;
+  bool findings = false;
+  for (const BatchItem& item : items_) {
+    if (item.result == BatchItem::Result::Failed) return 1;
+    findings = findings || item.result == BatchItem::Result::Findings;
+  }
+  return findings ? 3 : 0;
+}
+
+}  // namespace qb

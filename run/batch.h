@@ -29,13 +29,13 @@ struct BatchRequest {
   // patterns ("reports/*.txt"), in the order given.
   std::vector<std::string> inputs;
   bool recursive = false;
-  int jobs = 0;                       // worker threads; 0: one a core
-  std::filesystem::path outputDir;    // empty: each output beside its report
-  std::string outputType;             // ".csv", ".txt", ".xls"; empty: the "opfmt" setting
-  std::filesystem::path rdf;          // one RDF for every report
-  std::filesystem::path rdfDir;       // else: the RDF of this folder that identifies the report
+  int jobs = 0;                     // worker threads; 0: one a core
+  std::filesystem::path outputDir;  // empty: each output beside its report
+  std::string outputType;           // ".csv", ".txt", ".xls"; empty: the "opfmt" setting
+  std::filesystem::path rdf;        // one RDF for every report
+  std::filesystem::path rdfDir;     // else: the RDF of this folder that identifies the report
   enum class Existing { Refuse, Overwrite, Skip };
-  Existing existing = Existing::Refuse;  // an output that exists already
+  Existing existing = Existing::Refuse;                // an output that exists already
   std::vector<std::pair<Key, std::string>> overrides;  // --set, for every job
 };
 
@@ -76,16 +76,17 @@ class Batch {
   void Plan();
 
   // Converts the planned items on `jobs` threads; returns when all have ended (or were
-  // cancelled). `progress` is called (from the worker threads, one call at a time) when an
-  // item starts or ends, and about ten times a second while rows are written.
+  // cancelled). `progress` is called on the caller's thread when an item ends and about ten
+  // times a second between.
   struct Progress {
-    size_t done = 0, total = 0;   // items ended / planned
-    int64_t rows = 0;             // rows written so far, all items
-    int64_t bytesRead = 0;        // report bytes read so far, all items
+    size_t done = 0, total = 0;  // items ended / planned
+    int64_t rows = 0;            // rows written by the items ended
+    int64_t bytesRead = 0;       // report bytes of the items ended
+    int64_t lines = 0;           // report lines read so far, the running items' too
   };
   void Run(const std::function<void(const Progress&)>& progress = {});
-  // Every running job stops at its next line and writes nothing; items not started are
-  // cancelled. Outputs that were finished stay.
+  // From any thread: every running job stops at its next line and writes nothing; items not
+  // started are cancelled. Outputs that were finished stay.
   void Cancel();
 
   const std::vector<BatchItem>& Items() const { return items_; }
@@ -94,11 +95,12 @@ class Batch {
   int ExitStatus() const;
 
  private:
-  // (implementation's own)
   const Application& front_;
   BatchRequest request_;
   std::vector<BatchItem> items_;
   std::atomic<bool> cancelled_{false};
+  std::mutex mutex_;                           // guards running_ while Run goes on
+  std::vector<class ConversionJob*> running_;  // each worker's job, or null
 };
 
 // A batch's results as JSON Lines, one object an item: report, rdf, rdfChosenBy, output,
