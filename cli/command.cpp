@@ -9,15 +9,19 @@
 
 #include <algorithm>
 #include <charconv>
+#include <fstream>
+#include <functional>
 #include <limits>
 #include <thread>
 #include <tuple>
 #include <vector>
 
 #include "base/errors.h"
+#include "base/file_io.h"
 #include "cli/console_ui.h"
 #include "cli/options.h"
 #include "engine/rdf_checker.h"
+#include "run/batch.h"
 #include "run/conversion_job.h"
 #include "run/run_tally.h"
 #include "run/trace_writer.h"
@@ -125,26 +129,25 @@ std::optional<ConversionJob> PrepareJob(const ParsedOptions& opts, const Applica
   }
 }
 
-// Ctrl-C during a run: the first sets the cancel flag (the rows so far are still written),
-// the second ends the program at once. A thread waits for the signal, so no handler state
-// is needed; SIGUSR1 tells it the run is over.
+// Ctrl-C during a run: the first calls `cancel` and says `what`, the second ends the
+// program at once. A thread waits for the signal, so no handler state is needed; SIGUSR1
+// tells it the run is over.
 class InterruptWatch {
  public:
-  explicit InterruptWatch(ConversionJob& job) {
+  InterruptWatch(std::function<void()> cancel, std::string what) {
     sigset_t set;
     sigemptyset(&set);
     sigaddset(&set, SIGINT);
     sigaddset(&set, SIGUSR1);
     pthread_sigmask(SIG_BLOCK, &set, &old_);
-    thread_ = std::thread([set, &job] {
+    thread_ = std::thread([set, cancel = std::move(cancel), what = std::move(what)] {
       for (int presses = 0;;) {
         int sig = 0;
         if (sigwait(&set, &sig) != 0 || sig == SIGUSR1) return;
         if (++presses == 1) {
-          job.Cancel();
-          std::fputs(
-              "\nqbconvert: cancelling; the rows so far are kept (Ctrl-C again to stop at once)\n",
-              stderr);
+          cancel();
+          std::fprintf(stderr, "\nqbconvert: cancelling; %s (Ctrl-C again to stop at once)\n",
+                       what.c_str());
         } else {
           _exit(kExitCancelled);
         }
@@ -242,7 +245,7 @@ int Convert(const ParsedOptions& opts, Application& app, ConsoleUI& ui) {
   ui.setProgressDetail([&job] { return std::to_string(job->LinesProcessed()) + " lines"; });
   bool ok;
   {
-    InterruptWatch watch(*job);
+    InterruptWatch watch([&job] { job->Cancel(); }, "the rows so far are kept");
     ok = job->Run();
   }
   ui.finishProgress();
@@ -264,6 +267,130 @@ int Convert(const ParsedOptions& opts, Application& app, ConsoleUI& ui) {
   if (stats.cancelled) return kExitCancelled;
   std::fflush(stdout);
   return ShowFindings(*job) ? kExitDropped : kExitOk;
+}
+
+// The results of a batch (or of merged manifests) as a table on standard output.
+void PrintTable(const std::vector<BatchItem>& items) {
+  size_t wide = 6;
+  for (const BatchItem& i : items) wide = std::max(wide, i.report.string().size());
+  std::printf("%-*s  %-14s  %9s  %10s  %8s  %s\n", static_cast<int>(wide), "REPORT", "RDF", "ROWS",
+              "LINES", "TIME", "RESULT / OUTPUT");
+  for (const BatchItem& i : items) {
+    const double seconds = std::chrono::duration<double>(i.time).count();
+    std::printf("%-*s  %-14s  %9lld  %10lld  %7.2fs  %s", static_cast<int>(wide), i.report.c_str(),
+                i.rdf.filename().c_str(), static_cast<long long>(i.rows),
+                static_cast<long long>(i.lines), seconds,
+                std::string(ResultName(i.result)).c_str());
+    if (i.result == BatchItem::Result::Done || i.result == BatchItem::Result::Findings)
+      std::printf(" %s", i.output.c_str());
+    if (!i.message.empty()) std::printf(": %s", i.message.c_str());
+    std::printf("\n");
+  }
+}
+
+// The exit status of results read back: as a batch gives it.
+int StatusOf(const std::vector<BatchItem>& items) {
+  int status = kExitOk;
+  for (const BatchItem& i : items) {
+    if (i.result == BatchItem::Result::Failed) return kExitFailed;
+    if (i.result == BatchItem::Result::Cancelled) status = kExitCancelled;
+    if (i.result == BatchItem::Result::Findings && status == kExitOk) status = kExitDropped;
+  }
+  return status;
+}
+
+bool WriteManifest(const std::filesystem::path& file, const std::vector<BatchItem>& items) {
+  std::string text;
+  for (const BatchItem& i : items) text += ManifestLine(i) + "\n";
+  try {
+    WriteFileAtomically(file, text, "Manifest");
+    return true;
+  } catch (const QbError& e) {
+    std::fprintf(stderr, "qbconvert: the manifest %s cannot be written: %s\n", file.c_str(),
+                 e.describe().c_str());
+    return false;
+  }
+}
+
+// --batch: plan, run with a progress line on a terminal, then the table.
+int BatchCommand(const ParsedOptions& opts, const Application& app) {
+  BatchRequest request;
+  request.inputs = opts.positional;
+  request.recursive = opts.has(Opt::Recursive);
+  if (auto jobs = opts.value(Opt::Jobs)) {
+    const char* end = jobs->data() + jobs->size();
+    if (std::from_chars(jobs->data(), end, request.jobs).ptr != end || request.jobs < 1)
+      throw UsageError("--jobs takes a number of reports at once (1 or more), not '" + *jobs + "'");
+  }
+  request.outputDir = opts.value(Opt::OutputDir).value_or("");
+  request.outputType = opts.value(Opt::To).value_or("");
+  if (!request.outputType.empty() && !FormatOfExtension(request.outputType))
+    throw UsageError("--to is .csv, .txt, .xls or .xlsx, not '" + request.outputType + "'");
+  request.rdf = opts.value(Opt::Rdf).value_or("");
+  request.rdfDir = opts.value(Opt::RdfDir).value_or("");
+  request.existing = opts.has(Opt::Overwrite)      ? BatchRequest::Existing::Overwrite
+                     : opts.has(Opt::SkipExisting) ? BatchRequest::Existing::Skip
+                                                   : BatchRequest::Existing::Refuse;
+  request.overrides = ParseSets(opts);
+  std::error_code ec;
+  if (!request.outputDir.empty() && !std::filesystem::is_directory(request.outputDir, ec)) {
+    std::fprintf(stderr, "qbconvert: the output folder %s does not exist\n",
+                 request.outputDir.c_str());
+    return kExitFailed;
+  }
+  Batch batch(app, request);
+  try {
+    batch.Plan();
+  } catch (const QbError& e) {
+    std::fprintf(stderr, "qbconvert: %s\n", e.describe().c_str());
+    return kExitFailed;
+  }
+  const bool progress = !opts.has(Opt::Quiet) && ::isatty(STDERR_FILENO);
+  const auto start = std::chrono::steady_clock::now();
+  {
+    InterruptWatch watch([&batch] { batch.Cancel(); }, "the outputs finished so far are kept");
+    batch.Run([&](const Batch::Progress& p) {
+      if (!progress) return;
+      const double seconds =
+          std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+      std::fprintf(stderr, "\r%zu of %zu reports, %lld rows, %.0f lines/s   ", p.done, p.total,
+                   static_cast<long long>(p.rows),
+                   seconds > 0 ? static_cast<double>(p.lines) / seconds : 0.0);
+    });
+  }
+  if (progress) std::fputs("\n", stderr);
+  PrintTable(batch.Items());
+  if (auto manifest = opts.value(Opt::Manifest);
+      manifest && !WriteManifest(*manifest, batch.Items()))
+    return kExitFailed;
+  return batch.ExitStatus();
+}
+
+// --merge-manifests: the manifests of batches run apart, as one table (and one manifest).
+int MergeCommand(const ParsedOptions& opts) {
+  std::vector<BatchItem> items;
+  for (const std::string& file : opts.positional) {
+    std::ifstream in(file, std::ios::binary);
+    if (!in) {
+      std::fprintf(stderr, "qbconvert: the manifest %s cannot be read\n", file.c_str());
+      return kExitFailed;
+    }
+    int number = 0;
+    for (std::string line; std::getline(in, line);) {
+      ++number;
+      if (line.empty()) continue;
+      try {
+        items.push_back(ParseManifestLine(line));
+      } catch (const QbError& e) {
+        std::fprintf(stderr, "%s:%d: %s\n", file.c_str(), number, e.description().c_str());
+        return kExitFailed;
+      }
+    }
+  }
+  PrintTable(items);
+  if (auto manifest = opts.value(Opt::Manifest); manifest && !WriteManifest(*manifest, items))
+    return kExitFailed;
+  return StatusOf(items);
 }
 
 // --check: the RDF's problems, then (with --report) how the RDF meets the report.
@@ -315,6 +442,37 @@ void Validate(const ParsedOptions& opts) {
     throw UsageError("--trace-format is text or jsonl, not '" + *format + "'");
   }
   ParseLineRange(opts);
+  const bool batch = opts.has(Opt::Batch), merge = opts.has(Opt::MergeManifests);
+  for (Opt o :
+       {Opt::Jobs, Opt::OutputDir, Opt::To, Opt::RdfDir, Opt::SkipExisting, Opt::Recursive}) {
+    if (opts.has(o) && !batch) {
+      for (const OptionSpec& spec : Options()) {
+        if (spec.id == o) throw UsageError("--" + std::string(spec.name) + " goes with --batch");
+      }
+    }
+  }
+  if (opts.has(Opt::Manifest) && !batch && !merge)
+    throw UsageError("--manifest goes with --batch or --merge-manifests");
+  if (!opts.positional.empty() && !batch && !merge) {
+    throw UsageError("unexpected argument '" + opts.positional.front() +
+                     "': every argument belongs to an option such as --report");
+  }
+  if (batch || merge) {
+    if (opts.positional.empty())
+      throw UsageError(batch ? "--batch needs the reports: files, folders or quoted globs"
+                             : "--merge-manifests needs the manifest files");
+    if (batch && merge) throw UsageError("--batch and --merge-manifests do not go together");
+    if (opts.has(Opt::Report) || opts.has(Opt::Output) || trace || check || list || save)
+      throw UsageError(
+          "--batch takes its reports after the options, and no --report, --output, "
+          "--trace, --check, --list-fields or --save-rdf");
+    if (batch && opts.has(Opt::Rdf) && opts.has(Opt::RdfDir))
+      throw UsageError("--rdf and --rdf-dir do not go together: one RDF for all, or a folder");
+    if (opts.has(Opt::Overwrite) && opts.has(Opt::SkipExisting))
+      throw UsageError("--overwrite and --skip-existing do not go together");
+    ParseSets(opts);
+    return;
+  }
   if (trace && !opts.has(Opt::Report)) throw UsageError("--trace needs --report FILE");
   if (check && !opts.has(Opt::Rdf)) throw UsageError("--check needs --rdf FILE");
   if (check && (trace || list || save || opts.has(Opt::Output))) {
@@ -335,8 +493,8 @@ void Validate(const ParsedOptions& opts) {
   if (opts.has(Opt::Output)) {
     if (!opts.has(Opt::Report)) throw UsageError("--output needs --report FILE");
     if (!FormatOfExtension(std::filesystem::path(*opts.value(Opt::Output)).extension().string())) {
-      throw UsageError("--output must end in .txt, .csv or .xls, not '" + *opts.value(Opt::Output) +
-                       "'");
+      throw UsageError("--output must end in .txt, .csv, .xls or .xlsx, not '" +
+                       *opts.value(Opt::Output) + "'");
     }
   }
   if (!list && !save && !trace && !check && !opts.has(Opt::Output) &&
@@ -375,6 +533,15 @@ int RunCommand(std::span<const char* const> args) {
   int status = kExitOk;
   if (!app.ResetForm()) {
     status = kExitFailed;
+  } else if (opts.has(Opt::Batch)) {
+    try {
+      status = BatchCommand(opts, app);
+    } catch (const UsageError& e) {
+      std::fprintf(stderr, "qbconvert: %s\nTry 'qbconvert --help'.\n", e.what());
+      status = kExitUsage;
+    }
+  } else if (opts.has(Opt::MergeManifests)) {
+    status = MergeCommand(opts);
   } else if (opts.has(Opt::ListFields) || opts.has(Opt::SaveRdf)) {
     try {
       std::optional<ConversionJob> job = PrepareJob(opts, app, ui);

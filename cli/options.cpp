@@ -5,13 +5,13 @@
 namespace qb::cli {
 namespace {
 
-constexpr std::array<OptionSpec, 18> kOptions{{
+constexpr std::array<OptionSpec, 27> kOptions{{
     {Opt::Report, "report", "FILE", false,
      "the report to convert (.txt, .prn, .rpt print image; .pdf; a delimited file)"},
     {Opt::Rdf, "rdf", "FILE", false,
      "the Report Description File; found from the report when left out"},
     {Opt::Output, "output", "FILE", false,
-     "the output file; its extension (.txt, .csv, .xls) sets the output type"},
+     "the output file; its extension (.txt, .csv, .xls, .xlsx) sets the output type"},
     {Opt::Home, "home", "DIR", false,
      "the program folder (qbcfg.ini, qbsys.txt, log/, out/); default: $QUILLBROOK_HOME, "
      "else the folder of this program"},
@@ -38,6 +38,24 @@ constexpr std::array<OptionSpec, 18> kOptions{{
     {Opt::Check, "check", "", false,
      "check the RDF and print every problem as FILE:LINE: error|warning: ...; with --report, "
      "also how the RDF meets that report"},
+    {Opt::Batch, "batch", "", false,
+     "convert every REPORT given after the options (files, folders, quoted globs), each with "
+     "its RDF, on several threads; a table of results at the end"},
+    {Opt::Jobs, "jobs", "N", false, "--batch: reports converted at once (default: one a core)"},
+    {Opt::OutputDir, "output-dir", "DIR", false,
+     "--batch: where the outputs go (default: beside each report)"},
+    {Opt::To, "to", ".csv|.txt|.xls|.xlsx", false,
+     "--batch: the output type (default: the opfmt setting)"},
+    {Opt::RdfDir, "rdf-dir", "DIR", false,
+     "--batch: for a report auto-find gives no RDF for, the RDF of DIR that identifies it "
+     "(its RID rules and the program line pfset names)"},
+    {Opt::Manifest, "manifest", "FILE", false,
+     "--batch, --merge-manifests: the results as JSON Lines, one object a report"},
+    {Opt::SkipExisting, "skip-existing", "", false,
+     "--batch: leave a report whose output exists (--overwrite replaces it)"},
+    {Opt::Recursive, "recursive", "", false, "--batch: a folder's subfolders too"},
+    {Opt::MergeManifests, "merge-manifests", "", false,
+     "join the manifest FILEs given after the options (batches run apart) into one table"},
     {Opt::Help, "help", "", false, "show this help and exit"},
     {Opt::Version, "version", "", false, "show the version and exit"},
 }};
@@ -72,8 +90,8 @@ ParsedOptions ParseCommandLine(std::span<const char* const> args) {
   for (size_t i = 0; i < args.size(); ++i) {
     std::string_view arg = args[i];
     if (arg.substr(0, 2) != "--") {
-      throw UsageError("unexpected argument '" + std::string(arg) +
-                       "': every argument belongs to an option such as --report");
+      parsed.positional.emplace_back(arg);
+      continue;
     }
     arg.remove_prefix(2);
     std::optional<std::string> inlineValue;
@@ -115,6 +133,9 @@ std::string HelpText() {
       "  qbconvert --report FILE [--rdf FILE] [--output FILE] --trace [--lines FROM-TO]\n"
       "            [--unmatched] [--trace-format text|jsonl]\n"
       "  qbconvert --check --rdf FILE [--report FILE]\n"
+      "  qbconvert --batch [--jobs N] [--output-dir DIR] [--to TYPE] [--rdf FILE | --rdf-dir DIR]\n"
+      "            [--manifest FILE] [--overwrite | --skip-existing] [--recursive] REPORT...\n"
+      "  qbconvert --merge-manifests [--manifest FILE] MANIFEST...\n"
       "  qbconvert --rdf FILE [--report FILE] --list-fields\n"
       "  qbconvert --rdf FILE [--report FILE] --save-rdf FILE [--set KEY=VALUE]... "
       "[--fields N,...]\n"
@@ -133,7 +154,9 @@ std::string HelpText() {
   s += "\nExit status: 0 done, 1 the run or the RDF failed (standard error says why; for\n"
        "--check: the RDF has errors), 2 a usage error, 3 completed, but report lines were\n"
        "dropped (or no line matched a marker; standard error says which), 130 cancelled\n"
-       "with Ctrl-C (the rows so far are kept).\n";
+       "with Ctrl-C (the rows so far are kept). --batch: 0 every report converted cleanly,\n"
+       "3 some dropped lines or matched nothing, 1 any failed, 130 cancelled (the outputs\n"
+       "finished before are kept).\n";
   return s;
 }
 

@@ -28,6 +28,15 @@ enum class Opt {
   Unmatched,
   TraceFormat,
   Check,
+  Batch,
+  Jobs,
+  OutputDir,
+  To,
+  RdfDir,
+  Manifest,
+  SkipExisting,
+  Recursive,
+  MergeManifests,
   Help,
   Version,
 };
@@ -57,10 +66,12 @@ class ParsedOptions {
   const std::vector<std::string>& values(Opt o) const;
 
   std::map<Opt, std::vector<std::string>> values_;
+  // The arguments that belong to no option: --batch's reports, --merge-manifests' files.
+  std::vector<std::string> positional;
 };
 
-// Accepts "--name value" and "--name=value". Throws UsageError for unknown options,
-// missing values, repeated single options and stray arguments.
+// Accepts "--name value" and "--name=value"; other arguments are kept as positional.
+// Throws UsageError for unknown options, missing values and repeated single options.
 ParsedOptions ParseCommandLine(std::span<const char* const> args);
 
 std::string HelpText();

@@ -68,7 +68,9 @@ std::vector<fs::path> Expand(const std::string& input, bool recursive, std::stri
     }
     return found;
   }
-  if (fs::is_regular_file(input, ec)) return {fs::path(input)};
+  // A report named may also be a named pipe (a report unpacked on the fly).
+  if (const auto kind = fs::status(input, ec); fs::is_regular_file(kind) || fs::is_fifo(kind))
+    return {fs::path(input)};
   if (!fs::is_directory(input, ec)) {
     throw QbError(kFileNotFound, std::string(kSource), "no such report or folder").at(input);
   }

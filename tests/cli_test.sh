@@ -282,5 +282,48 @@ assert sheet.row_values(3) == ["", "100233", "CASCO BAY OUTFITTERS", -85.0, 0.0,
 assert sheet.row_values(8)[:8] == ["TOTAL", "", "", 17897.36, 4477.85, 5540.2, 6917.4, 34832.81]
 ' "$tmp/aged.xls"
 
+# --batch: a folder of reports, each with the RDF auto-find gives it; the outputs are those
+# of single runs, the manifest lists the reports in order, and a report without an RDF
+# fails alone (exit 1).
+mkdir -p "$tmp/batch/in" "$tmp/batch/out" "$tmp/batchhome/log"
+cp "$samples/ARINV01.txt" "$samples/ARAGE02.txt" "$samples/GLDET01.txt" "$tmp/batch/in/"
+printf 'a note\r\n' >"$tmp/batch/in/NOTES.txt"
+cp "$2/settings/qbsys.txt" "$tmp/batchhome/"
+printf '[qbpaths]\r\nrdfdir=%s\r\n' "$samples" >"$tmp/batchhome/qbcfg.ini"
+"$qbconvert" --home "$tmp/batchhome" --batch --jobs 2 --to .csv --output-dir "$tmp/batch/out" \
+  --manifest "$tmp/batch/manifest.jsonl" "$tmp/batch/in" >"$tmp/out" 2>"$tmp/err"; rc=$?
+check "batch: a failed report makes exit 1" test $rc -eq 1
+check "batch: the table names the failure" contains "$tmp/out" "failed: no RDF"
+check "batch: the manifest in the order of the reports" test \
+  "$(sed 's/.*"report":"[^"]*\/\([^"/]*\)".*"result":"\([a-z]*\)".*/\1 \2/' "$tmp/batch/manifest.jsonl" | tr '\n' ' ')" = \
+  "ARAGE02.txt done ARINV01.txt done GLDET01.txt done NOTES.txt failed "
+for r in ARINV01 ARAGE02 GLDET01; do
+  "$qbconvert" --home "$tmp/batchhome" --report "$samples/$r.txt" --output "$tmp/single.csv" \
+    --overwrite --quiet >/dev/null 2>&1
+  check "batch: $r as a single run writes it" cmp -s "$tmp/single.csv" "$tmp/batch/out/$r.csv"
+done
+"$qbconvert" --home "$tmp/batchhome" --merge-manifests "$tmp/batch/manifest.jsonl" >"$tmp/out" 2>&1; rc=$?
+check "merge-manifests: the table again, exit 1" test $rc -eq 1 -a "$(grep -c ' done ' "$tmp/out")" -eq 3
+"$qbconvert" --home "$tmp/batchhome" --batch --skip-existing --output-dir "$tmp/batch/out" --to .csv \
+  "$tmp/batch/in/AR*.txt" >"$tmp/out" 2>&1; rc=$?
+check "batch: existing outputs skipped, exit 0" test $rc -eq 0 -a "$(grep -c ' skipped' "$tmp/out")" -eq 2
+
+# Ctrl-C mid-batch: the report finished is kept, the one running writes nothing, exit 130.
+mkdir -p "$tmp/batch/cut"
+"$qbconvert" --home "$tmp/batchhome" --batch --jobs 1 --to .csv --rdf "$big_rdf" \
+  --output-dir "$tmp/batch/cut" "$tmp/batch/in/ARINV01.txt" "$tmp/pipe.txt" >"$tmp/out" 2>"$tmp/err" &
+pid=$!
+exec 3>"$tmp/pipe.txt"
+rows 100000 >&3
+sleep 0.3
+kill -INT $pid
+sleep 0.2
+exec 3>&-
+wait $pid; rc=$?
+check "batch: Ctrl-C exits 130" test $rc -eq 130
+check "batch: Ctrl-C keeps the finished output, writes no other" \
+  test "$(ls -A "$tmp/batch/cut")" = "ARINV01.csv"
+check "batch: Ctrl-C leaves no work files" test -z "$(ls -A "$tmp/batchhome/out" 2>/dev/null)"
+
 echo "$passed passed, $failed failed"
 test $failed -eq 0
