@@ -24,6 +24,9 @@ struct OutputOptions {
                                    // (.xlsx rows always go straight into the workbook)
   bool launch = false;             // open the workbook after the run
   std::string launchMethod = "1";  // how: "1", "2" or "3"
+  // A text file's rows are formatted and written by a second thread while the run reads on;
+  // false keeps them on the run's thread (a batch that already gives every core a run).
+  bool writerThread = true;
 };
 
 // Reads "opfmt", "delim", "textq", "tqswt", "rtype", "rmode", "exswt" and "lmeth". Throws

@@ -32,8 +32,11 @@ uint32_t GetU32(const char*& p) {
 }  // namespace
 
 PipedTextSink::PipedTextSink(const std::filesystem::path& path, std::string_view source,
-                             RowFormatter formatter)
-    : file_(path, source), formatter_(std::move(formatter)), batches_(kBatches) {
+                             RowFormatter formatter, bool threaded)
+    : file_(path, source),
+      formatter_(std::move(formatter)),
+      batches_(threaded ? kBatches : 1),
+      threaded_(threaded) {
   for (Batch& b : batches_) {
     b.data = std::make_unique_for_overwrite<char[]>(kBatchSize);
     b.capacity = kBatchSize;
@@ -41,7 +44,7 @@ PipedTextSink::PipedTextSink(const std::filesystem::path& path, std::string_view
   }
   current_ = free_.back();
   free_.pop_back();
-  writer_ = std::thread([this] { WriterLoop(); });
+  if (threaded_) writer_ = std::thread([this] { WriterLoop(); });
 }
 
 PipedTextSink::~PipedTextSink() {
@@ -98,6 +101,11 @@ void PipedTextSink::Values(std::span<const ValueBuffer* const> values) {
 
 // Queues the current batch for the writer and takes a free one, waiting for it if need be.
 void PipedTextSink::Submit() {
+  if (!threaded_) {
+    WriteBatch(*current_);
+    current_->used = 0;
+    return;
+  }
   std::unique_lock lock(mutex_);
   if (error_) throw *error_;
   full_.push_back(current_);
@@ -112,7 +120,7 @@ void PipedTextSink::Submit() {
 }
 
 void PipedTextSink::Close() {
-  if (!writer_.joinable()) return;
+  if (closed_) return;
   if (current_->used > 0) Submit();
   Stop(/*drop=*/false);
   if (error_) throw *error_;
@@ -120,6 +128,7 @@ void PipedTextSink::Close() {
 }
 
 void PipedTextSink::Stop(bool drop) {
+  closed_ = true;  // a Close after Abandon has nothing to write
   {
     std::lock_guard lock(mutex_);
     stopping_ = true;

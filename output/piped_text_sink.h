@@ -1,7 +1,8 @@
 #pragma once
 // A text file written by a second thread. The run hands over each row's values, copied into
 // batches; the writer thread formats them (numeric clean-up, quoting, joining) and writes the
-// file, while the run's own thread goes on recognising lines and picking up values.
+// file, while the run's own thread goes on recognising lines and picking up values. Without
+// the thread (`threaded` false) the run's thread writes each batch when it is full.
 
 #include <condition_variable>
 #include <filesystem>
@@ -23,7 +24,8 @@ class PipedTextSink {
  public:
   // Creates the file (replacing one of that name) and starts the writer. Throws QbError
   // naming `source`.
-  PipedTextSink(const std::filesystem::path& path, std::string_view source, RowFormatter formatter);
+  PipedTextSink(const std::filesystem::path& path, std::string_view source, RowFormatter formatter,
+                bool threaded = true);
   // Stops the writer. Rows not yet written are dropped: only a failed run gets here without
   // Close.
   ~PipedTextSink();
@@ -67,6 +69,8 @@ class PipedTextSink {
   bool drop_ = false;
   std::optional<QbError> error_;
   std::thread writer_;
+  const bool threaded_;
+  bool closed_ = false;
 
   Batch* current_ = nullptr;  // filled by the run's thread, outside the lock
 };

@@ -228,7 +228,8 @@ TurboSink::TurboSink(const OutputOptions& options, const OutputTarget& target)
       output_(target.path),
       log_(*target.log),
       turboFile_(target.workFolder, "qb", ".tmp", "Process"),
-      rows_(turboFile_.path(), "Process", RowFormatter(options, target.columnTypes)) {}
+      rows_(turboFile_.path(), "Process", RowFormatter(options, target.columnTypes),
+            options.writerThread) {}
 
 void TurboSink::Finish() {
   rows_.Close();

@@ -277,6 +277,8 @@ void Batch::Run(const std::function<void(const Progress&)>& progress) {
         job.rdf = item.rdf;
         job.output = item.output;
         job.overrides = request_.overrides;
+        // With a job on every core, a writer thread a job only takes turns with the readers.
+        job.writerThread = workers < std::max(1u, std::thread::hardware_concurrency());
         try {
           ConversionJob conversion(front_, ui, job);
           {

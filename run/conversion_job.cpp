@@ -71,6 +71,7 @@ void ConversionJob::MakeDriver() {
                                                app_.Settings[Key::opfmt] +
                                                ": give the output the extension of its type");
   }
+  options.writerThread = request_.writerThread;
   driver_.emplace(engine_, std::move(options));
 }
 

@@ -37,6 +37,9 @@ struct JobRequest {
   // Read the report through without writing any output: the run is watched (a trace, the
   // RDF checker's report) and `output` is not used.
   bool noOutput = false;
+  // A text output's rows formatted on a thread of their own (see OutputOptions): off for the
+  // jobs of a batch that gives every core a job already.
+  bool writerThread = true;
 };
 
 // A job that cannot be prepared, in words for the user.
