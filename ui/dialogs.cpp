@@ -60,4 +60,14 @@ QString QtDialogs::saveFile(QWidget* parent, const QString& title, const QString
   return QFileDialog::getSaveFileName(parent, title, folder, filters, &chosen);
 }
 
+QStringList QtDialogs::openFiles(QWidget* parent, const QString& title, const QString& filters,
+                                 int selected, const QString& folder) {
+  QString chosen = filters.split(";;").value(selected - 1);
+  return QFileDialog::getOpenFileNames(parent, title, folder, filters, &chosen);
+}
+
+QString QtDialogs::openFolder(QWidget* parent, const QString& title, const QString& folder) {
+  return QFileDialog::getExistingDirectory(parent, title, folder);
+}
+
 }  // namespace qb::ui

@@ -3,6 +3,7 @@
 // them from a script (ScriptedDialogs in the tests) while the program shows real ones.
 
 #include <QString>
+#include <QStringList>
 #include <QWidget>
 
 #include "settings/user_interface.h"
@@ -22,6 +23,14 @@ class Dialogs {
                            int selected, const QString& folder) = 0;
   virtual QString saveFile(QWidget* parent, const QString& title, const QString& filters,
                            int selected, const QString& folder) = 0;
+  // Several files at once, and a folder (Convert Many). A script that answers only openFile
+  // gives one file and no folder.
+  virtual QStringList openFiles(QWidget* parent, const QString& title, const QString& filters,
+                                int selected, const QString& folder) {
+    const QString file = openFile(parent, title, filters, selected, folder);
+    return file.isEmpty() ? QStringList() : QStringList{file};
+  }
+  virtual QString openFolder(QWidget*, const QString&, const QString&) { return {}; }
 };
 
 // The real dialogs of the desktop.
@@ -35,6 +44,9 @@ class QtDialogs final : public Dialogs {
                    const QString& folder) override;
   QString saveFile(QWidget* parent, const QString& title, const QString& filters, int selected,
                    const QString& folder) override;
+  QStringList openFiles(QWidget* parent, const QString& title, const QString& filters, int selected,
+                        const QString& folder) override;
+  QString openFolder(QWidget* parent, const QString& title, const QString& folder) override;
 };
 
 // "All Files (*.*)|*.*|Text files (*.txt)|*.txt" as the desktop's filter list.

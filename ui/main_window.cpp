@@ -43,6 +43,7 @@
 #include "engine/rdf_checker.h"
 #include "output/output_options.h"
 #include "run/launch.h"
+#include "ui/convert_many.h"
 #include "ui/fields_model.h"
 #include "ui/report_pane.h"
 #include "ui/settings_dialogs.h"
@@ -57,7 +58,8 @@ constexpr char kReportFilters[] =
     "Report files (*.rpt)|*.rpt";
 constexpr char kRdfFilters[] = "Report Description Files (*.rdf)|*.rdf";
 constexpr char kOutputFilters[] =
-    "Text files (*.txt)|*.txt|CSV files (*.csv)|*.csv|Excel files (*.xls)|*.xls";
+    "Text files (*.txt)|*.txt|CSV files (*.csv)|*.csv|Excel files (*.xls)|*.xls|Excel workbooks "
+    "(*.xlsx)|*.xlsx";
 
 // How many reports and RDFs the File menu keeps.
 constexpr int kRecentCount = 5;
@@ -353,6 +355,7 @@ void MainWindow::BuildMenus() {
   file->setObjectName("mnuFile");
   action(file, "mnuNew", "&New", true, [this] { NewForm(); })->setShortcut(QKeySequence::New);
   action(file, "mnuSaveRDF", "Save RDF &As ...", true, [this] { SaveRdfAs(); });
+  action(file, "mnuConvertMany", "Convert &Many ...", false, [this] { ConvertMany(); });
   mnuRecent_ = file->addMenu("&Recent Files");
   mnuRecent_->setObjectName("mnuRecent");
   runLocked_ << mnuRecent_->menuAction();
@@ -365,7 +368,7 @@ void MainWindow::BuildMenus() {
   type->setObjectName("mnuOutputType");
   runLocked_ << type->menuAction();
   outputTypes_ = new QActionGroup(this);
-  for (const char* ext : {".txt", ".csv", ".xls"}) {
+  for (const char* ext : {".txt", ".csv", ".xls", ".xlsx"}) {
     QAction* a = action(type, (std::string("mnuOutput") + (ext + 1)).c_str(), QString(ext), false,
                         [this, ext] { SetOutputType(ext); });
     a->setCheckable(true);
@@ -472,9 +475,10 @@ void MainWindow::ConnectSignals() {
   connect(btnOutput_, &QPushButton::clicked, this, [this, pick] {
     const std::string& type = app_->Settings[Key::opfmt];
     pick(txtOfile_, "Select an Output File ...", kOutputFilters,
-         type == ".csv"   ? 2
-         : type == ".xls" ? 3
-                          : 1,
+         type == ".csv"    ? 2
+         : type == ".xls"  ? 3
+         : type == ".xlsx" ? 4
+                           : 1,
          Key::outdir, true, [this](const QString& path) { ChooseOutput(path); });
   });
   for (QLineEdit* box : {txtRfile_, txtDfile_, txtOfile_}) {
@@ -803,7 +807,7 @@ void MainWindow::ShowFailure() {
 // workbook to open; the program is looked for as LaunchSpreadsheet looks for it.
 QString MainWindow::LaunchProblem() const {
   const ConversionJob& job = *job_;
-  if (!job.Request().launch || job.Options().format != OutputFormat::Xls) return {};
+  if (!job.Request().launch || !IsWorkbook(job.Options().format)) return {};
   const std::string& method = job.Options().launchMethod;
   if (method == "2" || method == "3") return {};  // these show "File Open Error" themselves
   const std::vector<std::string> program = SpreadsheetProgram();
@@ -914,6 +918,15 @@ void MainWindow::CheckRdfFile() {
   frmCheckRdf_->show();
   frmCheckRdf_->raise();
   frmCheckRdf_->activateWindow();
+}
+
+// Convert Many is a window of its own beside this one, kept with its list when closed. Its
+// batch runs with its own copy of the settings, so this window's runs and choices go on.
+void MainWindow::ConvertMany() {
+  if (!frmConvertMany_) frmConvertMany_ = new ConvertManyDialog(*app_, dialogs_, this);
+  frmConvertMany_->show();
+  frmConvertMany_->raise();
+  frmConvertMany_->activateWindow();
 }
 
 void MainWindow::dragEnterEvent(QDragEnterEvent* event) {

@@ -4,7 +4,7 @@
 // Cancel and the statistics. A run is a ConversionJob on a worker thread with its own copy
 // of the RDF and settings; the window stays responsive and the engine's messages come back
 // to this thread. A report or an RDF dropped on the window is taken as if chosen, and the
-// File menu keeps the files chosen last.
+// File menu keeps the files chosen last and opens Convert Many for many reports at once.
 
 #include <QMainWindow>
 #include <QPointer>
@@ -36,6 +36,7 @@ class QTableView;
 
 namespace qb::ui {
 
+class ConvertManyDialog;
 class FieldsModel;
 class ReportPane;
 
@@ -107,6 +108,7 @@ class MainWindow final : public QMainWindow {
   void AboutQuillbrook();
   void OpenDocument(const std::filesystem::path& file, const QString& what);
   void CheckRdfFile();
+  void ConvertMany();
 
   Dialogs& dialogs_;
   std::unique_ptr<WindowUI> ui_;
@@ -136,6 +138,7 @@ class MainWindow final : public QMainWindow {
   QActionGroup* outputTypes_;
   QAction* cancelKey_;
   QPointer<QDialog> frmCheckRdf_;
+  QPointer<ConvertManyDialog> frmConvertMany_;
   ReportPane* pane_;
   QSplitter* splFields_;
   QAction* mnuReportPane_;
