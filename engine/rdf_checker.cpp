@@ -1157,8 +1157,9 @@ void Checker::CheckSettings(const Part& part) {
                           "; loading ignores it: the codes are HD, OF, QS, TQ, DL, RT and ES");
       }
     } else if (code == "OF" && !FormatOfExtension(value)) {
-      Warn(r->line, ColumnText(kRLF, S::Value, value) +
-                        "; the output type is .txt, .csv, .xls or .xlsx, and a run refuses any other");
+      Warn(r->line,
+           ColumnText(kRLF, S::Value, value) +
+               "; the output type is .txt, .csv, .xls or .xlsx, and a run refuses any other");
     } else if (code == "RT" && !OneOf(value, kRecordSelections)) {
       Warn(r->line, ColumnText(kRLF, S::Value, value) +
                         "; the record selections are All Records, Details Only and Totals Only, "

@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "base/errors.h"
+#include "base/json.h"
 #include "engine/engine.h"
 #include "output/output_options.h"
 #include "run/conversion_job.h"
@@ -93,25 +94,6 @@ std::vector<fs::path> Expand(const std::string& input, bool recursive, std::stri
     return f.extension() == type && stems.contains(f.parent_path() / f.stem());
   });
   return found;
-}
-
-void AppendJson(std::string& out, std::string_view text) {
-  static constexpr char kHex[] = "0123456789abcdef";
-  out += '"';
-  for (char ch : text) {
-    const auto c = static_cast<unsigned char>(ch);
-    if (c == '"' || c == '\\') {
-      out += '\\';
-      out += ch;
-    } else if (c < 0x20) {
-      out += "\\u00";
-      out += kHex[c >> 4];
-      out += kHex[c & 15];
-    } else {
-      out += ch;
-    }
-  }
-  out += '"';
 }
 
 }  // namespace
