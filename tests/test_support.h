@@ -67,16 +67,21 @@ class RecordingUI final : public UserInterface {
   std::vector<int> percents;
 };
 
-// 2009-11-15 14:05 local time, for log lines that compare exactly.
+// 2009-11-15 14:05 local time, for log lines that compare exactly. Worked out
+// once: mktime re-reads the time zone on every call, which races with the
+// log's localtime_r on a batch's worker threads.
 inline std::chrono::system_clock::time_point PinnedTime() {
-  std::tm tm{};
-  tm.tm_year = 109;
-  tm.tm_mon = 10;
-  tm.tm_mday = 15;
-  tm.tm_hour = 14;
-  tm.tm_min = 5;
-  tm.tm_isdst = -1;
-  return std::chrono::system_clock::from_time_t(std::mktime(&tm));
+  static const auto pinned = [] {
+    std::tm tm{};
+    tm.tm_year = 109;
+    tm.tm_mon = 10;
+    tm.tm_mday = 15;
+    tm.tm_hour = 14;
+    tm.tm_min = 5;
+    tm.tm_isdst = -1;
+    return std::chrono::system_clock::from_time_t(std::mktime(&tm));
+  }();
+  return pinned;
 }
 
 inline void WriteFile(const std::filesystem::path& p, std::string_view bytes) {
