@@ -48,7 +48,7 @@ void ShowStartup(const Application& app) {
   }
 }
 
-// --set KEY=VALUE, checked against the thirteen settings before anything starts.
+// --set KEY=VALUE, checked against the settings before anything starts.
 std::vector<std::pair<Key, std::string>> ParseSets(const ParsedOptions& opts) {
   std::vector<std::pair<Key, std::string>> sets;
   for (const std::string& s : opts.values(Opt::Set)) {

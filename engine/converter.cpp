@@ -43,6 +43,12 @@ void AppendQuotedLiteral(std::string& out, std::string_view text) {
 
 }  // namespace
 
+std::string Converter::RdfText(std::string_view text, bool* held) {
+  if (held) *held = true;
+  if (!alphabet_) return std::string(text);
+  return alphabet_->Units(text, engine_.flags.RdfUtf8, held);
+}
+
 void Converter::PrepareOutput(const OutputOptions& options) {
   state_.CancelFlag = false;
   state_.StopFlag = false;
@@ -69,7 +75,8 @@ void Converter::PrepareOutput(const OutputOptions& options) {
     r.at = Segment::Of(m.GetInt(col::Markers::fldSTR), length);
     const std::string_view ruleText = m.GetText(col::Markers::fldRUL);
     const char rule = ruleText.empty() ? '\0' : ruleText.front();
-    r.marker = m.GetText(col::Markers::fldMRK);
+    bool held = true;
+    r.marker = RdfText(m.GetText(col::Markers::fldMRK), &held);
     r.action = m.GetText(col::Markers::fldACT);
     r.group = static_cast<int32_t>(m.GetInt(col::Markers::fldGRP));
     r.wait = static_cast<int32_t>(m.GetInt(col::Markers::fldWTS));
@@ -93,6 +100,8 @@ void Converter::PrepareOutput(const OutputOptions& options) {
       std::memcpy(r.masks.data(), mask.data(), kCopyBlock);
       r.test = MarkerTest::EqualWords;
     }
+    // A text with a character the report's encoding cannot hold is on no line of it.
+    if (!held && (rule == '=' || rule == 'x')) r.test = MarkerTest::NeverEqual;
     if (r.at.invalid && r.test != MarkerTest::Unknown) r.test = MarkerTest::Invalid;
     r.skip = r.action == "skip";
     r.stop = r.action == "stop";
@@ -129,7 +138,7 @@ void Converter::PrepareOutput(const OutputOptions& options) {
     }
     const int64_t dlb = f.GetInt(col::Fields::fldDLB);
     columns_.push_back({slotOf(f.GetInt(col::Fields::fldFLD)), std::string(type),
-                        std::string(Trim(label)), dlb > 0 ? slotOf(dlb) : -1});
+                        RdfText(Trim(label)), dlb > 0 ? slotOf(dlb) : -1});
   }
   f.Sort("");
   labels_.assign(columns_.size(), std::string_view());
@@ -390,7 +399,7 @@ const std::vector<Converter::PickupRow>& Converter::PickupRows(size_t marker) {
     r.at = Segment::Of(p.GetInt(col::Pickups::fldSTR), p.GetInt(col::Pickups::fldLEN));
     std::string_view rule = p.GetText(col::Pickups::fldRUL);
     std::string_view act = p.GetText(col::Pickups::fldACT);
-    r.value = p.GetText(col::Pickups::fldVAL);
+    r.value = RdfText(p.GetText(col::Pickups::fldVAL));
     r.info = static_cast<uint32_t>(pickupInfo_.size());
     pickupInfo_.push_back({p.GetInt(col::Pickups::fldLIN),
                            static_cast<int32_t>(p.GetInt(col::Pickups::fldFLD)),

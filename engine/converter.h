@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "base/bytes.h"
+#include "base/text_encoding.h"
 #include "engine/engine.h"
 #include "engine/pattern.h"
 #include "engine/run_observer.h"
@@ -76,6 +77,9 @@ class Converter {
   // the tables for the run.
   void PrepareOutput(const OutputOptions& options);
   void SetSink(OutputSink* sink) { sink_ = sink; }
+  // What the report's units stand for (set before PrepareOutput): the RDF's marker texts,
+  // pickup values and labels are taken into it. Without one, they are used as they stand.
+  void SetAlphabet(Alphabet* alphabet) { alphabet_ = alphabet; }
   // Tells `observer` (or nobody, with null) what the run does; set before the run.
   void SetObserver(RunObserver* observer) { observer_ = observer; }
   RunObserver* Observer() const { return observer_; }
@@ -264,6 +268,8 @@ class Converter {
     int labelSlot;  // field whose value labels this column, or -1
   };
 
+  // A text of the RDF in the report's units; `held` false when a character could not be.
+  std::string RdfText(std::string_view text, bool* held = nullptr);
   std::string_view Padded(std::string_view line);
   void ProcessDataMarker(size_t marker, std::string_view line);
   template <bool kObserved>
@@ -284,6 +290,7 @@ class Converter {
   RunState state_;
   OutputSink* sink_ = nullptr;
   RunObserver* observer_ = nullptr;
+  Alphabet* alphabet_ = nullptr;
   const MarkerRow* matched_ = nullptr;  // the row that matched the current piece
 
   RecordSelection selection_ = RecordSelection::All;

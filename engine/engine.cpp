@@ -2,11 +2,13 @@
 
 #include "engine/engine.h"
 
+#include <algorithm>
 #include <array>
 
 #include "base/bytes.h"
 #include "base/file_io.h"
 #include "base/line_reader.h"
+#include "base/text_encoding.h"
 #include "output/output_options.h"
 
 namespace qb {
@@ -14,16 +16,19 @@ namespace qb {
 namespace {
 
 // The RDF setting records and the settings they set, in the order they are saved.
-constexpr std::array<std::pair<std::string_view, Key>, 6> kRdfSettingKeys{{{"OF", Key::opfmt},
+// "EN", the report's encoding, came later: an RDF without it reads its report by the
+// settings, and one is saved with it only when the encoding is set.
+constexpr std::array<std::pair<std::string_view, Key>, 7> kRdfSettingKeys{{{"OF", Key::opfmt},
                                                                            {"QS", Key::tqswt},
                                                                            {"TQ", Key::textq},
                                                                            {"DL", Key::delim},
                                                                            {"RT", Key::rtype},
-                                                                           {"ES", Key::exswt}}};
+                                                                           {"ES", Key::exswt},
+                                                                           {"EN", Key::encoding}}};
 
 // The settings put back to the saved values before an RDF applies its own.
-constexpr std::array<Key, 6> kRestoredKeys{Key::delim, Key::textq, Key::tqswt,
-                                           Key::opfmt, Key::exswt, Key::rtype};
+constexpr std::array<Key, 7> kRestoredKeys{Key::delim, Key::textq, Key::tqswt,   Key::opfmt,
+                                           Key::exswt, Key::rtype, Key::encoding};
 
 // Text at `start`/`length` on line `row` of the report (the last line read when the report
 // is shorter), or "" for an empty report.
@@ -130,8 +135,25 @@ void Engine::ApplyRDFSettings() {
       settings.Item(key).Value =
           key == Key::delim ? DelimiterSettingOfRecord(value) : std::string(value);
       flags.SettingsRestore = true;
+      if (key == Key::encoding && EncodingNamed(value) == Encoding::Utf8) flags.RdfUtf8 = true;
     }
   }
+  if (flags.RdfUtf8) CountMarkersInCharacters();
+}
+
+// A marker's length, worked out from its text when the RDF was read, counts bytes; in a UTF-8
+// RDF it counts characters, as the report's columns do.
+void Engine::CountMarkersInCharacters() {
+  Recordset& m = tables.rsMarkers;
+  for (m.MoveFirst(); !m.IsEOF(); m.MoveNext()) {
+    const std::string_view text = m.GetText(col::Markers::fldMRK);
+    if (m.GetInt(col::Markers::fldLEN) != static_cast<int64_t>(text.size())) continue;
+    const auto characters = std::count_if(text.begin(), text.end(), [](char c) {
+      return (static_cast<unsigned char>(c) & 0xC0) != 0x80;
+    });
+    m.SetInt(col::Markers::fldLEN, characters);
+  }
+  m.MoveFirst();
 }
 
 bool Engine::BuildRDF(const std::filesystem::path& path) {
@@ -166,6 +188,7 @@ bool Engine::BuildRDF(const std::filesystem::path& path) {
     line("RLF SECTION");
     line("HD," + heading);
     for (auto [code, key] : kRdfSettingKeys) {
+      if (key == Key::encoding && settings[key].empty()) continue;
       const std::string value =
           key == Key::delim ? DelimiterRecordOfSetting(settings[key]) : settings[key];
       line(std::string(code) + "," + value);

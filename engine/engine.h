@@ -84,6 +84,7 @@ class Engine {
   // The program check of a text report: nothing when there is nothing to compare (pfset
   // names no line, the line is blank, the report cannot be read).
   std::optional<bool> ProgramMatches(const std::filesystem::path& reportPath) const;
+  void CountMarkersInCharacters();
 
   std::optional<QbError> lastError_;
   bool reportIdMatched_ = false;  // the last GetReportID found its layout in the flags table

@@ -8,6 +8,7 @@
 #include "base/bytes.h"
 #include "base/errors.h"
 #include "base/line_reader.h"
+#include "base/text_encoding.h"
 #include "engine/converter.h"
 #include "engine/pattern.h"
 #include "engine/rdf_lines.h"
@@ -31,7 +32,7 @@ constexpr std::string_view kTypeCodes[] = {"c",  "r",  "n", "n0", "n1", "n2", "n
 constexpr std::string_view kActionsOfA[] = {"set",  "seth", "cat",  "catv", "get",
                                             "getc", "getz", "hold", "keep"};
 constexpr std::string_view kActionsWithoutText[] = {"set", "seth", "catv", "get", "getc", "getz"};
-constexpr std::string_view kSettingCodes[] = {"HD", "OF", "QS", "TQ", "DL", "RT", "ES"};
+constexpr std::string_view kSettingCodes[] = {"HD", "OF", "QS", "TQ", "DL", "RT", "ES", "EN"};
 constexpr std::string_view kRecordSelections[] = {"All Records", "Details Only", "Totals Only"};
 
 template <size_t N>
@@ -252,14 +253,9 @@ bool Checker::ReadLines() {
       }
       first = raw;
     }
+    // A UTF-8 byte-order mark says the RDF's texts are UTF-8; loading reads past it.
+    if (first.starts_with(kUtf8Bom)) first.erase(0, kUtf8Bom.size());
     const bool scrambled = IsScrambledFirstLine(first);
-    if (scrambled && StartsWith(first, "\xEF\xBB\xBF")) {
-      Error(1,
-            "the first line begins with a byte-order mark, so loading takes the file for a "
-            "scrambled RDF and fails: save it as plain text without the mark (not as UTF-8 with "
-            "BOM)");
-      return false;
-    }
     if (scrambled && (Trim(first).empty() || first.front() == '[')) {
       Error(1,
             "the first line must be the header part line, as in \"RDF 0001T Invoice "
@@ -1154,12 +1150,15 @@ void Checker::CheckSettings(const Part& part) {
     if (!OneOf(code, kSettingCodes)) {
       if (!LooksLikeNumber(r->Col(S::Key))) {
         Warn(r->line, ColumnText(kRLF, S::Key, r->Col(S::Key)) +
-                          "; loading ignores it: the codes are HD, OF, QS, TQ, DL, RT and ES");
+                          "; loading ignores it: the codes are HD, OF, QS, TQ, DL, RT, ES and EN");
       }
     } else if (code == "OF" && !FormatOfExtension(value)) {
       Warn(r->line,
            ColumnText(kRLF, S::Value, value) +
                "; the output type is .txt, .csv, .xls or .xlsx, and a run refuses any other");
+    } else if (code == "EN" && !EncodingNamed(value)) {
+      Warn(r->line, ColumnText(kRLF, S::Value, value) + "; the encodings are " + EncodingNames() +
+                        ", and a run refuses any other");
     } else if (code == "RT" && !OneOf(value, kRecordSelections)) {
       Warn(r->line, ColumnText(kRLF, S::Value, value) +
                         "; the record selections are All Records, Details Only and Totals Only, "

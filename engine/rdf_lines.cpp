@@ -1,5 +1,7 @@
 #include "engine/rdf_lines.h"
 
+#include "base/text_encoding.h"
+
 #include "base/bytes.h"
 #include "engine/rdf_codec.h"
 #include "engine/rdf_sections.h"
@@ -15,6 +17,7 @@ bool RdfLineSource::Next(std::string_view& line) {
   for (;;) {
     if (!reader_.Next(raw)) return false;
     ++physical_;
+    if (physical_ == 1 && raw.starts_with(kUtf8Bom)) raw.remove_prefix(kUtf8Bom.size());
     if (!scrambled_ && (raw.empty() || raw.front() == ' ' || raw.front() == '[')) continue;
     break;
   }

@@ -2,6 +2,7 @@
 
 #include "base/bytes.h"
 #include "base/line_reader.h"
+#include "base/text_encoding.h"
 #include "engine/engine.h"
 #include "engine/pattern.h"
 #include "engine/rdf_codec.h"
@@ -70,6 +71,8 @@ bool Engine::GetRDFInfo(const std::filesystem::path& rdfPath) {
     LineReader reader(rdfPath, kProc);
     std::string_view raw;
     if (!reader.Next(raw)) raw = {};
+    flags.RdfUtf8 = raw.starts_with(kUtf8Bom);
+    if (flags.RdfUtf8) raw.remove_prefix(kUtf8Bom.size());
     flags.Scrambled = IsScrambledFirstLine(raw);
     std::string line;
     if (flags.Scrambled) {

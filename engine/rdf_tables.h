@@ -92,6 +92,9 @@ struct EngineFlags {
   bool PdfReport = false;        // the selected report is a PDF
   bool DffReport = false;        // the selected report is delimited input
   bool SettingsRestore = false;  // the last RDF applied settings: restore before the next
+  // The RDF's texts are UTF-8: it begins with a byte-order mark or its settings say EN,utf-8
+  // (else they are Windows-1252).
+  bool RdfUtf8 = false;
 };
 
 }  // namespace qb

@@ -55,6 +55,12 @@ OutputOptions ParseOutputOptions(const clsKeys& settings) {
   }
   o.launch = settings[Key::exswt] == "1";
   o.launchMethod = settings[Key::lmeth];
+  const std::string_view bom = Trim(settings[Key::bom]);
+  if (!bom.empty() && bom != "0" && bom != "1") {
+    Refuse(Key::bom, settings[Key::bom],
+           "0 or 1 (1: a UTF-8 output begins with a byte-order mark)");
+  }
+  o.bom = bom == "1";
   return o;
 }
 

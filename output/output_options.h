@@ -27,9 +27,12 @@ struct OutputOptions {
   // A text file's rows are formatted and written by a second thread while the run reads on;
   // false keeps them on the run's thread (a batch that already gives every core a run).
   bool writerThread = true;
+  // A .txt or .csv of a report read in another encoding than Windows-1252 is UTF-8; this
+  // begins it with a byte-order mark, which spreadsheet programs need to read a .csv so.
+  bool bom = false;
 };
 
-// Reads "opfmt", "delim", "textq", "tqswt", "rtype", "rmode", "exswt" and "lmeth". Throws
+// Reads "opfmt", "delim", "textq", "tqswt", "rtype", "rmode", "exswt", "lmeth" and "bom". Throws
 // QbError naming the setting, its value and what it takes, for an output type other than the
 // four, an empty delimiter for a .txt output, or a buffer mode outside 0 to 6 for an .xls.
 OutputOptions ParseOutputOptions(const clsKeys& settings);

@@ -17,8 +17,8 @@ class TextSink final : public OutputSink {
   TextSink(const OutputOptions& options, const OutputTarget& target)
       : output_(target.path),
         temp_(TempFile::Beside(target.path, "Process")),
-        rows_(temp_.path(), "Process", RowFormatter(options, target.columnTypes),
-              options.writerThread) {}
+        rows_(temp_.path(), "Process", RowFormatter(options, target.columnTypes, target.alphabet),
+              options.writerThread, target.alphabet, options.bom) {}
 
   void Header(std::span<const std::string_view> labels) override { rows_.Labels(labels); }
   void Row(std::span<const ValueBuffer* const> values) override { rows_.Values(values); }

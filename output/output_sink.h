@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "base/bytes.h"
+#include "base/text_encoding.h"
 #include "output/output_options.h"
 
 namespace qb {
@@ -53,6 +54,8 @@ struct OutputTarget {
   std::vector<std::string> columnTypes;   // the type code of each output column, in order
   std::string heading = "Output Fields";  // the RDF's heading: the workbook's sheet name
   const RunLog* log = nullptr;            // the workbook's steps are logged here
+  // What the values' bytes stand for; null or Windows-1252: they are written as they are.
+  const Alphabet* alphabet = nullptr;
 };
 
 // Opens the sink for `options.format` (and an .xls's buffer mode). Throws QbError naming the

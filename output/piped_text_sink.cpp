@@ -32,9 +32,10 @@ uint32_t GetU32(const char*& p) {
 }  // namespace
 
 PipedTextSink::PipedTextSink(const std::filesystem::path& path, std::string_view source,
-                             RowFormatter formatter, bool threaded)
+                             RowFormatter formatter, bool threaded, const Alphabet* utf8, bool bom)
     : file_(path, source),
       formatter_(std::move(formatter)),
+      utf8_(utf8 && !utf8->Native() ? utf8 : nullptr),
       batches_(threaded ? kBatches : 1),
       threaded_(threaded) {
   for (Batch& b : batches_) {
@@ -44,6 +45,11 @@ PipedTextSink::PipedTextSink(const std::filesystem::path& path, std::string_view
   }
   current_ = free_.back();
   free_.pop_back();
+  if (utf8_ && bom) {
+    char* p = file_.Reserve(file_.Cursor(), kUtf8Bom.size());
+    std::memcpy(p, kUtf8Bom.data(), kUtf8Bom.size());
+    file_.Commit(p + kUtf8Bom.size());
+  }
   if (threaded_) writer_ = std::thread([this] { WriterLoop(); });
 }
 
@@ -177,11 +183,19 @@ void PipedTextSink::WriteBatch(const Batch& batch) {
       const uint32_t columns = GetU32(in);
       const uint32_t bytes = GetU32(in);
       p = file_.Reserve(p, formatter_.RowBound(columns, bytes) + 2);  // the whole line at once
+      char* const line = p;
       for (uint32_t c = 0; c < columns; ++c) {
         const uint32_t length = GetU32(in);
         const std::string_view value(in, length);
         in += length;
         p = formatter_.PutColumn(p, c, value, kind == kLabels);
+      }
+      if (utf8_ && !IsAscii({line, static_cast<size_t>(p - line)})) [[unlikely]] {
+        units_.assign(line, p);
+        encoded_.clear();
+        utf8_->AppendUtf8(encoded_, units_);
+        p = file_.Reserve(line, encoded_.size() + 2);
+        p = CopyBytes(p, encoded_.data(), encoded_.size());
       }
     } else {
       p = file_.Reserve(p, 2);

@@ -23,9 +23,10 @@ namespace qb {
 class PipedTextSink {
  public:
   // Creates the file (replacing one of that name) and starts the writer. Throws QbError
-  // naming `source`.
+  // naming `source`. With `utf8`, an alphabet other than Windows-1252, each line is written
+  // in UTF-8 (after a byte-order mark when `bom`); else its bytes are written as they are.
   PipedTextSink(const std::filesystem::path& path, std::string_view source, RowFormatter formatter,
-                bool threaded = true);
+                bool threaded = true, const Alphabet* utf8 = nullptr, bool bom = false);
   // Stops the writer. Rows not yet written are dropped: only a failed run gets here without
   // Close.
   ~PipedTextSink();
@@ -59,6 +60,8 @@ class PipedTextSink {
 
   BufferedFile file_;
   const RowFormatter formatter_;
+  const Alphabet* utf8_;
+  std::string units_, encoded_;  // the writer's: a line on its way to UTF-8
 
   std::mutex mutex_;
   std::condition_variable changed_;

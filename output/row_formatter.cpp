@@ -100,13 +100,25 @@ std::vector<RowFormatter::Column> KindsOf(std::span<const std::string> typeCodes
 }
 }  // namespace
 
-RowFormatter::RowFormatter(const OutputOptions& options, std::span<const std::string> typeCodes)
+RowFormatter::RowFormatter(const OutputOptions& options, std::span<const std::string> typeCodes,
+                           const Alphabet* alphabet)
     : RowFormatter(options.format, options.delimiter, options.qualifier, options.qualify,
-                   KindsOf(typeCodes)) {}
+                   KindsOf(typeCodes)) {
+  if (alphabet) fold_ = alphabet->NumericFold();
+}
+
+std::string_view RowFormatter::Folded(std::string_view value) const {
+  if (IsAscii(value)) return value;
+  folded_.resize(value.size() + kCopyBlock);
+  for (size_t i = 0; i < value.size(); ++i)
+    folded_[i] = (*fold_)[static_cast<unsigned char>(value[i])];
+  return std::string_view(folded_.data(), value.size());
+}
 
 void RowFormatter::Clean(std::vector<std::string_view>& values) {
   for (size_t c = 0; c < values.size() && c < columns_.size(); ++c) {
     if (columns_[c].rowKind != Kind::Numeric) continue;
+    if (fold_) values[c] = Folded(values[c]);
     std::string& out = cleaned_[c];
     if (out.size() < values[c].size() + 1) out.resize(values[c].size() + 1);
     values[c] = std::string_view(out.data(), CleanNumber(values[c], out.data()));

@@ -6,6 +6,7 @@
 // (ColumnBound, PutColumn); the spreadsheet takes the cleaned-up values and the joined line
 // (Clean, Join), which live in this formatter's own buffers.
 
+#include <array>
 #include <cstdint>
 #include <span>
 #include <string>
@@ -13,6 +14,7 @@
 #include <vector>
 
 #include "base/bytes.h"
+#include "base/text_encoding.h"
 #include "output/output_options.h"
 #include "output/sheet_text.h"
 
@@ -28,8 +30,11 @@ class RowFormatter {
   RowFormatter() = default;
   RowFormatter(OutputFormat format, std::string delimiter, std::string qualifier, bool qualify,
                std::vector<Column> columns);
-  // The formatting of a run's rows: its options, and columns of these type codes.
-  RowFormatter(const OutputOptions& options, std::span<const std::string> typeCodes);
+  // The formatting of a run's rows: its options, and columns of these type codes. With an
+  // alphabet other than Windows-1252, numeric values read its minus signs, en dashes and
+  // no-break spaces as "-" and blanks before they are cleaned up.
+  RowFormatter(const OutputOptions& options, std::span<const std::string> typeCodes,
+               const Alphabet* alphabet = nullptr);
 
   // How a column of type `code` is written: "n..." cleaned up, "c", "r" and "w..." as text.
   static Column KindOf(std::string_view code) {
@@ -93,6 +98,8 @@ class RowFormatter {
       case Kind::Plain:
         break;
       case Kind::Numeric:
+        if (fold_) [[unlikely]]
+          value = Folded(value);
         return p + (kBlocks ? CleanNumberBlock(value, p) : CleanNumber(value, p));
       case Kind::CsvText: {
         char* end = copy();
@@ -103,6 +110,8 @@ class RowFormatter {
     }
     return copy();
   }
+  // `value` with its bytes read through fold_ (followed by a block of slack).
+  std::string_view Folded(std::string_view value) const;
   // CleanNumber for a value readable a block past its end, written where a block fits.
   static size_t CleanNumberBlock(std::string_view value, char* out);
   static char* PutCsvQuoted(char* p, std::string_view value);
@@ -122,7 +131,9 @@ class RowFormatter {
   size_t extra_ = 0;
   std::vector<ColumnKinds> columns_;
   std::vector<std::string> cleaned_;
-  std::string line_;  // sized to the longest line so far
+  std::string line_;                             // sized to the longest line so far
+  const std::array<char, 256>* fold_ = nullptr;  // Alphabet::NumericFold
+  mutable std::string folded_;
 };
 
 }  // namespace qb

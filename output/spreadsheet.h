@@ -99,6 +99,8 @@ class Worksheet {
     xls::LogCutCells(log, source, cutCells_, cutCells_.size());
   }
   const SheetData& Data() const { return data_; }
+  // What the texts' bytes stand for (Windows-1252 without one).
+  void SetAlphabet(const Alphabet* alphabet) { data_.alphabet = alphabet; }
 
  private:
   friend class CellRef;

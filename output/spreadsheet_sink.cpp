@@ -56,12 +56,13 @@ SpreadsheetRun::SpreadsheetRun(const OutputOptions& options, const OutputTarget&
       mode_(options.bufferMode),
       output_(target.path),
       log_(*target.log),
-      formatter_(options, target.columnTypes),
+      formatter_(options, target.columnTypes, target.alphabet),
       values_(target.columnTypes.size()) {
   try {
     excel_ = std::make_unique<xls::Application>();
     workbook_ = &excel_->Workbooks.Add();
     worksheet_ = &workbook_->Worksheets(1);
+    worksheet_->SetAlphabet(target.alphabet);
     worksheet_->Name = SheetName(target.heading, false);
   } catch (QbError& e) {
     throw e.withSource("CreateSheet");
@@ -181,9 +182,9 @@ void SpreadsheetRun::CloseSheet() noexcept {
   excel_.reset();
 }
 
-void TurboCreate(const RunLog& log, const std::vector<std::string>& typeCodes,
-                 std::string_view heading, const std::filesystem::path& turboFile,
-                 const std::filesystem::path& output) {
+void TurboCreate(const RunLog& log, const Alphabet* alphabet,
+                 const std::vector<std::string>& typeCodes, std::string_view heading,
+                 const std::filesystem::path& turboFile, const std::filesystem::path& output) {
   log.WriteLog("TurboCreate", "Started");
   std::unique_ptr<xls::Application> excel;
   try {
@@ -194,6 +195,7 @@ void TurboCreate(const RunLog& log, const std::vector<std::string>& typeCodes,
     excel = std::make_unique<xls::Application>();
     xls::Workbook& book = excel->Workbooks.OpenText(turboFile, xls::xlDelimited, true, fieldInfo);
     xls::Worksheet& sheet = book.Worksheets(1);
+    sheet.SetAlphabet(alphabet);
     bool wrapColumn = false;
     for (size_t c = 0; c < typeCodes.size(); ++c) {
       const int column = static_cast<int>(c) + 1;
@@ -225,15 +227,16 @@ void TurboCreate(const RunLog& log, const std::vector<std::string>& typeCodes,
 TurboSink::TurboSink(const OutputOptions& options, const OutputTarget& target)
     : types_(target.columnTypes),
       heading_(target.heading),
+      alphabet_(target.alphabet),
       output_(target.path),
       log_(*target.log),
       turboFile_(target.workFolder, "qb", ".tmp", "Process"),
-      rows_(turboFile_.path(), "Process", RowFormatter(options, target.columnTypes),
-            options.writerThread) {}
+      rows_(turboFile_.path(), "Process",
+            RowFormatter(options, target.columnTypes, target.alphabet), options.writerThread) {}
 
 void TurboSink::Finish() {
   rows_.Close();
-  TurboCreate(log_, types_, heading_, turboFile_.path(), output_);
+  TurboCreate(log_, alphabet_, types_, heading_, turboFile_.path(), output_);
   turboFile_.Remove();
 }
 

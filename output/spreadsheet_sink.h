@@ -75,9 +75,9 @@ class SpreadsheetRun final : public OutputSink {
 
 // Mode 6's import: reads the tab-delimited `turboFile` into a workbook, formats it and saves
 // it as `output`. Throws QbError from "TurboCreate" (logged) on failure.
-void TurboCreate(const RunLog& log, const std::vector<std::string>& typeCodes,
-                 std::string_view heading, const std::filesystem::path& turboFile,
-                 const std::filesystem::path& output);
+void TurboCreate(const RunLog& log, const Alphabet* alphabet,
+                 const std::vector<std::string>& typeCodes, std::string_view heading,
+                 const std::filesystem::path& turboFile, const std::filesystem::path& output);
 
 // Buffer mode 6: the rows go through the text writer's thread into a work file in the target's
 // work folder; Finish imports it with TurboCreate. The work file is removed either way.
@@ -94,6 +94,7 @@ class TurboSink final : public OutputSink {
  private:
   std::vector<std::string> types_;
   std::string heading_;
+  const Alphabet* alphabet_;
   std::filesystem::path output_;
   const RunLog& log_;
   TempFile turboFile_;

@@ -42,17 +42,26 @@ enum Record : uint16_t {
   kWindow2 = 0x023E,
 };
 
-// Whether every character fits BIFF's compressed (one byte a character) form.
-bool Compressible(std::string_view s) {
-  for (char c : s) {
-    if (Cp1252Unit(c) > 0xFF) return false;
-  }
-  return true;
-}
-
 // A BIFF stream built in memory, one record at a time.
 class Stream {
  public:
+  // Texts' bytes stand for `alphabet`'s characters (Windows-1252 without one).
+  explicit Stream(const Alphabet* alphabet) : alphabet_(alphabet) {}
+
+  // A character's UTF-16 unit; one past U+FFFF, which would take two, is U+FFFD.
+  uint16_t Unit(char c) const {
+    if (!alphabet_) return Cp1252Unit(c);
+    const char32_t cp = alphabet_->CodePoint(static_cast<unsigned char>(c));
+    return cp > 0xFFFF ? 0xFFFD : static_cast<uint16_t>(cp);
+  }
+  // Whether every character fits BIFF's compressed (one byte a character) form.
+  bool Compressible(std::string_view s) const {
+    for (char c : s) {
+      if (Unit(c) > 0xFF) return false;
+    }
+    return true;
+  }
+
   void Begin(uint16_t type) {
     start_ = data_.size();
     Put16(type);
@@ -84,9 +93,9 @@ class Stream {
   void PutChars(std::string_view s, bool compressed) {
     for (char c : s) {
       if (compressed)
-        Put8(static_cast<uint8_t>(Cp1252Unit(c)));
+        Put8(static_cast<uint8_t>(Unit(c)));
       else
-        Put16(Cp1252Unit(c));
+        Put16(Unit(c));
     }
   }
   // A string with an 8-bit (sheet names, font names) or 16-bit (formats) length.
@@ -107,6 +116,7 @@ class Stream {
   const std::string& Data() const { return data_; }
 
  private:
+  const Alphabet* alphabet_;
   std::string data_;
   size_t start_ = 0;
 };
@@ -230,7 +240,7 @@ void PutSst(Stream& s, const SheetData& sheet, uint32_t totalRefs) {
   };
   for (uint32_t i = 0; i < count; ++i) {
     std::string_view str = sheet.strings[i];
-    const bool compressed = Compressible(str);
+    const bool compressed = s.Compressible(str);
     const size_t charSize = compressed ? 1 : 2;
     if (room() < 3 + charSize) next();
     if (i % bucket == 0) {
@@ -282,7 +292,7 @@ std::string BuildStream(const SheetData& sheet) {
     }
   }
 
-  Stream s;
+  Stream s(sheet.alphabet);
   PutBof(s, 0x0005);
   s.Begin(kCodepage);
   s.Put16(1200);  // strings are UTF-16 (compressed where they fit in a byte)

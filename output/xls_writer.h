@@ -9,6 +9,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "base/text_encoding.h"
+
 namespace qb::xls {
 
 // The largest sheet a BIFF8 workbook holds.
@@ -38,7 +40,8 @@ struct SheetData {
   std::vector<ColumnSpec> columns;  // column 1 first
   bool alignTop = false;            // every column aligned to the top
   std::vector<std::vector<CellData>> rows;
-  std::vector<std::string> strings;  // unique cell texts (Windows-1252 bytes)
+  std::vector<std::string> strings;    // unique cell texts, in the units of `alphabet`
+  const Alphabet* alphabet = nullptr;  // Windows-1252 when null
 
   // The index of `text` in `strings`, added when new.
   uint32_t Intern(std::string_view text);

@@ -76,7 +76,16 @@ class XlsxSink final : public OutputSink {
   const char* LibraryText(std::string_view text);
   void Check(lxw_error error) const;
 
+  // Appends `units` to `out` as UTF-8.
+  void AppendUtf8(std::string& out, std::string_view units) const {
+    if (alphabet_)
+      alphabet_->AppendUtf8(out, units);
+    else
+      xls::AppendUtf8(out, units);
+  }
+
   std::string heading_;
+  const Alphabet* alphabet_;  // Windows-1252 when null
   std::filesystem::path output_;
   const RunLog& log_;
   RowFormatter formatter_;
@@ -98,9 +107,10 @@ class XlsxSink final : public OutputSink {
 
 XlsxSink::XlsxSink(const OutputOptions& options, const OutputTarget& target)
     : heading_(target.heading),
+      alphabet_(target.alphabet),
       output_(target.path),
       log_(*target.log),
-      formatter_(options, target.columnTypes),
+      formatter_(options, target.columnTypes, target.alphabet),
       values_(target.columnTypes.size()),
       temp_(TempFile::Beside(target.path, "CreateSheet")),
       tmpdir_((target.workFolder.empty()
@@ -145,7 +155,7 @@ void XlsxSink::AddColumn(std::string_view typeCode) {
 void XlsxSink::BeginSheet() {
   const std::string name = SheetNameOf(heading_, ++sheets_);
   text_.clear();
-  xls::AppendUtf8(text_, name);
+  AppendUtf8(text_, name);
   sheet_ = workbook_add_worksheet(workbook_, text_.c_str());
   if (!sheet_) {
     throw QbError(kAppDefined, "CreateSheet",
@@ -212,7 +222,7 @@ const char* XlsxSink::LibraryText(std::string_view text) {
   if (high < 0x80) {
     text_.append(text);  // plain ASCII, most texts
   } else {
-    xls::AppendUtf8(text_, text);
+    AppendUtf8(text_, text);
   }
   return text_.c_str();
 }

@@ -6,6 +6,7 @@
 #include "output/output_sink.h"
 #include "preprocess/dff.h"
 #include "preprocess/pdf.h"
+#include "preprocess/print_file.h"
 #include "run/trace_writer.h"
 
 namespace qb {
@@ -270,6 +271,7 @@ void ReportTracer::Work() {
 void ReportTracer::PrepareRun() {
   const OutputOptions options = ParseOutputOptions(app_.Settings);
   for (Converter* c : {&forward_, &detail_}) {
+    c->SetAlphabet(&units_->alphabet());
     c->PrepareOutput(options);
     c->SetSink(sink_.get());
   }
@@ -278,10 +280,16 @@ void ReportTracer::PrepareRun() {
 
 // The text the run reads.
 void ReportTracer::Prepare() {
-  if (engine_.flags.PdfReport || engine_.flags.DffReport) {
+  ReportEncoding how;
+  if (!engine_.flags.PdfReport) how = ParseReportEncoding(app_.Settings, report_);
+  units_.emplace(how.encoding);
+  if (engine_.flags.PdfReport || engine_.flags.DffReport || how.Rewritten()) {
     work_.emplace(app_.ProgramFolder() / "out");
+    PrintFileCounts printed;
     text_.emplace(engine_.flags.PdfReport ? ProcessPDF(engine_, stop_, report_, *work_)
-                                          : ProcessDFF(engine_, stop_, report_, *work_));
+                  : engine_.flags.DffReport
+                      ? ProcessDFF(engine_, stop_, report_, *work_)
+                      : ProcessPrintFile(engine_, stop_, report_, *work_, how, printed));
     textPath_ = text_->path();
   } else {
     textPath_ = report_;
@@ -329,6 +337,7 @@ bool ReportTracer::TraceLines(LineReader& reader, Converter& converter, int64_t&
   while (line < last && !state.StopFlag) {
     if (!reader.Next(text, formFeed)) return false;
     ++line;
+    text = units_->Units(text, line);
     Converter::SplitPieces(text, formFeed, [&](std::string_view piece, int32_t part) {
       if (!state.StopFlag) converter.HandPiece(piece, line, part);
     });

@@ -30,6 +30,7 @@
 #include "base/temp_file.h"
 #include "engine/converter.h"
 #include "engine/engine.h"
+#include "engine/report_text.h"
 #include "settings/application.h"
 
 namespace qb {
@@ -102,6 +103,9 @@ class ReportTracer {
   // piece cut to kShownWidth characters, form feeds kept. Reads the file: a few blocks at
   // most, so a view may call it on its own thread.
   std::vector<std::string> Text(int64_t first, int64_t count) const;
+  // What the text's bytes stand for, once Status().textReady: UTF-8 text is shown decoded,
+  // any other through the alphabet.
+  const Alphabet& TextAlphabet() const { return units_->alphabet(); }
   // The view shows lines first to last: they are traced in full, and the report up to them.
   void Want(int64_t first, int64_t last);
   // The whole report is to be traced (the view lists the unmatched lines).
@@ -144,7 +148,8 @@ class ReportTracer {
   std::function<void()> changed_;
   std::unique_ptr<OutputSink> sink_ = DiscardingSink();
   std::optional<RunFolder> work_;
-  std::optional<TempFile> text_;  // a PDF's or delimited report's text
+  std::optional<TempFile> text_;  // a PDF's or delimited report's text, or a print file's
+  std::optional<ReportText> units_;
   std::filesystem::path textPath_;
   std::unique_ptr<LineReader> forwardReader_;
   std::unique_ptr<TallyObserver> tally_;

@@ -9,6 +9,7 @@
 #include "output/output_sink.h"
 #include "preprocess/dff.h"
 #include "preprocess/pdf.h"
+#include "preprocess/print_file.h"
 #include "run/launch.h"
 
 namespace qb {
@@ -60,6 +61,21 @@ bool RunDriver::Run(const std::filesystem::path& report, const std::filesystem::
   stats_ = RunStats();
   linesProcessed_ = 0;
   const auto start = std::chrono::steady_clock::now();
+  const RunLog& log = engine_.app().Log();
+  // The report's encoding: the units the run reads and the RDF's texts are taken into.
+  ReportEncoding how;
+  std::optional<ReportText> units;
+  bool ok = RunTrapped(log, "Encoding", lastError_, [&] {
+    how = ParseReportEncoding(engine_.app().Settings, report);
+    if (engine_.flags.PdfReport) how = ReportEncoding();  // laid out as Windows-1252 text
+    units.emplace(how.encoding);
+  });
+  if (!ok) {
+    processFailed_ = true;
+    stats_.runTime = std::chrono::steady_clock::now() - start;
+    return false;
+  }
+  converter_.SetAlphabet(&units->alphabet());
   converter_.PrepareOutput(options_);
   // The run's work files (a PDF's or delimited report's text, mode 6's rows) live in a folder
   // of its own, removed when the run ends however it ends; one that a killed run left is
@@ -67,23 +83,46 @@ bool RunDriver::Run(const std::filesystem::path& report, const std::filesystem::
   const std::filesystem::path out = engine_.app().ProgramFolder() / "out";
   RunFolder::RemoveStale(out, std::chrono::hours(24));
   RunFolder work(out);
-  // PDF and delimited reports are first turned into a text report, which the run reads.
+  // PDF and delimited reports, and print files, are first turned into a text report, which
+  // the run reads.
   std::optional<TempFile> text;
-  const RunLog& log = engine_.app().Log();
   std::atomic<bool>& cancel = converter_.State().CancelFlag;
-  bool ok = true;
+  PrintFileCounts printed;
   if (engine_.flags.PdfReport) {
     ok = RunTrapped(log, "ProcessPDF", lastError_,
                     [&] { text.emplace(ProcessPDF(engine_, cancel, report, work)); });
   } else if (engine_.flags.DffReport) {
     ok = RunTrapped(log, "ProcessDFF", lastError_,
                     [&] { text.emplace(ProcessDFF(engine_, cancel, report, work)); });
+  } else if (how.Rewritten()) {
+    ok = RunTrapped(log, "ProcessPrintFile", lastError_, [&] {
+      text.emplace(ProcessPrintFile(engine_, cancel, report, work, how, printed));
+    });
   }
   processFailed_ = false;
   if (ok) {
     ok = RunTrapped(log, "Process", lastError_,
-                    [&] { Process(text ? text->path() : report, output, work); }) &&
+                    [&] { Process(text ? text->path() : report, output, work, *units); }) &&
          !processFailed_;
+  }
+  stats_.invalidSequences = units->InvalidSequences();
+  stats_.unheldCharacters = units->alphabet().Unheld();
+  stats_.overprintedLines = printed.overprinted;
+  if (stats_.invalidSequences > 0) {
+    log.WriteLog("Process", std::to_string(stats_.invalidSequences) +
+                                " byte sequences were not valid " +
+                                std::string(EncodingName(how.encoding)) +
+                                " and were read as the replacement character");
+  }
+  if (stats_.unheldCharacters > 0) {
+    log.WriteLog("Process", std::to_string(stats_.unheldCharacters) +
+                                " different characters came after the most a run can hold "
+                                "and were read as the replacement character");
+  }
+  if (stats_.overprintedLines > 0) {
+    log.WriteLog("Process", std::to_string(stats_.overprintedLines) +
+                                " lines printed over the line before (carriage control +) "
+                                "and were left out");
   }
   converter_.FinishErrorReport();
   stats_.runTime = std::chrono::steady_clock::now() - start;
@@ -111,7 +150,7 @@ void RunDriver::HandLine(std::string_view piece, int64_t line, int32_t part) {
 }
 
 void RunDriver::Process(const std::filesystem::path& report, const std::filesystem::path& output,
-                        RunFolder& work) {
+                        RunFolder& work, ReportText& text) {
   const RunLog& log = engine_.app().Log();
   UserInterface& ui = engine_.app().ui();
   RunState& state = converter_.State();
@@ -123,8 +162,12 @@ void RunDriver::Process(const std::filesystem::path& report, const std::filesyst
   // Work files: mode 6's rows, an .xlsx's sheets until they are packed.
   const bool workFile = (options_.format == OutputFormat::Xls && options_.bufferMode == 6) ||
                         options_.format == OutputFormat::Xlsx;
-  OutputTarget target{output, workFile ? work.Path("Process") : std::filesystem::path(),
-                      converter_.ColumnTypes(), RdfHeading(engine_.tables), &log};
+  OutputTarget target{output,
+                      workFile ? work.Path("Process") : std::filesystem::path(),
+                      converter_.ColumnTypes(),
+                      text.alphabet().Units(RdfHeading(engine_.tables), engine_.flags.RdfUtf8),
+                      &log,
+                      &text.alphabet()};
   std::unique_ptr<OutputSink> sink;
   try {
     sink = output.empty() ? DiscardingSink() : OpenOutputSink(options_, target);
@@ -144,6 +187,7 @@ void RunDriver::Process(const std::filesystem::path& report, const std::filesyst
            reader.Next(line, formFeed)) {
       ++number;
       progress.AddLine(reader.LineBytes());
+      line = text.Units(line, number);
       Converter::SplitPieces(line, formFeed, [&](std::string_view piece, int32_t part) {
         HandLine(piece, number, part);
       });

@@ -12,6 +12,7 @@
 
 #include "base/temp_file.h"
 #include "engine/converter.h"
+#include "engine/report_text.h"
 #include "output/output_options.h"
 
 namespace qb {
@@ -23,6 +24,12 @@ struct RunStats {
   int32_t linesWritten = 0;
   int64_t piecesMatched = 0;  // pieces that some marker row matched
   LineErrors lineErrors;      // lines that errors dropped or cut short
+  // Reading the report's encoding: byte sequences that were not valid (each read as one
+  // replacement character), characters past the most a UTF-8 run holds (read so too), and
+  // lines that printed over the line before ("+" carriage control, left out).
+  int64_t invalidSequences = 0;
+  int64_t unheldCharacters = 0;
+  int64_t overprintedLines = 0;
   std::chrono::steady_clock::duration runTime{};
 
   // "Run Time: 03:07": minutes and seconds, whole hours dropped.
@@ -77,7 +84,7 @@ class RunDriver {
 
  private:
   void Process(const std::filesystem::path& report, const std::filesystem::path& output,
-               RunFolder& work);
+               RunFolder& work, ReportText& text);
   void HandLine(std::string_view piece, int64_t line, int32_t part);
   void Fail(std::string_view procedure, const QbError& error);
 

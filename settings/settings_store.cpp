@@ -30,7 +30,15 @@ constexpr std::array<SettingDefinition, kKeyCount> kDefinitions{{
     {Key::rmode, "qbdefaults", "rmode", "6"},
     {Key::exswt, "qbdefaults", "exswt", "1"},
     {Key::lmeth, "qbdefaults", "lmeth", "1"},
+    {Key::encoding, "qbdefaults", "encoding", "", true},
+    {Key::bom, "qbdefaults", "bom", "0", true},
+    {Key::asa, "qbdefaults", "asa", "0", true},
+    {Key::reclen, "qbdefaults", "reclen", "0", true},
 }};
+
+bool IsFolder(Key key) {
+  return key == Key::rptdir || key == Key::rdfdir || key == Key::outdir || key == Key::logdir;
+}
 constexpr bool InKeyOrder() {
   for (size_t i = 0; i < kDefinitions.size(); ++i) {
     if (static_cast<size_t>(kDefinitions[i].key) != i) return false;
@@ -140,7 +148,7 @@ clsKeys LoadSettings(const std::filesystem::path& programFolder, std::string_vie
       def = out;
     else if (d.key == Key::logdir)
       def = log;
-    else if (def.empty())
+    else if (IsFolder(d.key))
       def = home;
     keys.Add(std::string(d.name), ReadProfileString(file, d.section, d.name, def, kMaxValueLength),
              std::string(d.section));
@@ -155,7 +163,14 @@ bool SaveAllSettings(const clsKeys& settings, const std::filesystem::path& progr
     return false;
   }
   std::vector<std::string_view> names;
-  for (const clsKey& k : settings) names.push_back(k.Name);
+  for (const clsKey& k : settings) {
+    const std::optional<Key> key = KeyNamed(k.Name);
+    if (key && kDefinitions[static_cast<size_t>(*key)].writtenWhenSet &&
+        k.Value == kDefinitions[static_cast<size_t>(*key)].defaultValue) {
+      continue;
+    }
+    names.push_back(k.Name);
+  }
   return WriteKeys(settings, names, programFolder / fileName, why);
 }
 

@@ -1,6 +1,9 @@
 #pragma once
-// The keyed settings store: thirteen string settings loaded from qbcfg.ini in the program
-// folder, changed in memory by the front ends and written back only when the user saves.
+// The keyed settings store: string settings loaded from qbcfg.ini in the program folder,
+// changed in memory by the front ends and written back only when the user saves. Thirteen
+// have always been there; the report encoding's four came later and are written to the file
+// only when they differ from their defaults, so a settings file that never used them stays
+// as it was.
 
 #include <cstdint>
 #include <filesystem>
@@ -12,7 +15,7 @@
 
 namespace qb {
 
-// The thirteen settings, in load order. Code names a setting by one of these, so a misspelt
+// The settings, in load order. Code names a setting by one of these, so a misspelt
 // key does not compile; the names in the settings file are KeyName's.
 enum class Key : uint8_t {
   rptdir,  // the report picker's folder
@@ -28,8 +31,13 @@ enum class Key : uint8_t {
   rmode,   // the workbook's buffer mode, 0 to 6
   exswt,   // "1": open the workbook after the run
   lmeth,   // how the workbook is opened, 1 to 3
+  // How the report is read.
+  encoding,  // the report's encoding ("utf-8", "cp437", ...); empty: Windows-1252 or a BOM's
+  bom,       // "1": a UTF-8 .txt or .csv output begins with a byte-order mark
+  asa,       // "1": column 1 of a text report holds carriage-control characters
+  reclen,    // an EBCDIC report of fixed-length records: their length; "0": lines end at NL
 };
-inline constexpr size_t kKeyCount = 13;
+inline constexpr size_t kKeyCount = 17;
 
 // The name of a setting in the settings file and in --set ("delim").
 std::string_view KeyName(Key key);
@@ -77,13 +85,15 @@ class clsKeys {
   std::vector<clsKey> keys_;
 };
 
-// The thirteen settings in load order, with their sections and defaults.
+// The settings in load order, with their sections and defaults.
 struct SettingDefinition {
   Key key;
   std::string_view section;
   std::string_view name;
   // Empty for the four folders: see DefaultFolder, kOutSubfolder and kLogSubfolder.
   std::string_view defaultValue;
+  // Written to the settings file only when it differs from the default.
+  bool writtenWhenSet = false;
 };
 std::span<const SettingDefinition> SettingDefinitions();
 
@@ -100,7 +110,7 @@ inline constexpr std::string_view kLogSubfolder = "log";
 // The settings file name every caller passes.
 inline constexpr std::string_view kSettingsFileName = "qbcfg.ini";
 
-// Reads the thirteen keys from `fileName` in `programFolder`; missing keys take their
+// Reads the settings from `fileName` in `programFolder`; missing keys take their
 // defaults ("outdir" and "logdir" the program folder's out and log), values are cut to 199
 // characters. Never creates the file or a folder.
 clsKeys LoadSettings(const std::filesystem::path& programFolder, std::string_view fileName);

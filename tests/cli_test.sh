@@ -231,7 +231,7 @@ check "a run that matches nothing says so" contains "$tmp/err" "qbconvert: no li
 
 # A line of 200 MB with no line end: only the first 500 characters of it are kept, so memory
 # stays flat. (Not measured under AddressSanitizer, whose own memory is larger than that.)
-if ! ldd "$qbconvert" | grep -q libasan && [[ -x /usr/bin/time ]]; then
+if [[ "$(ldd "$qbconvert")" != *libasan* && -x /usr/bin/time ]]; then
   { printf 'D 1234567 first\r\n'; head -c 200000000 /dev/zero | tr '\0' 'x'; } >"$tmp/long.txt"
   /usr/bin/time -f '%M' -o "$tmp/rss" "$qbconvert" --home "$tmp/home" --report "$tmp/long.txt" \
     --rdf "$big_rdf" --output "$tmp/long.csv" --quiet; rc=$?

@@ -134,13 +134,14 @@ TEST(ProfileFile, WritingOneKeyKeepsEveryOtherLine) {
   }
 }
 
-TEST(SettingsStore, LoadsThirteenKeysWithDefaultsInOrder) {
+TEST(SettingsStore, LoadsEveryKeyWithItsDefaultInOrder) {
   TempDir dir;
   clsKeys s = LoadSettings(dir.path(), kSettingsFileName);
-  ASSERT_EQ(s.Count(), 13);
-  const char* names[] = {"rptdir", "rdfdir", "outdir", "logdir", "pfset", "tqswt", "textq",
-                         "delim",  "opfmt",  "rtype",  "rmode",  "exswt", "lmeth"};
-  for (int i = 0; i < 13; ++i) EXPECT_EQ(s.Item(i + 1).Name, names[i]);
+  ASSERT_EQ(s.Count(), 17);
+  const char* names[] = {"rptdir", "rdfdir",   "outdir", "logdir", "pfset", "tqswt",
+                         "textq",  "delim",    "opfmt",  "rtype",  "rmode", "exswt",
+                         "lmeth",  "encoding", "bom",    "asa",    "reclen"};
+  for (int i = 0; i < 17; ++i) EXPECT_EQ(s.Item(i + 1).Name, names[i]);
   EXPECT_EQ(s.Item(1).Section, "qbpaths");
   EXPECT_EQ(s.Item(5).Section, "qbdefaults");
   // Reports and RDFs are looked for at home; what the program writes (work files) and
@@ -157,6 +158,8 @@ TEST(SettingsStore, LoadsThirteenKeysWithDefaultsInOrder) {
   EXPECT_EQ(s[Key::opfmt], ".txt");
   EXPECT_EQ(s[Key::rtype], "All Records");
   EXPECT_EQ(s[Key::rmode], "6");
+  EXPECT_EQ(s[Key::encoding], "");
+  EXPECT_EQ(s[Key::bom], "0");
   EXPECT_FALSE(std::filesystem::exists(dir / "qbcfg.ini"));
 
   // File values win; a value over 199 characters is cut.
@@ -221,6 +224,13 @@ TEST(SettingsStore, SaveAllWritesEveryKeyUnderItsSection) {
         s.Item(i).Value);
     EXPECT_EQ(back.Item(i).Value, s.Item(i).Value);
   }
+  // The encoding's settings are written only once they are set, so a file that never used
+  // them stays as it was.
+  EXPECT_EQ(ReadFile(dir / "qbcfg.ini").find("encoding"), std::string::npos);
+  s.Item(Key::encoding).Value = "utf-8";
+  ASSERT_TRUE(SaveAllSettings(s, dir.path(), kSettingsFileName));
+  EXPECT_EQ(LoadSettings(dir.path(), kSettingsFileName)[Key::encoding], "utf-8");
+  EXPECT_EQ(ReadFile(dir / "qbcfg.ini").find("bom="), std::string::npos);
   // A folder that cannot be written: false with the reason, and the caller goes on.
   std::string why;
   EXPECT_FALSE(SaveAllSettings(s, dir / "missing", kSettingsFileName, &why));

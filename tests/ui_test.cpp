@@ -368,6 +368,34 @@ TEST_F(WindowTest, ARunWritesWhatQbconvertWrites) {
   EXPECT_EQ(dialogs_.shown.back().title, "File Found");
 }
 
+// The encoding box is the "encoding" setting: a UTF-8 report converts with its letters, and an
+// RDF that names its report's encoding shows it in the box.
+TEST_F(WindowTest, TheEncodingBoxReadsTheReportInItsEncoding) {
+  ASSERT_TRUE(window_->Startup());
+  std::string text = ReadFile(kSamples / "ARINV01.txt");
+  text.replace(text.find("HARBORVIEW"), 10, "H\xC3\x96RBORVIEW");  // one column more a byte
+  WriteFile(home_ / "utf8.txt", text);
+  window_->ChooseReport(Q(home_ / "utf8.txt"));
+  window_->ChooseRdf(Q(kSamples / "ARINV01.rdf"));
+  auto* box = Find<QComboBox>("cboEncoding");
+  EXPECT_EQ(box->currentText(), "automatic");
+  box->setCurrentIndex(box->findText("utf-8"));
+  EXPECT_EQ(window_->app().Settings[Key::encoding], "utf-8");
+  window_->ChooseOutput(Q(home_ / "out.csv"));
+  QTest::mouseClick(Find<QPushButton>("btnRun"), Qt::LeftButton);
+  WaitForRun();
+  const std::string out = ReadFile(home_ / "out.csv");
+  EXPECT_NE(out.find(",C10045,H\xC3\x96RBORVIEW MARINE SUPPLY,100231,10/02/26,PO-7781,1234.50,"),
+            std::string::npos)
+      << out;
+
+  std::string rdf = ReadFile(kSamples / "ARINV01.rdf");
+  rdf += "EN,cp850\r\n";
+  WriteFile(home_ / "cp850.rdf", rdf);
+  window_->ChooseRdf(Q(home_ / "cp850.rdf"));
+  EXPECT_EQ(box->currentText(), "cp850");
+}
+
 // A failed run says why, with the file where there is one, once, and claims no rows: a
 // failed run replaces nothing.
 TEST_F(WindowTest, AFailedRunSaysWhyAndClaimsNoRows) {

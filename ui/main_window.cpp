@@ -39,7 +39,9 @@
 #include <QVBoxLayout>
 #include <algorithm>
 
+#include "base/bytes.h"
 #include "base/file_io.h"
+#include "base/text_encoding.h"
 #include "engine/rdf_checker.h"
 #include "output/output_options.h"
 #include "run/launch.h"
@@ -228,6 +230,16 @@ void MainWindow::BuildControls() {
   cboRecordType_->setObjectName("cboRecordType");
   cboRecordType_->addItems({"All Records", "Details Only", "Totals Only"});
   cboRecordType_->setToolTip("Select the records to write");
+  cboEncoding_ = new QComboBox(fraFileSettings_);
+  cboEncoding_->setObjectName("cboEncoding");
+  cboEncoding_->addItem("automatic", QString());
+  for (Encoding e : {Encoding::Windows1252, Encoding::Utf8, Encoding::Latin1, Encoding::Cp437,
+                     Encoding::Cp850, Encoding::Ebcdic037, Encoding::Ebcdic500}) {
+    cboEncoding_->addItem(Q(EncodingName(e)), Q(EncodingName(e)));
+  }
+  cboEncoding_->setToolTip(
+      "The report's encoding: automatic reads Windows-1252, or UTF-8 when the report begins "
+      "with a byte-order mark");
   chkLaunchExcel_ = new QCheckBox("Select to Launch E&xcel", fraFileSettings_);
   chkLaunchExcel_->setObjectName("chkLaunchExcel");
   chkLaunchExcel_->setToolTip("Open the workbook in the spreadsheet program after the run");
@@ -241,6 +253,10 @@ void MainWindow::BuildControls() {
   settings->addWidget(cboTextQualifier_);
   settings->addWidget(write);
   settings->addWidget(cboRecordType_);
+  auto* encoding = new QLabel("&Encoding:", fraFileSettings_);
+  encoding->setBuddy(cboEncoding_);
+  settings->addWidget(encoding);
+  settings->addWidget(cboEncoding_);
   settings->addWidget(chkLaunchExcel_);
   settings->addStretch();
 
@@ -494,6 +510,11 @@ void MainWindow::ConnectSignals() {
           [this](bool on) { app_->Settings.Item(Key::tqswt).Value = on ? "1" : "0"; });
   connect(chkLaunchExcel_, &QCheckBox::toggled, this,
           [this](bool on) { app_->Settings.Item(Key::exswt).Value = on ? "1" : "0"; });
+  // The report is read afresh in another encoding.
+  connect(cboEncoding_, &QComboBox::currentIndexChanged, this, [this] {
+    app_->Settings.Item(Key::encoding).Value = S(cboEncoding_->currentData().toString());
+    pane_->ReadAgain();
+  });
   // The preview follows the grid and the file settings.
   for (QComboBox* box : {cboDelimiter_, cboTextQualifier_, cboRecordType_})
     connect(box, &QComboBox::currentTextChanged, pane_, &ReportPane::SourceChanged);
@@ -646,12 +667,18 @@ void MainWindow::LoadRdf(const QString& path) {
 void MainWindow::ShowSettings() {
   const clsKeys& s = app_->Settings;
   const QSignalBlocker b1(cboDelimiter_), b2(cboTextQualifier_), b3(cboRecordType_),
-      b4(chkTextQualifier_), b5(chkLaunchExcel_);
+      b4(chkTextQualifier_), b5(chkLaunchExcel_), b6(cboEncoding_);
   cboDelimiter_->setCurrentText(Q(s[Key::delim]));
   cboTextQualifier_->setCurrentText(Q(s[Key::textq]));
   cboRecordType_->setCurrentText(Q(s[Key::rtype]));
   chkTextQualifier_->setChecked(s[Key::tqswt] == "1");
   chkLaunchExcel_->setChecked(s[Key::exswt] == "1");
+  // A name the box does not list (a misspelling in the settings file) shows as itself.
+  const std::optional<Encoding> encoding = EncodingNamed(s[Key::encoding]);
+  const QString name = Trim(s[Key::encoding]).empty() || !encoding ? Q(s[Key::encoding])
+                                                                   : Q(EncodingName(*encoding));
+  if (cboEncoding_->findData(name) < 0) cboEncoding_->addItem(name, name);
+  cboEncoding_->setCurrentIndex(cboEncoding_->findData(name));
   ShowOutputType();  // an RDF's settings may choose another output type
 }
 

@@ -128,7 +128,7 @@ class MainWindow final : public QMainWindow {
   QGroupBox *fraFiles_, *fraFileSettings_, *fraStatistics_;
   QLineEdit *txtRfile_, *txtDfile_, *txtOfile_;
   QPushButton *btnReport_, *btnRDF_, *btnOutput_, *btnRun_, *btnCancel_, *cmdUp_, *cmdDown_;
-  QComboBox *cboDelimiter_, *cboTextQualifier_, *cboRecordType_;
+  QComboBox *cboDelimiter_, *cboTextQualifier_, *cboRecordType_, *cboEncoding_;
   QCheckBox *chkTextQualifier_, *chkLaunchExcel_;
   QTableView* dgdFields_;
   QLabel *lblStatus_, *lblPercent_, *lblRunTime_, *lblLinesWritten_, *lblLinesProcessed_,

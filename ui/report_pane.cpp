@@ -106,6 +106,11 @@ void ReportPane::SetSource(const QString& report, const QString& rdf) {
   SourceChanged();
 }
 
+void ReportPane::ReadAgain() {
+  StartTracer();
+  SourceChanged();
+}
+
 void ReportPane::SourceChanged() {
   ++previewAsked_;
   refresh_->start();

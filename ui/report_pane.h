@@ -35,6 +35,8 @@ class ReportPane final : public QTabWidget {
   void SetSource(const QString& report, const QString& rdf);
   // The grid, the settings or the loaded RDF changed: the preview follows within a second.
   void SourceChanged();
+  // A setting of how the report is read changed (its encoding): the view reads it afresh.
+  void ReadAgain();
 
   ReportView* view() const { return view_; }
   ReportTracer* tracer() const { return tracer_.get(); }

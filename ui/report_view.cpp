@@ -21,13 +21,24 @@ const QColor kStopColour(200, 30, 30);
 
 // A line as painted: one character a column, as the run counts them. Form feeds end pieces
 // and take no column; tabs and other control characters show as blanks.
-QString Shown(const std::string& line) {
+// A line as the run reads it: one character a column, control characters as blanks, form
+// feeds (drawn as page breaks) left out.
+QString Shown(const std::string& line, const Alphabet& alphabet) {
   QString text;
   text.reserve(static_cast<qsizetype>(line.size()));
+  if (alphabet.encoding() == Encoding::Utf8) {
+    text = QString::fromUtf8(line.data(), static_cast<qsizetype>(line.size()));
+    text.remove(QChar(0xFEFF));  // a byte-order mark
+    text.remove(QChar('\f'));
+    for (QChar& c : text) {
+      if (c.unicode() < 0x20 || c.unicode() == 0x7F) c = ' ';
+    }
+    return text;
+  }
   for (char c : line) {
-    const auto u = static_cast<unsigned char>(c);
+    const char32_t u = alphabet.CodePoint(static_cast<unsigned char>(c));
     if (c == '\f') continue;
-    text += u < 0x20 || u == 0x7F ? QChar(' ') : QChar(u);
+    text += u < 0x20 || u == 0x7F ? QChar(' ') : u > 0xFFFF ? QChar(0xFFFD) : QChar(u);
   }
   return text;
 }
@@ -294,7 +305,8 @@ void ReportView::paintEvent(QPaintEvent*) {
     p.save();
     p.setClipRect(QRect(gutter, y, area.width() - gutter, lineHeight_));
     p.setPen(palette().color(QPalette::Text));
-    p.drawText(gutter, y + metrics.ascent() + 1, Shown(*text).mid(scroll, columns));
+    p.drawText(gutter, y + metrics.ascent() + 1,
+               Shown(*text, tracer_->TextAlphabet()).mid(scroll, columns));
     p.setPen(QPen(QColor(40, 40, 40), 1));
     for (const PieceTrace::Segment& s : LineOutlines(line))
       p.drawRect(columnX(s.start), y, s.length * charWidth_ - 1, lineHeight_ - 1);

@@ -152,6 +152,7 @@ CurrentSettingsDialog::CurrentSettingsDialog(Application& app, Dialogs& dialogs,
       {"Delimiter:", "txtDelimiter", Q(s[Key::delim])},
       {"Write:", "txtRecType", Q(s[Key::rtype])},
       {"Text Qualifier:", "txtTQ", Q(s[Key::textq])},
+      {"Encoding:", "txtEncoding", s[Key::encoding].empty() ? "automatic" : Q(s[Key::encoding])},
   };
   for (const auto& row : rows) {
     auto* box = new QLineEdit(row.value, this);

@@ -1,0 +1,56 @@
+#include "engine/report_text.h"
+
+#include <charconv>
+#include <fstream>
+
+#include "base/bytes.h"
+#include "base/errors.h"
+
+namespace qb {
+namespace {
+
+// Only a file is looked at: what a pipe gives is read once, by the run.
+bool BeginsWithBom(const std::filesystem::path& report) {
+  std::error_code ec;
+  if (!std::filesystem::is_regular_file(report, ec)) return false;
+  std::ifstream in(report, std::ios::binary);
+  char head[3] = {};
+  return in.read(head, sizeof head) && std::string_view(head, 3) == kUtf8Bom;
+}
+
+QbError BadSetting(Key key, std::string_view value, std::string_view takes) {
+  return QbError(kInvalidCall, "Encoding",
+                 "the setting " + std::string(KeyName(key)) + " is '" + std::string(value) +
+                     "': it takes " + std::string(takes));
+}
+
+bool Switch(const clsKeys& settings, Key key) {
+  const std::string_view value = Trim(settings[key]);
+  if (value.empty() || value == "0") return false;
+  if (value == "1") return true;
+  throw BadSetting(key, value, "0 or 1");
+}
+
+}  // namespace
+
+ReportEncoding ParseReportEncoding(const clsKeys& settings, const std::filesystem::path& report) {
+  ReportEncoding how;
+  const std::string& name = settings[Key::encoding];
+  const std::optional<Encoding> encoding = EncodingNamed(name);
+  if (!encoding) throw BadSetting(Key::encoding, name, EncodingNames());
+  how.encoding = *encoding;
+  if (Trim(name).empty() && BeginsWithBom(report)) how.encoding = Encoding::Utf8;
+  how.asa = Switch(settings, Key::asa) || IsEbcdic(how.encoding);
+  const std::string_view reclen = Trim(settings[Key::reclen]);
+  if (!reclen.empty()) {
+    const auto [end, ec] =
+        std::from_chars(reclen.data(), reclen.data() + reclen.size(), how.recordLength);
+    if (ec != std::errc() || end != reclen.data() + reclen.size() || how.recordLength < 0 ||
+        how.recordLength > 32760) {
+      throw BadSetting(Key::reclen, reclen, "a record length from 1 to 32760, or 0 for lines");
+    }
+  }
+  return how;
+}
+
+}  // namespace qb

@@ -1,0 +1,258 @@
+// Reports in other encodings than Windows-1252: columns count characters whatever the bytes,
+// every encoding of one report gives the same rows, and what cannot be read is counted.
+
+#include <gtest/gtest.h>
+
+#include "base/recode.h"
+#include "base/text_encoding.h"
+#include "preprocess/print_file.h"
+#include "run/conversion_job.h"
+#include "tests/engine_fixture.h"
+
+namespace qb {
+namespace {
+
+using test::ReadFile;
+using test::Sample;
+using test::WriteFile;
+
+class EncodingTest : public test::EngineTest {
+ protected:
+  // Converts `report` with ARINV01.rdf (or `rdf`) to a .csv under `settings`; the run's
+  // statistics and the output's bytes.
+  std::string Convert(const std::filesystem::path& report,
+                      std::vector<std::pair<Key, std::string>> settings,
+                      std::filesystem::path rdf = Sample("ARINV01.rdf")) {
+    JobRequest r;
+    r.report = report;
+    r.rdf = std::move(rdf);
+    r.output = home_ / (report.stem().string() + ".csv");
+    r.overrides = std::move(settings);
+    ConversionJob job(app_, ui_, r);
+    ui_.answers = {true};
+    EXPECT_EQ(job.Check(), RunDriver::Check::Ready);
+    EXPECT_TRUE(job.Run()) << report;
+    stats_ = job.Stats();
+    return ReadFile(r.output);
+  }
+
+  RunStats stats_;
+};
+
+// The invoice register with names that hold letters past ASCII, each the same column width.
+std::string AccentedRegister() {
+  std::string text = ReadFile(Sample("ARINV01.txt"));
+  const std::pair<std::string_view, std::string_view> swaps[] = {
+      {"HARBORVIEW MARINE", "H\xC4RBORVIEW MAR\xFCNE"},
+      {"PORTLAND ME", "P\xD6RTLAND ME"},
+      {"BIRCH & STONE", "BIR\xC7H & ST\xE9NE"}};
+  for (auto [from, to] : swaps) {
+    for (size_t at; (at = text.find(from)) != std::string::npos;) text.replace(at, from.size(), to);
+  }
+  return text;  // Windows-1252
+}
+
+// `lines` (Windows-1252, CR LF) as print records: the carriage-control character first, "1"
+// where a form feed began a page.
+std::string AsaRecords(std::string_view text) {
+  std::string records;
+  while (!text.empty()) {
+    size_t end = text.find("\r\n");
+    std::string_view line = text.substr(0, end);
+    text.remove_prefix(end == std::string_view::npos ? text.size() : end + 2);
+    if (!line.empty() && line.front() == '\f') {
+      records += '1';
+      line.remove_prefix(1);
+    } else {
+      records += ' ';
+    }
+    records.append(line);
+    records += '\n';
+  }
+  return records;
+}
+
+TEST_F(EncodingTest, EveryEncodingOfOneReportGivesTheSameRows) {
+  const std::string cp1252 = AccentedRegister();
+  WriteFile(home_ / "w.txt", cp1252);
+  const std::string expected =
+      Recoder("UTF-8", "WINDOWS-1252", "test")(Convert(home_ / "w.txt", {}));
+  ASSERT_NE(expected.find("H\xC3\x84RBORVIEW MAR\xC3\xBCNE SUPPLY,100231"), std::string::npos);
+  ASSERT_NE(expected.find(",1234.50,86.42,1320.92,"), std::string::npos);
+
+  struct Copy {
+    const char* name;
+    std::string bytes;
+    std::vector<std::pair<Key, std::string>> settings;
+  };
+  const std::string asa = AsaRecords(cp1252);
+  std::string fixed;  // 133-byte records, as a mainframe spool keeps them
+  for (size_t at = 0, end; (end = asa.find('\n', at)) != std::string::npos; at = end + 1) {
+    std::string record = asa.substr(at, end - at);
+    record.resize(133, ' ');
+    fixed += record;
+  }
+  auto ebcdic = [](const char* page, const std::string& text) {
+    std::string e = Recoder(page, "WINDOWS-1252", "test")(text);
+    for (char& c : e) {
+      if (c == '\x25') c = '\x15';  // records end at NL, as spool files do
+    }
+    return e;
+  };
+  const Copy copies[] = {
+      {"utf-8", Recoder("UTF-8", "WINDOWS-1252", "test")(cp1252), {{Key::encoding, "utf-8"}}},
+      {"utf-8 by its byte-order mark",
+       std::string(kUtf8Bom) + Recoder("UTF-8", "WINDOWS-1252", "test")(cp1252),
+       {}},
+      {"cp437", Recoder("CP437", "WINDOWS-1252", "test")(cp1252), {{Key::encoding, "cp437"}}},
+      {"cp850", Recoder("CP850", "WINDOWS-1252", "test")(cp1252), {{Key::encoding, "CP850"}}},
+      {"ebcdic-037 lines", ebcdic("IBM037", asa), {{Key::encoding, "ebcdic-037"}}},
+      {"ebcdic-500 records",
+       Recoder("IBM500", "WINDOWS-1252", "test")(fixed),
+       {{Key::encoding, "ebcdic-500"}, {Key::reclen, "133"}}},
+      {"utf-8 with carriage control",
+       Recoder("UTF-8", "WINDOWS-1252", "test")(asa),
+       {{Key::encoding, "utf-8"}, {Key::asa, "1"}}},
+  };
+  for (const Copy& copy : copies) {
+    WriteFile(home_ / "copy.txt", copy.bytes);
+    EXPECT_EQ(Convert(home_ / "copy.txt", copy.settings), expected) << copy.name;
+    EXPECT_EQ(stats_.invalidSequences, 0) << copy.name;
+  }
+  // A byte-order mark is written on request, and only on a UTF-8 output.
+  WriteFile(home_ / "copy.txt", copies[0].bytes);
+  EXPECT_EQ(Convert(home_ / "copy.txt", {{Key::encoding, "utf-8"}, {Key::bom, "1"}}),
+            std::string(kUtf8Bom) + expected);
+  EXPECT_EQ(Convert(home_ / "w.txt", {{Key::bom, "1"}}).substr(0, 3), "Rec");
+}
+
+TEST_F(EncodingTest, InvalidBytesAreOneCharacterEachAndCounted) {
+  // A stray continuation byte, a two- and a three-byte sequence cut short and an encoded
+  // surrogate: each one column wide, so what follows stays where the RDF looks for it.
+  std::string text = Recoder("UTF-8", "WINDOWS-1252", "test")(AccentedRegister());
+  WriteFile(home_ / "good.txt", text);
+  const std::string good = Convert(home_ / "good.txt", {{Key::encoding, "utf-8"}});
+  const std::string_view bad[] = {"\x80", "\xC3", "\xE2\x82", "\xED\xA0\x80"};
+  size_t at = 0;
+  for (std::string_view b : bad) {
+    at = text.find("CUSTOMER  C1", at);
+    ASSERT_NE(at, std::string::npos);
+    text.replace(at + 8, 1, b);  // the blank between the marker and the customer number
+    at += 10;
+  }
+  WriteFile(home_ / "bad.txt", text);
+  EXPECT_EQ(Convert(home_ / "bad.txt", {{Key::encoding, "utf-8"}}), good);
+  EXPECT_EQ(stats_.invalidSequences, 4);
+  EXPECT_NE(Log().find("4 byte sequences were not valid utf-8"), std::string::npos);
+}
+
+TEST_F(EncodingTest, TheNumericCleanUpReadsUnicodeMinusSignsAndNoBreakSpaces) {
+  const std::string rdf =
+      "RDF 0001T Amounts@AMT\r\nRDF 01 D\r\nDLM\r\n1,=,D,0,1,DET\r\nDLC\r\n"
+      "DET,0,0,1,3,6,=,,\r\nDET,0,0,2,10,10,=,,\r\nFLD\r\n1,y,c,1,0,Name,\r\n"
+      "2,y,n,2,0,Amount,\r\n";
+  // U+2212 minus, U+2013 en dash, a no-break space before the digits, an ASCII minus.
+  WriteFile(home_ / "amt.txt",
+            "D ALPHA  \xE2\x88\x92"
+            "1,234.50\r\nD BETA   \xE2\x80\x93"
+            "12.00\r\n"
+            "D GAMMA  \xC2\xA0"
+            "7.25\r\nD DELTA  -3.00\r\nD \xC3\x89PSIL  4.00\r\n");
+  EXPECT_EQ(Convert(home_ / "amt.txt", {{Key::encoding, "utf-8"}}, Rdf(rdf)),
+            "Name,Amount\r\nALPHA,-1234.50\r\nBETA,-12.00\r\nGAMMA,7.25\r\nDELTA,-3.00\r\n"
+            "\xC3\x89PSIL,4.00\r\n");
+}
+
+TEST_F(EncodingTest, MarkerTextsOfEitherRdfEncodingMatchTheDecodedReport) {
+  // "Ö" at column 3 of a UTF-8 report is one column, as in the RDF's marker.
+  const std::string report = "  \xC3\x96L  100\r\n  OIL  200\r\n";
+  WriteFile(home_ / "oil.txt", report);
+  const std::string body =
+      "RDF 01 D\r\nDLM\r\n3,=,\xD6L,0,1,DET\r\nDLC\r\nDET,0,0,1,3,2,=,,\r\n"
+      "DET,0,0,2,7,3,=,,\r\nFLD\r\n1,y,c,1,0,Kind,\r\n2,y,n0,2,0,Litres,\r\n";
+  const std::string expected = "Kind,Litres\r\n\xC3\x96L,100\r\n";
+  // A Windows-1252 RDF, a UTF-8 RDF by its byte-order mark, and one by its EN record.
+  EXPECT_EQ(
+      Convert(home_ / "oil.txt", {{Key::encoding, "utf-8"}}, Rdf("RDF 0001T Oil@OIL\r\n" + body)),
+      expected);
+  const std::string utf8Body = Recoder("UTF-8", "WINDOWS-1252", "test")(body);
+  EXPECT_EQ(Convert(home_ / "oil.txt", {{Key::encoding, "utf-8"}},
+                    Rdf(std::string(kUtf8Bom) + "RDF 0001T Oil@OIL\r\n" + utf8Body)),
+            expected);
+  EXPECT_EQ(Convert(home_ / "oil.txt", {},
+                    Rdf("RDF 0001T Oil@OIL\r\n" + utf8Body + "RLF SECTION\r\nEN,utf-8\r\n")),
+            expected);
+  // A marker text the report's code page cannot hold matches no line, and says nothing of it.
+  WriteFile(home_ / "oil437.txt", "  \x99L  100\r\n");  // cp437's "Ö"
+  EXPECT_EQ(Convert(home_ / "oil437.txt", {{Key::encoding, "cp437"}},
+                    Rdf("RDF 0001T Oil@OIL\r\n" + body)),
+            "Kind,Litres\r\n\xC3\x96L,100\r\n");
+  const std::string euro =
+      "RDF 0001T Oil@OIL\r\nRDF 01 D\r\nDLM\r\n3,=,\x80L,0,1,DET\r\nDLC\r\n"
+      "DET,0,0,1,3,2,=,,\r\nFLD\r\n1,y,c,1,0,Kind,\r\n";
+  EXPECT_EQ(Convert(home_ / "oil437.txt", {{Key::encoding, "cp437"}}, Rdf(euro)).find("\xC3\x96"),
+            std::string::npos);
+}
+
+TEST_F(EncodingTest, CarriageControlMakesPagesAndBlankLinesAndDropsOverprints) {
+  WriteFile(home_ / "asa.txt", "1HEAD\n DATA 1\n0DATA 2\n-DATA 3\n+DATA 3\n \n");
+  RunFolder work(home_ / "out");
+  ReportEncoding how;
+  how.asa = true;
+  PrintFileCounts counts;
+  std::atomic<bool> cancel{false};
+  const TempFile text = ProcessPrintFile(engine_, cancel, home_ / "asa.txt", work, how, counts);
+  EXPECT_EQ(ReadFile(text.path()), "\fHEAD\r\nDATA 1\r\n\r\nDATA 2\r\n\r\n\r\nDATA 3\r\n\r\n");
+  EXPECT_EQ(counts.records, 6);
+  EXPECT_EQ(counts.overprinted, 1);
+
+  // A run counts the overprinted lines and logs them.
+  const std::string rdf =
+      "RDF 0001T Data@DAT\r\nRDF 01 D\r\nDLM\r\n1,=,DATA,0,1,DET\r\nDLC\r\n"
+      "DET,0,0,1,6,1,=,,\r\nFLD\r\n1,y,c,1,0,N,\r\n";
+  EXPECT_EQ(Convert(home_ / "asa.txt", {{Key::asa, "1"}}, Rdf(rdf)), "N\r\n1\r\n2\r\n3\r\n");
+  EXPECT_EQ(stats_.overprintedLines, 1);
+  EXPECT_NE(Log().find("1 lines printed over the line before"), std::string::npos);
+}
+
+TEST_F(EncodingTest, EncodingSettingsAreCheckedAndKeptByTheRdf) {
+  // A value the run cannot read is refused before anything is written, naming the setting.
+  WriteFile(home_ / "w.txt", AccentedRegister());
+  for (auto [key, value] : {std::pair(Key::encoding, "klingon"), std::pair(Key::asa, "yes"),
+                            std::pair(Key::reclen, "-5")}) {
+    JobRequest r;
+    r.report = home_ / "w.txt";
+    r.rdf = Sample("ARINV01.rdf");
+    r.output = home_ / "never.csv";
+    r.overrides = {{key, value}};
+    ConversionJob job(app_, ui_, r);
+    ui_.answers = {true};
+    ASSERT_EQ(job.Check(), RunDriver::Check::Ready);
+    EXPECT_FALSE(job.Run()) << value;
+    ASSERT_FALSE(ui_.messages.empty());
+    EXPECT_NE(ui_.messages.back().text.find(std::string(KeyName(key)) + " is '" + value + "'"),
+              std::string::npos)
+        << ui_.messages.back().text;
+    EXPECT_FALSE(std::filesystem::exists(home_ / "never.csv"));
+  }
+  EXPECT_EQ(EncodingNamed("UTF8"), Encoding::Utf8);
+  EXPECT_EQ(EncodingNamed(" ebcdic-037 "), Encoding::Ebcdic037);
+  EXPECT_EQ(EncodingNamed(""), Encoding::Windows1252);
+
+  // An RDF saved with an encoding keeps it in an EN record; one saved without has none, as
+  // RDFs always were.
+  ASSERT_TRUE(engine_.LoadRDF(Sample("ARINV01.rdf"), Sample("ARINV01.txt")));
+  ASSERT_TRUE(engine_.BuildRDF(home_ / "plain.rdf"));
+  EXPECT_EQ(ReadFile(home_ / "plain.rdf").find("\r\nEN,"), std::string::npos);
+  app_.Settings.Item(Key::encoding).Value = "cp850";
+  ASSERT_TRUE(engine_.BuildRDF(home_ / "cp850.rdf"));
+  EXPECT_NE(ReadFile(home_ / "cp850.rdf").find("\r\nEN,cp850\r\n"), std::string::npos);
+  app_.Settings.Item(Key::encoding).Value = "";
+  ASSERT_TRUE(engine_.LoadRDF(home_ / "cp850.rdf", Sample("ARINV01.txt")));
+  EXPECT_EQ(app_.Settings[Key::encoding], "cp850");
+  ASSERT_TRUE(engine_.LoadRDF(home_ / "plain.rdf", Sample("ARINV01.txt")));
+  EXPECT_EQ(app_.Settings[Key::encoding], "");  // put back for the RDF without one
+}
+
+}  // namespace
+}  // namespace qb
