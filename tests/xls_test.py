@@ -144,6 +144,35 @@ class Workbooks(unittest.TestCase):
             self.assertIn("Row 4, column 1: a text of 40104 characters was cut to the 32767 a cell holds", log)
             os.remove(os.path.join(self.home, "log", "qbuia.log"))
 
+    def test_unicode_text_of_a_utf8_report_in_every_buffer_mode(self):
+        # Greek, Cyrillic, a euro sign and a letter past U+FFFF (which a BIFF8 cell cannot
+        # hold in one unit: it becomes U+FFFD), each one column of the report; the amount
+        # after them stays in its column, and its Unicode minus sign makes it negative.
+        rdf = self.write("u.rdf",
+                         "RDF 0001T Unicode@U\r\nRDF 01 D\r\nDLM\r\n"
+                         "1,=,D,0,1,DET\r\nDLC\r\nDET,0,0,1,3,12,=,,\r\nDET,0,0,2,16,9,=,,\r\n"
+                         "FLD\r\n1,y,c,1,0,\u041d\u0430\u0437\u0432\u0430\u043d\u0438\u0435,\r\n"
+                         "2,y,n,2,0,Amount,\r\nRLF SECTION\r\n"
+                         "HD,\u0394\u03b5\u03bb\u03c4\u03af\u03bf\r\n")
+        with open(rdf, "rb") as f:
+            text = f.read()
+        with open(rdf, "wb") as f:
+            f.write(b"\xef\xbb\xbf" + text)  # a UTF-8 RDF by its byte-order mark
+        names = ["\u0391\u03b8\u03ae\u03bd\u03b1", "\u041c\u043e\u0441\u043a\u0432\u0430 \u20ac5",
+                 "caf\u00e9 \U0001F600"]
+        report = self.write("u.txt", "".join("D %-12s %s\r\n" % (n, a) for n, a in
+                                             zip(names, ["1,234.50", "\u22127.25", "3.00"])))
+        for mode in ("0", "3", "6"):
+            out = os.path.join(self.dir, "u%s.xls" % mode)
+            self.convert(report, rdf, out, "--set", "rmode=" + mode, "--set", "encoding=utf-8")
+            book, sheet, rows = self.cells(out)
+            self.assertEqual(sheet.name, "\u0394\u03b5\u03bb\u03c4\u03af\u03bf", mode)
+            self.assertEqual([v for _, v in rows[0]],
+                             ["\u041d\u0430\u0437\u0432\u0430\u043d\u0438\u0435", "Amount"], mode)
+            self.assertEqual([[v for _, v in row] for row in rows[1:]],
+                             [[names[0], 1234.5], [names[1], -7.25], ["caf\u00e9 \ufffd", 3.0]],
+                             mode)
+
     def test_samples_in_turbo_mode_match_their_csv(self):
         for report, rdf in (("ARINV01.txt", "ARINV01.rdf"), ("GLDET01.txt", "GLDET01.rdf"),
                             ("APCHK01D.txt", "APCHK01.rdf")):
