@@ -16,7 +16,9 @@ constexpr std::array<OptionSpec, 27> kOptions{{
      "the program folder (qbcfg.ini, qbsys.txt, log/, out/); default: $QUILLBROOK_HOME, "
      "else the folder of this program"},
     {Opt::Set, "set", "KEY=VALUE", true,
-     "override one setting for this run (delim, textq, tqswt, rtype, ...); may be repeated"},
+     "override one setting for this run (delim, textq, tqswt, rtype, ...; encoding=utf-8, "
+     "cp437, cp850, iso-8859-1, ebcdic-037 or ebcdic-500 reads a report in that encoding, "
+     "with asa=1, reclen=N and bom=1); may be repeated"},
     {Opt::Fields, "fields", "N,N,...", false, "output only these field numbers, in this order"},
     {Opt::Overwrite, "overwrite", "", false,
      "replace an existing output file (only when the run succeeds)"},
