@@ -3,6 +3,7 @@
 #include <iconv.h>
 #include <strings.h>
 
+#include <bit>
 #include <cstring>
 
 #include "base/errors.h"
@@ -198,29 +199,37 @@ std::string Alphabet::Units(std::string_view text, bool utf8, bool* complete) {
   return std::string(units);
 }
 
-bool IsAscii(std::string_view text) {
-  const char* p = text.data();
-  size_t n = text.size();
-  uint64_t high = 0;
-  for (; n >= 8; p += 8, n -= 8) {
+// Where the first byte past ASCII is in `text` (its size when there is none), eight bytes at
+// a time.
+static size_t AsciiPrefix(std::string_view text) {
+  const char* const p = text.data();
+  size_t i = 0;
+  for (; i + 8 <= text.size(); i += 8) {
     uint64_t w;
-    std::memcpy(&w, p, 8);
-    high |= w;
+    std::memcpy(&w, p + i, 8);
+    if (const uint64_t high = w & 0x8080808080808080ULL) {
+      return i + static_cast<size_t>(std::countr_zero(high)) / 8;  // little-endian
+    }
   }
-  for (; n > 0; ++p, --n) high |= static_cast<unsigned char>(*p);
-  return (high & 0x8080808080808080ULL) == 0;
+  while (i < text.size() && static_cast<unsigned char>(p[i]) < 0x80) ++i;
+  return i;
 }
 
 std::string_view Utf8Decoder::Decode(std::string_view line, size_t slack) {
-  if (IsAscii(line)) return line;
-  units_.clear();
-  units_.reserve(line.size() + slack);
-  const auto* p = reinterpret_cast<const unsigned char*>(line.data());
-  const auto* const end = p + line.size();
+  const size_t ascii = AsciiPrefix(line);
+  if (ascii == line.size()) return line;
+  // Never more units than bytes: the buffer is sized once, and the ASCII start copied whole.
+  if (units_.size() < line.size() + slack) units_.resize(line.size() + slack);
+  if (cached_.empty()) cached_.assign(kCached, 0);
+  char* const out = units_.data();
+  std::memcpy(out, line.data(), ascii);
+  size_t o = ascii;
+  const auto* p = reinterpret_cast<const unsigned char*>(line.data()) + ascii;
+  const auto* const end = reinterpret_cast<const unsigned char*>(line.data()) + line.size();
   while (p < end) {
     const unsigned char b = *p;
     if (b < 0x80) {
-      units_ += static_cast<char>(b);
+      out[o++] = static_cast<char>(b);
       ++p;
       continue;
     }
@@ -246,15 +255,23 @@ std::string_view Utf8Decoder::Decode(std::string_view line, size_t slack) {
       ++invalid_;
       cp = 0xFFFD;
     }
+    // Characters of the first plane are remembered here, the rest asked of the alphabet.
     // A code page (an RDF's UTF-8 text for a Windows-1252 report, say) holds what it holds;
     // the replacement unit stands for the rest.
-    std::optional<unsigned char> unit = alphabet_.UnitOf(cp);
-    if (!unit) ++missing_;
-    units_ += static_cast<char>(unit ? *unit : alphabet_.Replacement());
+    unsigned char unit = cp < kCached ? cached_[cp] : 0;
+    if (unit == 0) {
+      const std::optional<unsigned char> found = alphabet_.UnitOf(cp);
+      if (!found) ++missing_;
+      unit = found ? *found : alphabet_.Replacement();
+      if (cp < kCached && found) cached_[cp] = unit;
+    }
+    out[o++] = static_cast<char>(unit);
   }
-  const size_t size = units_.size();
-  units_.append(slack, ' ');
-  return std::string_view(units_.data(), size);
+  return std::string_view(out, o);
+}
+
+bool IsAscii(std::string_view text) {
+  return AsciiPrefix(text) == text.size();
 }
 
 std::array<unsigned char, 256> EbcdicToLatin1(Encoding ebcdic) {

@@ -17,6 +17,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <vector>
 
 namespace qb {
 
@@ -107,7 +108,10 @@ class Utf8Decoder {
   int64_t Missing() const { return missing_; }
 
  private:
+  static constexpr char32_t kCached = 0x10000;
   Alphabet& alphabet_;
+  // Per code point of the first plane, its unit or 0; made when a line first needs it.
+  std::vector<unsigned char> cached_;
   std::string units_;
   int64_t invalid_ = 0;
   int64_t missing_ = 0;

@@ -105,6 +105,7 @@ bool RunDriver::Run(const std::filesystem::path& report, const std::filesystem::
                     [&] { Process(text ? text->path() : report, output, work, *units); }) &&
          !processFailed_;
   }
+  converter_.SetAlphabet(nullptr);  // the alphabet ends with the run
   stats_.invalidSequences = units->InvalidSequences();
   stats_.unheldCharacters = units->alphabet().Unheld();
   stats_.overprintedLines = printed.overprinted;
