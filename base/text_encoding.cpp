@@ -3,10 +3,15 @@
 #include <iconv.h>
 #include <strings.h>
 
+#include <algorithm>
 #include <bit>
 #include <cstring>
 
 #include "base/errors.h"
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace qb {
 namespace {
@@ -215,8 +220,25 @@ static size_t AsciiPrefix(std::string_view text) {
   return i;
 }
 
+// The same for a line that can be read a block past its end: a block at a time with SSE2.
+static size_t AsciiPrefixOfLine(std::string_view line, size_t slack) {
+#if defined(__SSE2__)
+  if (slack >= 16) {
+    const char* const p = line.data();
+    for (size_t i = 0; i < line.size(); i += 16) {
+      const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+      if (const auto high = static_cast<unsigned>(_mm_movemask_epi8(block))) {
+        return std::min(line.size(), i + static_cast<size_t>(std::countr_zero(high)));
+      }
+    }
+    return line.size();
+  }
+#endif
+  return AsciiPrefix(line);
+}
+
 std::string_view Utf8Decoder::Decode(std::string_view line, size_t slack) {
-  const size_t ascii = AsciiPrefix(line);
+  const size_t ascii = AsciiPrefixOfLine(line, slack);
   if (ascii == line.size()) return line;
   // Never more units than bytes: the buffer is sized once, and the ASCII start copied whole.
   if (units_.size() < line.size() + slack) units_.resize(line.size() + slack);
