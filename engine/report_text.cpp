@@ -20,8 +20,8 @@ bool BeginsWithBom(const std::filesystem::path& report) {
 
 QbError BadSetting(Key key, std::string_view value, std::string_view takes) {
   return QbError(kInvalidCall, "Encoding",
-                 "the setting " + std::string(KeyName(key)) + " is '" + std::string(value) +
-                     "': it takes " + std::string(takes));
+                 "The setting " + std::string(KeyName(key)) + " is \"" + std::string(value) +
+                     "\"; it takes " + std::string(takes));
 }
 
 bool Switch(const clsKeys& settings, Key key) {

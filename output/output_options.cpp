@@ -58,7 +58,7 @@ OutputOptions ParseOutputOptions(const clsKeys& settings) {
   const std::string_view bom = Trim(settings[Key::bom]);
   if (!bom.empty() && bom != "0" && bom != "1") {
     Refuse(Key::bom, settings[Key::bom],
-           "0 or 1 (1: a UTF-8 output begins with a byte-order mark)");
+           "it takes 0 or 1 (1: a UTF-8 output begins with a byte-order mark)");
   }
   o.bom = bom == "1";
   return o;

@@ -230,7 +230,8 @@ TEST_F(EncodingTest, EncodingSettingsAreCheckedAndKeptByTheRdf) {
     ASSERT_EQ(job.Check(), RunDriver::Check::Ready);
     EXPECT_FALSE(job.Run()) << value;
     ASSERT_FALSE(ui_.messages.empty());
-    EXPECT_NE(ui_.messages.back().text.find(std::string(KeyName(key)) + " is '" + value + "'"),
+    EXPECT_NE(ui_.messages.back().text.find("The setting " + std::string(KeyName(key)) + " is \"" +
+                                            value + "\"; it takes"),
               std::string::npos)
         << ui_.messages.back().text;
     EXPECT_FALSE(std::filesystem::exists(home_ / "never.csv"));
