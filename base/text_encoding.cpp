@@ -45,13 +45,6 @@ bool SameName(std::string_view a, std::string_view b) {
   return a.size() == b.size() && ::strncasecmp(a.data(), b.data(), a.size()) == 0;
 }
 
-// Windows-1252's bytes 0x80 to 0x9F; the rest of the code page is Latin-1. The five bytes it
-// leaves undefined stand for the control characters of the same number, so no byte is lost.
-constexpr char32_t kCp1252High[32] = {
-    0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
-    0x2039, 0x0152, 0x008D, 0x017D, 0x008F, 0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
-    0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
-
 // Each of the 256 bytes of a single-byte code page as a code point (U+FFFD where iconv
 // has none).
 std::array<char32_t, 256> CodePageTable(Encoding encoding) {
@@ -143,7 +136,8 @@ Alphabet::Alphabet(Encoding encoding) : encoding_(encoding) {
     units_.emplace(cp, static_cast<unsigned char>(unit));
   };
   if (encoding == Encoding::Windows1252) {
-    for (unsigned u = 0x80; u < 0x100; ++u) set(u, u < 0xA0 ? kCp1252High[u - 0x80] : u);
+    for (unsigned u = 0x80; u < 0x100; ++u)
+      set(u, Windows1252CodePoint(static_cast<unsigned char>(u)));
   } else if (encoding == Encoding::Utf8) {
     for (char32_t cp : kUtf8Fixed) set(next_++, cp);
   } else {
@@ -191,10 +185,7 @@ std::string Alphabet::Units(std::string_view text, bool utf8, bool* complete) {
   out.reserve(text.size());
   if (!utf8) {
     if (Native()) return std::string(text);
-    for (char c : text) {
-      const auto b = static_cast<unsigned char>(c);
-      put(out, b < 0x80 ? b : b < 0xA0 ? kCp1252High[b - 0x80] : b);
-    }
+    for (char c : text) put(out, Windows1252CodePoint(static_cast<unsigned char>(c)));
     return out;
   }
   // Decoded the way report lines are, into this alphabet.

@@ -41,6 +41,17 @@ inline constexpr std::string_view kUtf8Bom = "\xEF\xBB\xBF";
 // Appends code point `cp` as UTF-8.
 void AppendUtf8(std::string& out, char32_t cp);
 
+// The character a Windows-1252 byte stands for. The five bytes the code page leaves undefined
+// stand for the control characters of the same number, so that no byte is lost.
+inline char32_t Windows1252CodePoint(unsigned char b) {
+  // Bytes 0x80 to 0x9F; the rest of the code page is Latin-1.
+  static constexpr char32_t kHigh[32] = {
+      0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
+      0x2039, 0x0152, 0x008D, 0x017D, 0x008F, 0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
+      0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
+  return b >= 0x80 && b < 0xA0 ? kHigh[b - 0x80] : b;
+}
+
 // What each unit of a run's text stands for. Units below 0x80 are ASCII. The run's reading
 // thread may add characters (UnitOf) while an output's writing thread reads them (CodePoint):
 // a unit is set once, before any text holding it is handed on, and never changes.

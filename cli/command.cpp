@@ -431,7 +431,7 @@ int CheckCommand(const ParsedOptions& opts, Application& app, ConsoleUI& ui) {
 void Validate(const ParsedOptions& opts) {
   const bool list = opts.has(Opt::ListFields), save = opts.has(Opt::SaveRdf);
   const bool trace = opts.has(Opt::Trace), check = opts.has(Opt::Check);
-  for (const OptionSpec& o : Options()) {
+  for (const OptionInfo& o : Options()) {
     const bool traceOnly = o.id == Opt::Lines || o.id == Opt::Unmatched || o.id == Opt::TraceFormat;
     if (traceOnly && opts.has(o.id) && !trace) {
       throw UsageError("--" + std::string(o.name) + " goes with --trace");
@@ -446,8 +446,9 @@ void Validate(const ParsedOptions& opts) {
   for (Opt o :
        {Opt::Jobs, Opt::OutputDir, Opt::To, Opt::RdfDir, Opt::SkipExisting, Opt::Recursive}) {
     if (opts.has(o) && !batch) {
-      for (const OptionSpec& spec : Options()) {
-        if (spec.id == o) throw UsageError("--" + std::string(spec.name) + " goes with --batch");
+      for (const OptionInfo& option : Options()) {
+        if (option.id == o)
+          throw UsageError("--" + std::string(option.name) + " goes with --batch");
       }
     }
   }

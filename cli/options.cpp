@@ -5,7 +5,7 @@
 namespace qb::cli {
 namespace {
 
-constexpr std::array<OptionSpec, 27> kOptions{{
+constexpr std::array<OptionInfo, 27> kOptions{{
     {Opt::Report, "report", "FILE", false,
      "the report to convert (.txt, .prn, .rpt print image; .pdf; a delimited file)"},
     {Opt::Rdf, "rdf", "FILE", false,
@@ -62,8 +62,8 @@ constexpr std::array<OptionSpec, 27> kOptions{{
     {Opt::Version, "version", "", false, "show the version and exit"},
 }};
 
-const OptionSpec* Find(std::string_view name) {
-  for (const OptionSpec& o : kOptions) {
+const OptionInfo* Find(std::string_view name) {
+  for (const OptionInfo& o : kOptions) {
     if (o.name == name) return &o;
   }
   return nullptr;
@@ -71,7 +71,7 @@ const OptionSpec* Find(std::string_view name) {
 
 }  // namespace
 
-std::span<const OptionSpec> Options() {
+std::span<const OptionInfo> Options() {
   return kOptions;
 }
 
@@ -101,7 +101,7 @@ ParsedOptions ParseCommandLine(std::span<const char* const> args) {
       inlineValue = std::string(arg.substr(eq + 1));
       arg = arg.substr(0, eq);
     }
-    const OptionSpec* option = Find(arg);
+    const OptionInfo* option = Find(arg);
     if (!option) throw UsageError("unknown option '--" + std::string(arg) + "'");
     auto& slot = parsed.values_[option->id];
     if (!slot.empty() && !option->repeatable) {
@@ -144,7 +144,7 @@ std::string HelpText() {
       "  qbconvert [--home DIR]          check the program folder and show its settings\n"
       "  qbconvert --help | --version\n\n"
       "Options:\n";
-  for (const OptionSpec& o : kOptions) {
+  for (const OptionInfo& o : kOptions) {
     std::string left = "  --" + std::string(o.name);
     if (!o.valueName.empty()) left += " " + std::string(o.valueName);
     if (left.size() < 24)

@@ -41,7 +41,7 @@ enum class Opt {
   Version,
 };
 
-struct OptionSpec {
+struct OptionInfo {
   Opt id;
   std::string_view name;       // without the leading "--"
   std::string_view valueName;  // empty for a switch
@@ -49,7 +49,7 @@ struct OptionSpec {
   std::string_view help;
 };
 
-std::span<const OptionSpec> Options();
+std::span<const OptionInfo> Options();
 
 // A command-line mistake: qbconvert prints it with a hint to --help and exits 2.
 class UsageError : public std::runtime_error {

@@ -33,7 +33,8 @@ bool Switch(const clsKeys& settings, Key key) {
 
 }  // namespace
 
-ReportEncoding ParseReportEncoding(const clsKeys& settings, const std::filesystem::path& report) {
+ReportEncoding ParseReportEncoding(const clsKeys& settings, const std::filesystem::path& report,
+                                   bool pdf) {
   ReportEncoding how;
   const std::string& name = settings[Key::encoding];
   const std::optional<Encoding> encoding = EncodingNamed(name);
@@ -50,7 +51,7 @@ ReportEncoding ParseReportEncoding(const clsKeys& settings, const std::filesyste
       throw BadSetting(Key::reclen, reclen, "a record length from 1 to 32760, or 0 for lines");
     }
   }
-  return how;
+  return pdf ? ReportEncoding() : how;
 }
 
 }  // namespace qb

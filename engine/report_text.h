@@ -25,9 +25,11 @@ struct ReportEncoding {
 };
 
 // Reads "encoding", "asa" and "reclen" for `report`: an empty "encoding" is UTF-8 when the
-// report begins with a UTF-8 byte-order mark, else Windows-1252. Throws QbError naming the
-// setting, its value and what it takes.
-ReportEncoding ParseReportEncoding(const clsKeys& settings, const std::filesystem::path& report);
+// report begins with a UTF-8 byte-order mark, else Windows-1252. A PDF's text is laid out as
+// Windows-1252 whatever they say (`pdf`). Throws QbError naming the setting, its value and
+// what it takes.
+ReportEncoding ParseReportEncoding(const clsKeys& settings, const std::filesystem::path& report,
+                                   bool pdf);
 
 // A run's text as units (see base/text_encoding.h): the alphabet, and each line of the text
 // the run reads decoded into it. Lines of a single-byte code page are their own units.

@@ -15,7 +15,6 @@
 
 #include "base/errors.h"
 #include "base/temp_file.h"
-#include "output/code_page.h"
 
 namespace qb::xls {
 namespace {
@@ -50,8 +49,8 @@ class Stream {
 
   // A character's UTF-16 unit; one past U+FFFF, which would take two, is U+FFFD.
   uint16_t Unit(char c) const {
-    if (!alphabet_) return Cp1252Unit(c);
-    const char32_t cp = alphabet_->CodePoint(static_cast<unsigned char>(c));
+    const auto b = static_cast<unsigned char>(c);
+    const char32_t cp = alphabet_ ? alphabet_->CodePoint(b) : Windows1252CodePoint(b);
     return cp > 0xFFFF ? 0xFFFD : static_cast<uint16_t>(cp);
   }
   // Whether every character fits BIFF's compressed (one byte a character) form.

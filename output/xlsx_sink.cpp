@@ -11,7 +11,7 @@
 
 #include "base/errors.h"
 #include "base/temp_file.h"
-#include "output/code_page.h"
+#include "base/text_encoding.h"
 #include "output/row_formatter.h"
 #include "output/spreadsheet.h"
 #include "output/spreadsheet_sink.h"
@@ -78,10 +78,8 @@ class XlsxSink final : public OutputSink {
 
   // Appends `units` to `out` as UTF-8.
   void AppendUtf8(std::string& out, std::string_view units) const {
-    if (alphabet_)
-      alphabet_->AppendUtf8(out, units);
-    else
-      xls::AppendUtf8(out, units);
+    if (alphabet_) return alphabet_->AppendUtf8(out, units);
+    for (char c : units) qb::AppendUtf8(out, Windows1252CodePoint(static_cast<unsigned char>(c)));
   }
 
   std::string heading_;

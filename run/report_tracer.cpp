@@ -4,9 +4,7 @@
 
 #include "base/line_reader.h"
 #include "output/output_sink.h"
-#include "preprocess/dff.h"
-#include "preprocess/pdf.h"
-#include "preprocess/print_file.h"
+#include "preprocess/text_step.h"
 #include "run/trace_writer.h"
 
 namespace qb {
@@ -280,16 +278,12 @@ void ReportTracer::PrepareRun() {
 
 // The text the run reads.
 void ReportTracer::Prepare() {
-  ReportEncoding how;
-  if (!engine_.flags.PdfReport) how = ParseReportEncoding(app_.Settings, report_);
+  const ReportEncoding how = ParseReportEncoding(app_.Settings, report_, engine_.flags.PdfReport);
   units_.emplace(how.encoding);
-  if (engine_.flags.PdfReport || engine_.flags.DffReport || how.Rewritten()) {
+  if (!TextStep(engine_, how).empty()) {
     work_.emplace(app_.ProgramFolder() / "out");
     PrintFileCounts printed;
-    text_.emplace(engine_.flags.PdfReport ? ProcessPDF(engine_, stop_, report_, *work_)
-                  : engine_.flags.DffReport
-                      ? ProcessDFF(engine_, stop_, report_, *work_)
-                      : ProcessPrintFile(engine_, stop_, report_, *work_, how, printed));
+    text_.emplace(MakeReportText(engine_, stop_, report_, *work_, how, printed));
     textPath_ = text_->path();
   } else {
     textPath_ = report_;

@@ -7,9 +7,7 @@
 #include "base/line_reader.h"
 #include "engine/progress.h"
 #include "output/output_sink.h"
-#include "preprocess/dff.h"
-#include "preprocess/pdf.h"
-#include "preprocess/print_file.h"
+#include "preprocess/text_step.h"
 #include "run/launch.h"
 
 namespace qb {
@@ -66,8 +64,7 @@ bool RunDriver::Run(const std::filesystem::path& report, const std::filesystem::
   ReportEncoding how;
   std::optional<ReportText> units;
   bool ok = RunTrapped(log, "Encoding", lastError_, [&] {
-    how = ParseReportEncoding(engine_.app().Settings, report);
-    if (engine_.flags.PdfReport) how = ReportEncoding();  // laid out as Windows-1252 text
+    how = ParseReportEncoding(engine_.app().Settings, report, engine_.flags.PdfReport);
     units.emplace(how.encoding);
   });
   if (!ok) {
@@ -88,15 +85,9 @@ bool RunDriver::Run(const std::filesystem::path& report, const std::filesystem::
   std::optional<TempFile> text;
   std::atomic<bool>& cancel = converter_.State().CancelFlag;
   PrintFileCounts printed;
-  if (engine_.flags.PdfReport) {
-    ok = RunTrapped(log, "ProcessPDF", lastError_,
-                    [&] { text.emplace(ProcessPDF(engine_, cancel, report, work)); });
-  } else if (engine_.flags.DffReport) {
-    ok = RunTrapped(log, "ProcessDFF", lastError_,
-                    [&] { text.emplace(ProcessDFF(engine_, cancel, report, work)); });
-  } else if (how.Rewritten()) {
-    ok = RunTrapped(log, "ProcessPrintFile", lastError_, [&] {
-      text.emplace(ProcessPrintFile(engine_, cancel, report, work, how, printed));
+  if (const std::string_view step = TextStep(engine_, how); !step.empty()) {
+    ok = RunTrapped(log, step, lastError_, [&] {
+      text.emplace(MakeReportText(engine_, cancel, report, work, how, printed));
     });
   }
   processFailed_ = false;

@@ -25,7 +25,6 @@ const QColor kStopColour(200, 30, 30);
 // feeds (drawn as page breaks) left out.
 QString Shown(const std::string& line, const Alphabet& alphabet) {
   QString text;
-  text.reserve(static_cast<qsizetype>(line.size()));
   if (alphabet.encoding() == Encoding::Utf8) {
     text = QString::fromUtf8(line.data(), static_cast<qsizetype>(line.size()));
     text.remove(QChar(0xFEFF));  // a byte-order mark
@@ -35,6 +34,7 @@ QString Shown(const std::string& line, const Alphabet& alphabet) {
     }
     return text;
   }
+  text.reserve(static_cast<qsizetype>(line.size()));
   for (char c : line) {
     const char32_t u = alphabet.CodePoint(static_cast<unsigned char>(c));
     if (c == '\f') continue;
