@@ -195,6 +195,56 @@ std::string Alphabet::Units(std::string_view text, bool utf8, bool* complete) {
   return std::string(units);
 }
 
+// The code point of the UTF-8 sequence at `p` (which is past ASCII), `p` moved past it.
+// `valid` is false for a stray continuation byte, a lead byte without its continuation bytes,
+// an overlong form or a surrogate; then `p` has moved past the bytes that were taken.
+static inline char32_t NextCodePoint(const unsigned char*& p, const unsigned char* end,
+                                     bool& valid) {
+  const unsigned char b = *p;
+  size_t length = 0;
+  char32_t cp = 0, least = 0;
+  if (b >= 0xC2 && b <= 0xDF) {
+    length = 2, cp = b & 0x1F, least = 0x80;
+  } else if (b >= 0xE0 && b <= 0xEF) {
+    length = 3, cp = b & 0x0F, least = 0x800;
+  } else if (b >= 0xF0 && b <= 0xF4) {
+    length = 4, cp = b & 0x07, least = 0x10000;
+  }
+  size_t taken = 1;
+  while (length > 0 && taken < length && p + taken < end && (p[taken] & 0xC0) == 0x80) {
+    cp = (cp << 6) | (p[taken] & 0x3F);
+    ++taken;
+  }
+  valid = length > 0 && taken == length && cp >= least && cp <= 0x10FFFF &&
+          (cp < 0xD800 || cp > 0xDFFF);
+  p += taken;
+  return cp;
+}
+
+std::u32string CodePoints(std::string_view utf8) {
+  std::u32string out;
+  out.reserve(utf8.size());
+  const auto* p = reinterpret_cast<const unsigned char*>(utf8.data());
+  const auto* const end = p + utf8.size();
+  while (p < end) {
+    if (*p < 0x80) {
+      out += static_cast<char32_t>(*p++);
+      continue;
+    }
+    bool valid;
+    const char32_t cp = NextCodePoint(p, end, valid);
+    out += valid ? cp : U'\uFFFD';
+  }
+  return out;
+}
+
+std::string Utf8(std::u32string_view text) {
+  std::string out;
+  out.reserve(text.size());
+  for (char32_t cp : text) AppendUtf8(out, cp);
+  return out;
+}
+
 // Where the first byte past ASCII is in `text` (its size when there is none), eight bytes at
 // a time.
 static size_t AsciiPrefix(std::string_view text) {
@@ -246,24 +296,8 @@ std::string_view Utf8Decoder::Decode(std::string_view line, size_t slack) {
       ++p;
       continue;
     }
-    // The sequence's length and the least code point it may encode (no overlong forms).
-    size_t length = 0;
-    char32_t cp = 0, least = 0;
-    if (b >= 0xC2 && b <= 0xDF) {
-      length = 2, cp = b & 0x1F, least = 0x80;
-    } else if (b >= 0xE0 && b <= 0xEF) {
-      length = 3, cp = b & 0x0F, least = 0x800;
-    } else if (b >= 0xF0 && b <= 0xF4) {
-      length = 4, cp = b & 0x07, least = 0x10000;
-    }
-    size_t taken = 1;
-    while (length > 0 && taken < length && p + taken < end && (p[taken] & 0xC0) == 0x80) {
-      cp = (cp << 6) | (p[taken] & 0x3F);
-      ++taken;
-    }
-    const bool valid = length > 0 && taken == length && cp >= least && cp <= 0x10FFFF &&
-                       (cp < 0xD800 || cp > 0xDFFF);
-    p += taken;
+    bool valid;
+    char32_t cp = NextCodePoint(p, end, valid);
     if (!valid) {
       ++invalid_;
       cp = 0xFFFD;

@@ -40,6 +40,9 @@ inline constexpr std::string_view kUtf8Bom = "\xEF\xBB\xBF";
 
 // Appends code point `cp` as UTF-8.
 void AppendUtf8(std::string& out, char32_t cp);
+// UTF-8 text as code points, each sequence that is not valid UTF-8 one U+FFFD; and back.
+std::u32string CodePoints(std::string_view utf8);
+std::string Utf8(std::u32string_view text);
 
 // The character a Windows-1252 byte stands for. The five bytes the code page leaves undefined
 // stand for the control characters of the same number, so that no byte is lost.

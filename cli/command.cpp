@@ -412,6 +412,15 @@ int CheckCommand(const ParsedOptions& opts, Application& app, ConsoleUI& ui) {
             tally.Report(job->Request().report.string(), rdf.string(), job->ColumnFields());
         for (const std::string& line : summary.lines) std::printf("%s\n", line.c_str());
         result.warnings += summary.warnings;
+        for (const auto& [page, moved] : job->Stats().crowdedPdfPages) {
+          ++result.warnings;
+          std::printf(
+              "%s: warning: page %d: %lld words had to move right, their columns taken by other "
+              "words: the pitch is wider than the characters of the page's text; give the "
+              "RDF's PDP row the pitch and margin the report was printed with, or PDC bands "
+              "for its columns\n",
+              job->Request().report.c_str(), page, static_cast<long long>(moved));
+        }
         std::fflush(stdout);
         ShowFindings(*job);
       } else {

@@ -40,6 +40,16 @@ ReportEncoding ParseReportEncoding(const clsKeys& settings, const std::filesyste
   const std::optional<Encoding> encoding = EncodingNamed(name);
   if (!encoding) throw BadSetting(Key::encoding, name, EncodingNames());
   how.encoding = *encoding;
+  if (pdf) {
+    // A PDF's text is Unicode; it is laid out in UTF-8 unless the setting names a code page.
+    if (IsEbcdic(how.encoding)) {
+      throw BadSetting(Key::encoding, name,
+                       "windows-1252, utf-8, iso-8859-1, cp437 or cp850 for a PDF report "
+                       "(nothing: utf-8)");
+    }
+    if (Trim(name).empty()) how.encoding = Encoding::Utf8;
+    return how;
+  }
   if (Trim(name).empty() && BeginsWithBom(report)) how.encoding = Encoding::Utf8;
   how.asa = Switch(settings, Key::asa) || IsEbcdic(how.encoding);
   const std::string_view reclen = Trim(settings[Key::reclen]);
@@ -51,7 +61,7 @@ ReportEncoding ParseReportEncoding(const clsKeys& settings, const std::filesyste
       throw BadSetting(Key::reclen, reclen, "a record length from 1 to 32760, or 0 for lines");
     }
   }
-  return pdf ? ReportEncoding() : how;
+  return how;
 }
 
 }  // namespace qb

@@ -25,9 +25,10 @@ struct ReportEncoding {
 };
 
 // Reads "encoding", "asa" and "reclen" for `report`: an empty "encoding" is UTF-8 when the
-// report begins with a UTF-8 byte-order mark, else Windows-1252. A PDF's text is laid out as
-// Windows-1252 whatever they say (`pdf`). Throws QbError naming the setting, its value and
-// what it takes.
+// report begins with a UTF-8 byte-order mark, else Windows-1252. A PDF's text (`pdf`) is
+// laid out in the code page "encoding" names, or in UTF-8 when it names none; "asa" and
+// "reclen" do not apply to it. Throws QbError naming the setting, its value and what it
+// takes.
 ReportEncoding ParseReportEncoding(const clsKeys& settings, const std::filesystem::path& report,
                                    bool pdf);
 

@@ -6,11 +6,11 @@
 //
 // Each event does nothing unless overridden: an observer hears only what it asks for.
 //
-// For each piece, in this order: Piece (from the run driver), then Marker (the row that
-// matched, or none); for a matched row WaitSlot when it completed a record (the Header, Row
-// or Rejected of that record follow), each Pickup or PickupError, then State. A piece the
-// run dropped gets LineError. At the end of the report (or at a stop): EndOfReport, the last
-// record (Header, Row or Rejected), then End.
+// First Begin, with the alphabet of the run's text. For each piece, in this order: Piece (from the
+// run driver), then Marker (the row that matched, or none); for a matched row WaitSlot when it
+// completed a record (the Header, Row or Rejected of that record follow), each Pickup or
+// PickupError, then State. A piece the run dropped gets LineError. At the end of the report (or at
+// a stop): EndOfReport, the last record (Header, Row or Rejected), then End.
 
 #include <cstdint>
 #include <span>
@@ -18,6 +18,7 @@
 
 #include "base/bytes.h"
 #include "base/errors.h"
+#include "base/text_encoding.h"
 
 namespace qb {
 
@@ -43,6 +44,10 @@ class RunObserver {
   };
 
   virtual ~RunObserver() = default;
+
+  // The run begins. Its text, and so every piece, value and label told after this, is in the
+  // units of `alphabet` (base/text_encoding.h), which lasts until End.
+  virtual void Begin(const Alphabet& /*alphabet*/) {}
 
   // A piece of report line `line` (counted from 1). `piece` is 0 for a line without a form
   // feed, else 1, 2, ... for the parts the form feeds cut it into.

@@ -3,13 +3,14 @@
 #include <poppler-document.h>
 #include <poppler-page.h>
 
+#include <algorithm>
 #include <cmath>
 #include <memory>
+#include <optional>
 #include <system_error>
 
 #include "base/buffered_file.h"
 #include "base/line_reader.h"
-#include "base/recode.h"
 #include "engine/progress.h"
 #include "preprocess/pdf_layout.h"
 
@@ -24,20 +25,81 @@ int64_t Hundredths(double points) {
   return std::llround(points * 100.0);
 }
 
-// A word's text in Windows-1252, the encoding of the laid-out report: the euro sign, dashes,
-// bullets and quotes keep their places there; the minus sign, which the code page lacks,
-// becomes a hyphen-minus, so an amount keeps its sign; anything else it lacks is "?".
-std::string Windows1252(Recoder& recode, const poppler::ustring& text) {
-  std::vector<char> utf8 = text.to_utf8();
+// The turn of a page's text, in quarter turns clockwise (poppler's text_box::rotation: 1 runs
+// down the page, 2 upside down, 3 up the page), and the page's size as poppler shows it.
+struct Turn {
+  int quarters = 0;
+  double width = 0, height = 0;
+};
+
+// The turn most of the page's words have; none when as many are upright.
+Turn TurnOf(const poppler::page& page, const std::vector<poppler::text_box>& words) {
+  int count[4] = {};
+  for (const poppler::text_box& w : words) ++count[w.rotation() & 3];
+  Turn turn;
+  for (int q = 1; q < 4; ++q) {
+    if (count[q] > count[turn.quarters]) turn.quarters = q;
+  }
+  const poppler::rectf size = page.page_rect();
+  const bool sideways = page.orientation() == poppler::page::landscape ||
+                        page.orientation() == poppler::page::seascape;
+  turn.width = sideways ? size.height() : size.width();
+  turn.height = sideways ? size.width() : size.height();
+  return turn;
+}
+
+// `r` in the frame where the page's text reads left to right and top to bottom.
+poppler::rectf Upright(const poppler::rectf& r, const Turn& t) {
+  auto turn = [&t](double x, double y) -> std::pair<double, double> {
+    switch (t.quarters) {
+      case 1:
+        return {y, t.width - x};
+      case 2:
+        return {t.width - x, t.height - y};
+      case 3:
+        return {t.height - y, x};
+      default:
+        return {x, y};
+    }
+  };
+  const auto [ax, ay] = turn(r.left(), r.top());
+  const auto [bx, by] = turn(r.right(), r.bottom());
+  return poppler::rectf(std::min(ax, bx), std::min(ay, by), std::abs(bx - ax), std::abs(by - ay));
+}
+
+// A word's text in UTF-8, its typographic ligatures (U+FB00 to U+FB06, which fonts use for
+// "ff", "fi", "ffi" ...) spelled out: a printed "ﬀ" stood for two letters and two columns.
+std::string WordText(const poppler::ustring& text) {
+  const std::vector<char> utf8 = text.to_utf8();
   std::string word(utf8.begin(), utf8.end());
-  static constexpr std::string_view kMinusSign = "\xE2\x88\x92";
-  for (size_t at; (at = word.find(kMinusSign)) != std::string::npos;) word.replace(at, 3, "-");
-  return recode(word);
+  static constexpr std::string_view kLigatures[] = {"ff", "fi", "fl", "ffi", "ffl", "st", "st"};
+  for (size_t at = 0; (at = word.find("\xEF\xAC", at)) != std::string::npos;) {
+    const auto last = at + 2 < word.size() ? static_cast<unsigned char>(word[at + 2]) : 0;
+    if (last >= 0x80 && last <= 0x86) {
+      word.replace(at, 3, kLigatures[last - 0x80]);
+    } else {
+      at += 2;
+    }
+  }
+  return word;
+}
+
+// A laid-out line in a single-byte code page: a minus sign that the code page lacks becomes
+// a hyphen-minus, so that an amount keeps its sign; any other character it lacks is "?".
+std::string InCodePage(std::string_view utf8, Alphabet& codePage) {
+  std::string out;
+  out.reserve(utf8.size());
+  for (const char32_t cp : CodePoints(utf8)) {
+    const std::optional<unsigned char> unit = codePage.UnitOf(cp);
+    out += unit ? static_cast<char>(*unit) : cp == U'\u2212' ? '-' : '?';
+  }
+  return out;
 }
 
 }  // namespace
 
-TempFile ConvertPdfToText(const std::filesystem::path& report, RunFolder& work) {
+TempFile ConvertPdfToText(const std::filesystem::path& report, RunFolder& work,
+                          PdfLayoutCounts& counts) {
   TempFile text(work.Path("ProcessPDF"), report.stem().string(), ".qbt", "ProcessPDF");
   std::error_code ec;
   if (!std::filesystem::is_regular_file(report, ec)) Unreadable(report, "the file does not exist");
@@ -46,21 +108,23 @@ TempFile ConvertPdfToText(const std::filesystem::path& report, RunFolder& work) 
   if (doc->is_locked()) Unreadable(report, "the PDF is protected by a password");
 
   BufferedFile sink(text.path(), "ProcessPDF");
-  Recoder recode("WINDOWS-1252", "UTF-8", "ProcessPDF");
   auto write = [&sink](std::string_view line) { sink.WriteLine(line); };
   for (int i = 0; i < doc->pages(); ++i) {
     std::unique_ptr<poppler::page> page(doc->create_page(i));
     if (!page) Unreadable(report, "page " + std::to_string(i + 1) + " cannot be read");
     if (i > 0) write(kPageSeparator);
     write(std::string(kPageStart) + " Page " + std::to_string(i + 1));
-    for (const poppler::text_box& box : page->text_list()) {
-      const poppler::rectf r = box.bbox();
+    const std::vector<poppler::text_box> words = page->text_list();
+    const Turn turn = TurnOf(*page, words);
+    if (turn.quarters != 0) counts.turnedPages.emplace_back(i + 1, turn.quarters * 90);
+    for (const poppler::text_box& word : words) {
+      const poppler::rectf r = Upright(word.bbox(), turn);
       TextPiece piece{i + 1,
                       Hundredths(r.left()),
                       Hundredths(r.top()),
                       Hundredths(r.right()),
                       Hundredths(r.bottom()),
-                      Windows1252(recode, box.text())};
+                      WordText(word.text())};
       write(FormatPieceLine(piece));
     }
     write(std::string(kPageEnd) + " Page " + std::to_string(i + 1));
@@ -70,13 +134,16 @@ TempFile ConvertPdfToText(const std::filesystem::path& report, RunFolder& work) 
 }
 
 TempFile ReformatPdfText(Engine& engine, const std::atomic<bool>& cancel,
-                         const std::filesystem::path& textPath, RunFolder& work) {
+                         const std::filesystem::path& textPath, RunFolder& work, Encoding encoding,
+                         PdfLayoutCounts& counts) {
   TempFile reportOut(work.Path("ReformatPdfText"), textPath.stem().string(), ".qbr",
                      "ReformatPdfText");
   LineReader reader(textPath, "ReformatPdfText");
   BufferedFile sink(reportOut.path(), "ReformatPdfText");
   ByteProgress progress(engine.app().ui(), reader.FileSize());
-  const LayoutParams params = ReadLayoutParams(engine.tables);
+  const LayoutParams params = ReadLayoutParams(engine.tables, engine.flags.RdfUtf8);
+  std::optional<Alphabet> codePage;
+  if (encoding != Encoding::Utf8) codePage.emplace(encoding);
   PageLayout layout;
   bool inPage = false;
   int pages = 0;
@@ -104,6 +171,10 @@ TempFile ReformatPdfText(Engine& engine, const std::atomic<bool>& cancel,
     inPage = false;
     std::vector<std::string> lines = layout.LineSet(params);
     const PageLayout::Placement& placed = layout.LastPlacement();
+    counts.moved += placed.moved;
+    counts.lost += placed.lost;
+    if (placed.moved > PdfLayoutCounts::kFewMoved)
+      counts.crowdedPages.emplace_back(pages, placed.moved);
     if (placed.moved > 0) {
       engine.app().Log().WriteLog("ReformatPdfText", "Page " + std::to_string(pages) + ": " +
                                                          std::to_string(placed.moved) +
@@ -114,9 +185,10 @@ TempFile ReformatPdfText(Engine& engine, const std::atomic<bool>& cancel,
           "ReformatPdfText", "Warning: page " + std::to_string(pages) + ": " +
                                  std::to_string(placed.lost) +
                                  " words fall past column 500, in part or whole, and are lost: "
-                                 "give the RDF's PDP row a finer pitch");
+                                 "give the RDF's PDP row a wider pitch");
     }
     for (size_t i = 0; i < lines.size(); ++i) {
+      if (codePage) lines[i] = InCodePage(lines[i], *codePage);
       // A page after the first begins with a form feed, as the printed report's did.
       if (i == 0 && pages > 1) lines[i].insert(0, 1, '\f');
       sink.WriteLine(lines[i]);
@@ -128,16 +200,22 @@ TempFile ReformatPdfText(Engine& engine, const std::atomic<bool>& cancel,
 }
 
 TempFile ProcessPDF(Engine& engine, std::atomic<bool>& cancel, const std::filesystem::path& report,
-                    RunFolder& work) {
+                    RunFolder& work, Encoding encoding, PdfLayoutCounts& counts) {
   UserInterface& ui = engine.app().ui();
   ui.status("Scanning PDF file ...");
   if (report.empty()) {
     cancel = true;
     throw QbError(kPdfScan, "ProcessPDF", std::string(kPdfScanText));
   }
-  TempFile text = ConvertPdfToText(report, work);
+  TempFile text = ConvertPdfToText(report, work, counts);
+  for (const auto& [page, degrees] : counts.turnedPages) {
+    engine.app().Log().WriteLog("ProcessPDF", "Page " + std::to_string(page) +
+                                                  ": the text runs turned " +
+                                                  std::to_string(degrees) +
+                                                  " degrees on the page; laid out turned upright");
+  }
   ui.status("Reformatting PDF file ...");
-  return ReformatPdfText(engine, cancel, text.path(), work);
+  return ReformatPdfText(engine, cancel, text.path(), work, encoding, counts);
 }
 
 }  // namespace qb

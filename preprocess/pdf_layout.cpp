@@ -6,6 +6,7 @@
 
 #include "base/bytes.h"
 #include "base/errors.h"
+#include "base/text_encoding.h"
 
 namespace qb {
 namespace {
@@ -19,8 +20,11 @@ int64_t Median(std::vector<int64_t> v) {
   return v[v.size() / 2];
 }
 
+// A laid-out line: a character a column, whatever its encoding will take.
+using Line = std::u32string;
+
 // Writes `text` at column `at` (from 0); false when some of it fell past the last column.
-bool Put(std::string& line, size_t at, std::string_view text) {
+bool Put(Line& line, size_t at, std::u32string_view text) {
   if (at >= kWidth) return text.empty();
   const bool whole = text.size() <= kWidth - at;
   text = text.substr(0, kWidth - at);
@@ -29,19 +33,29 @@ bool Put(std::string& line, size_t at, std::string_view text) {
   return whole;
 }
 
-// `at` when `length` characters there cover no other text; else the first column after it
-// where they cover none and follow a blank.
-size_t FirstFree(const std::string& line, size_t at, size_t length) {
-  auto covers = [&](size_t p) {
+// `at` when `length` characters there cover no other text and touch none (a blank or the
+// line's end on either side: two pieces are two words); else the first column after it
+// where they do neither.
+size_t FirstFree(const Line& line, size_t at, size_t length) {
+  auto taken = [&line](size_t p) { return p < line.size() && line[p] != U' '; };
+  auto fits = [&](size_t p) {
+    if ((p > 0 && taken(p - 1)) || taken(p + length)) return false;
     for (size_t i = p; i < std::min(p + length, line.size()); ++i) {
-      if (line[i] != ' ') return true;
+      if (line[i] != U' ') return false;
     }
-    return false;
+    return true;
   };
-  if (!covers(at)) return at;
-  size_t p = at + 1;
-  while (p < kWidth && (covers(p) || (p - 1 < line.size() && line[p - 1] != ' '))) ++p;
+  size_t p = at;
+  while (p < kWidth && !fits(p)) ++p;
   return p;
+}
+
+// A band's tag as UTF-8, from the RDF's encoding.
+std::string TagText(std::string_view tag, bool rdfUtf8) {
+  if (rdfUtf8) return std::string(tag);
+  std::string out;
+  for (char c : tag) AppendUtf8(out, Windows1252CodePoint(static_cast<unsigned char>(c)));
+  return out;
 }
 
 }  // namespace
@@ -96,7 +110,7 @@ std::optional<TextPiece> ParsePieceLine(std::string_view line) {
   return p;
 }
 
-LayoutParams ReadLayoutParams(RdfTables& t) {
+LayoutParams ReadLayoutParams(RdfTables& t, bool rdfUtf8) {
   LayoutParams params;
   Recordset& pdp = t.rsPdfParams;
   pdp.MoveFirst();
@@ -112,7 +126,7 @@ LayoutParams ReadLayoutParams(RdfTables& t) {
         {pdc.GetInt(col::PdfColumns::fldXS1), pdc.GetInt(col::PdfColumns::fldXS2),
          pdc.GetInt(col::PdfColumns::fldXE1), pdc.GetInt(col::PdfColumns::fldXE2),
          static_cast<int32_t>(pdc.GetInt(col::PdfColumns::fldPOS)),
-         std::string(pdc.GetText(col::PdfColumns::fldTAG)),
+         TagText(pdc.GetText(col::PdfColumns::fldTAG), rdfUtf8),
          static_cast<int32_t>(pdc.GetInt(col::PdfColumns::fldTPS))});
   }
   return params;
@@ -148,7 +162,7 @@ void PageLayout::Add(const TextPiece& p) {
 std::vector<std::string> PageLayout::LineSet(const LayoutParams& given) {
   struct Piece {
     int64_t x1, x2, y, height;
-    std::string text;
+    std::u32string text;
   };
   std::vector<Piece> pieces;
   page_.Sort("fldYEnd,fldXStr");
@@ -156,7 +170,7 @@ std::vector<std::string> PageLayout::LineSet(const LayoutParams& given) {
     std::string_view text = page_.GetText(fldTXT);
     if (Trim(text).empty()) continue;
     pieces.push_back({page_.GetInt(fldXStr), page_.GetInt(fldXEnd), page_.GetInt(fldYEnd),
-                      page_.GetInt(fldYHgt), std::string(text)});
+                      page_.GetInt(fldYHgt), CodePoints(text)});
   }
   std::vector<std::string> lines;
   placement_ = {};
@@ -208,15 +222,15 @@ std::vector<std::string> PageLayout::LineSet(const LayoutParams& given) {
     }
     auto& row = rows[r];
     std::sort(row.begin(), row.end(), [](const Piece* a, const Piece* b) { return a->x1 < b->x1; });
-    std::string line;
+    Line line;
     // A piece never covers another: one whose columns are taken (a narrow pitch, a band
     // that reaches into a word) moves right, after one blank.
-    auto place = [&](size_t column, std::string_view text) {
+    auto place = [&](size_t column, std::u32string_view text) {
       const size_t at = FirstFree(line, column, text.size());
       if (at != column) ++placement_.moved;
       if (!Put(line, at, text)) ++placement_.lost;
     };
-    std::map<size_t, std::string> bandText;  // band index -> its pieces joined
+    std::map<size_t, std::u32string> bandText;  // band index -> its pieces joined
     for (const Piece* piece : row) {
       int band = -1;
       for (size_t b = 0; b < p.bands.size() && band < 0; ++b) {
@@ -227,7 +241,7 @@ std::vector<std::string> PageLayout::LineSet(const LayoutParams& given) {
         }
       }
       if (band >= 0) {
-        std::string& t = bandText[static_cast<size_t>(band)];
+        std::u32string& t = bandText[static_cast<size_t>(band)];
         if (!t.empty()) t += ' ';
         t += piece->text;
       } else if (!p.bandsOnly) {
@@ -239,10 +253,11 @@ std::vector<std::string> PageLayout::LineSet(const LayoutParams& given) {
     for (const auto& [b, text] : bandText) {
       const LayoutParams::Band& d = p.bands[b];
       if (d.column >= 1) place(static_cast<size_t>(d.column - 1), text);
-      if (!d.tag.empty() && d.tagColumn >= 1) place(static_cast<size_t>(d.tagColumn - 1), d.tag);
+      if (!d.tag.empty() && d.tagColumn >= 1)
+        place(static_cast<size_t>(d.tagColumn - 1), CodePoints(d.tag));
     }
-    line.erase(line.find_last_not_of(' ') + 1);
-    lines.push_back(std::move(line));
+    line.erase(line.find_last_not_of(U' ') + 1);
+    lines.push_back(Utf8(line));
   }
   return lines;
 }

@@ -17,7 +17,7 @@ namespace qb {
 struct TextPiece {
   int32_t page = 0;
   int64_t x1 = 0, y1 = 0, x2 = 0, y2 = 0;
-  std::string text;  // Windows-1252 bytes
+  std::string text;  // UTF-8
 };
 
 // "P <page> <x1> <y1> <x2> <y2> <text>", the text with "%", control characters and DEL
@@ -36,12 +36,13 @@ struct LayoutParams {
   struct Band {
     int64_t xs1, xs2, xe1, xe2;
     int32_t column;
-    std::string tag;
+    std::string tag;  // UTF-8
     int32_t tagColumn;
   };
   std::vector<Band> bands;
 };
-LayoutParams ReadLayoutParams(RdfTables& tables);
+// `rdfUtf8`: the RDF's texts are UTF-8, not Windows-1252.
+LayoutParams ReadLayoutParams(RdfTables& tables, bool rdfUtf8);
 
 // The page table and LineSet.
 class PageLayout {
@@ -50,9 +51,10 @@ class PageLayout {
   // Releases the page table and creates an empty one.
   void NewPage();
   void Add(const TextPiece& piece);
-  // Lays the collected page out as report lines (trailing blanks removed, at most 500
-  // characters), blank lines where the vertical gaps call for them. A piece never covers
-  // another: one whose columns are taken moves right, after one blank.
+  // Lays the collected page out as report lines in UTF-8 (trailing blanks removed, at most
+  // 500 characters, each a column), blank lines where the vertical gaps call for them. A
+  // piece never covers another, nor touches it: one whose columns are taken, or that would
+  // run into the text before or after it, moves right, after one blank.
   std::vector<std::string> LineSet(const LayoutParams& params);
 
   // What the last LineSet had to do to the page's pieces.

@@ -1,7 +1,6 @@
 #include "preprocess/text_step.h"
 
 #include "preprocess/dff.h"
-#include "preprocess/pdf.h"
 
 namespace qb {
 
@@ -14,10 +13,11 @@ std::string_view TextStep(const Engine& engine, const ReportEncoding& how) {
 
 TempFile MakeReportText(Engine& engine, std::atomic<bool>& cancel,
                         const std::filesystem::path& report, RunFolder& work,
-                        const ReportEncoding& how, PrintFileCounts& counts) {
-  if (engine.flags.PdfReport) return ProcessPDF(engine, cancel, report, work);
+                        const ReportEncoding& how, TextStepCounts& counts) {
+  if (engine.flags.PdfReport)
+    return ProcessPDF(engine, cancel, report, work, how.encoding, counts.pdf);
   if (engine.flags.DffReport) return ProcessDFF(engine, cancel, report, work);
-  return ProcessPrintFile(engine, cancel, report, work, how, counts);
+  return ProcessPrintFile(engine, cancel, report, work, how, counts.printed);
 }
 
 }  // namespace qb

@@ -61,6 +61,7 @@ class ReportTracer::DetailObserver final : public RunObserver {
       : block_(block),
         writer_([this](std::string_view text) { Words(text); }, std::move(options)) {}
 
+  void Begin(const Alphabet& alphabet) override { writer_.Begin(alphabet); }
   void Piece(int64_t line, int piece, std::string_view text) override {
     writer_.Piece(line, piece, text);  // the previous piece's words go to it first
     const int64_t i = line - block_.first;
@@ -282,8 +283,8 @@ void ReportTracer::Prepare() {
   units_.emplace(how.encoding);
   if (!TextStep(engine_, how).empty()) {
     work_.emplace(app_.ProgramFolder() / "out");
-    PrintFileCounts printed;
-    text_.emplace(MakeReportText(engine_, stop_, report_, *work_, how, printed));
+    TextStepCounts counts;
+    text_.emplace(MakeReportText(engine_, stop_, report_, *work_, how, counts));
     textPath_ = text_->path();
   } else {
     textPath_ = report_;
@@ -386,6 +387,7 @@ void ReportTracer::Detail(int64_t block) {
     options.report = report_.filename().string();
     options.rdf = rdf_.filename().string();
     DetailObserver observer(*traced, std::move(options));
+    observer.Begin(units_->alphabet());
     detail_.SetObserver(&observer);
     int64_t line = block * kBlock;
     TraceLines(reader, detail_, line, block * kBlock + static_cast<int64_t>(traced->lines.size()));

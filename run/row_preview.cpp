@@ -11,10 +11,11 @@ class PreviewObserver final : public RunObserver {
   PreviewObserver(ConversionJob& job, PreviewRows& out, size_t max)
       : job_(job), out_(out), max_(max) {}
 
+  void Begin(const Alphabet& alphabet) override { alphabet_ = &alphabet; }
   void Header(std::span<const std::string_view> labels) override {
-    out_.header.assign(labels.begin(), labels.end());
+    for (std::string_view label : labels) out_.header.push_back(Utf8(label));
     const std::vector<std::string> types = job_.ColumnTypes();
-    formatter_ = RowFormatter(job_.Options(), types);
+    formatter_ = RowFormatter(job_.Options(), types, alphabet_);
     for (const std::string& type : types)
       out_.numeric.push_back(RowFormatter::KindOf(type).numeric);
   }
@@ -23,14 +24,23 @@ class PreviewObserver final : public RunObserver {
     values_.clear();
     for (const ValueBuffer* v : values) values_.push_back(v->view());
     formatter_.Clean(values_);
-    out_.rows.emplace_back(values_.begin(), values_.end());
+    std::vector<std::string>& row = out_.rows.emplace_back();
+    for (std::string_view value : values_) row.push_back(Utf8(value));
     if (out_.rows.size() == max_) job_.Cancel();
   }
 
  private:
+  std::string Utf8(std::string_view units) const {
+    if (!alphabet_ || IsAscii(units)) return std::string(units);
+    std::string text;
+    alphabet_->AppendUtf8(text, units);
+    return text;
+  }
+
   ConversionJob& job_;
   PreviewRows& out_;
   const size_t max_;
+  const Alphabet* alphabet_ = nullptr;
   RowFormatter formatter_;
   std::vector<std::string_view> values_;
 };

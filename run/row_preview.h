@@ -1,6 +1,6 @@
 #pragma once
 // The first rows a run would write, as the window's preview shows them: the header's labels
-// and each row's values, numeric columns cleaned up as every output writes them. The rows
+// and each row's values in UTF-8, numeric columns cleaned up as every output writes them. The rows
 // come from a real run of the job (its output discarded), stopped once it has enough.
 
 #include <cstddef>

@@ -73,6 +73,7 @@ bool RunDriver::Run(const std::filesystem::path& report, const std::filesystem::
     return false;
   }
   converter_.SetAlphabet(&units->alphabet());
+  if (RunObserver* observer = converter_.Observer()) observer->Begin(units->alphabet());
   converter_.PrepareOutput(options_);
   // The run's work files (a PDF's or delimited report's text, mode 6's rows) live in a folder
   // of its own, removed when the run ends however it ends; one that a killed run left is
@@ -84,10 +85,10 @@ bool RunDriver::Run(const std::filesystem::path& report, const std::filesystem::
   // the run reads.
   std::optional<TempFile> text;
   std::atomic<bool>& cancel = converter_.State().CancelFlag;
-  PrintFileCounts printed;
+  TextStepCounts counts;
   if (const std::string_view step = TextStep(engine_, how); !step.empty()) {
     ok = RunTrapped(log, step, lastError_, [&] {
-      text.emplace(MakeReportText(engine_, cancel, report, work, how, printed));
+      text.emplace(MakeReportText(engine_, cancel, report, work, how, counts));
     });
   }
   processFailed_ = false;
@@ -99,7 +100,8 @@ bool RunDriver::Run(const std::filesystem::path& report, const std::filesystem::
   converter_.SetAlphabet(nullptr);  // the alphabet ends with the run
   stats_.invalidSequences = units->InvalidSequences();
   stats_.unheldCharacters = units->alphabet().Unheld();
-  stats_.overprintedLines = printed.overprinted;
+  stats_.overprintedLines = counts.printed.overprinted;
+  stats_.crowdedPdfPages = std::move(counts.pdf.crowdedPages);
   if (stats_.invalidSequences > 0) {
     log.WriteLog("Process", std::to_string(stats_.invalidSequences) +
                                 " byte sequences were not valid " +

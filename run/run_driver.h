@@ -9,6 +9,8 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "base/temp_file.h"
 #include "engine/converter.h"
@@ -30,6 +32,9 @@ struct RunStats {
   int64_t invalidSequences = 0;
   int64_t unheldCharacters = 0;
   int64_t overprintedLines = 0;
+  // A PDF's pages where more than a few words had to move right, their columns taken by
+  // others (PdfLayoutCounts::kFewMoved), with the number moved.
+  std::vector<std::pair<int32_t, int64_t>> crowdedPdfPages;
   std::chrono::steady_clock::duration runTime{};
 
   // "Run Time: 03:07": minutes and seconds, whole hours dropped.

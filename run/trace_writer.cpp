@@ -65,6 +65,17 @@ void TraceWriter::Emit(const std::string& text) {
   if (std::fwrite(text.data(), 1, text.size(), out_) != text.size()) writeFailed_ = true;
 }
 
+void TraceWriter::Begin(const Alphabet& alphabet) {
+  alphabet_ = alphabet.Native() ? nullptr : &alphabet;
+}
+
+std::string_view TraceWriter::Chars(std::string_view units) {
+  if (!alphabet_ || IsAscii(units)) return units;
+  chars_.clear();
+  alphabet_->AppendUtf8(chars_, units);
+  return chars_;
+}
+
 void TraceWriter::Piece(int64_t line, int piece, std::string_view text) {
   Flush();
   open_ = true;
@@ -73,7 +84,7 @@ void TraceWriter::Piece(int64_t line, int piece, std::string_view text) {
   if (Jsonl()) {
     text_ = "{\"type\":\"piece\",\"line\":" + std::to_string(line) +
             ",\"piece\":" + std::to_string(piece) + ",\"text\":";
-    AppendJson(text_, text);
+    AppendJson(text_, Chars(text));
     did_ = "none";
     return;
   }
@@ -81,7 +92,7 @@ void TraceWriter::Piece(int64_t line, int piece, std::string_view text) {
   if (piece > 0) text_ += "." + std::to_string(piece);
   text_ += ": ";
   const std::string_view shown = TrimRight(text.substr(0, kTextShown));
-  AppendQuoted(text_, shown);
+  AppendQuoted(text_, Chars(shown));
   if (shown.size() < TrimRight(text).size()) text_ += "...";
   text_ += '\n';
 }
@@ -100,7 +111,7 @@ void TraceWriter::Marker(const MarkerRow* row) {
     AppendJson(text_, std::string_view(&row->rule, row->rule ? 1 : 0));
     text_ += ",\"start\":" + std::to_string(row->start) +
              ",\"length\":" + std::to_string(row->length) + ",\"text\":";
-    AppendJson(text_, row->text);
+    AppendJson(text_, Chars(row->text));
     text_ += ",\"action\":";
     AppendJson(text_, action);
     text_ += ",\"group\":" + std::to_string(row->group) + ",\"wait\":" + std::to_string(row->wait) +
@@ -115,7 +126,7 @@ void TraceWriter::Marker(const MarkerRow* row) {
   text_ += "  marker " + Where(row->rdfLine) + ": rule " +
            (row->rule ? std::string(1, row->rule) : std::string("(none)")) + " at " +
            std::to_string(row->start) + "," + std::to_string(row->length) + " ";
-  AppendQuoted(text_, row->text);
+  AppendQuoted(text_, Chars(row->text));
   text_ += " -> ";
   text_ += action;
   std::string extra;
@@ -144,7 +155,7 @@ void TraceWriter::Header(std::span<const std::string_view> labels) {
     s = "{\"header\":[";
     for (size_t i = 0; i < labels.size(); ++i) {
       if (i) s += ',';
-      AppendJson(s, labels[i]);
+      AppendJson(s, Chars(labels[i]));
     }
     s += "]}";
     rows_.push_back(std::move(s));
@@ -164,7 +175,7 @@ void TraceWriter::Row(int32_t number, std::span<const ValueBuffer* const> values
     s = "{\"row\":" + std::to_string(number) + ",\"values\":[";
     for (size_t i = 0; i < values.size(); ++i) {
       if (i) s += ',';
-      AppendJson(s, values[i]->view());
+      AppendJson(s, Chars(values[i]->view()));
     }
     s += "]}";
     rows_.push_back(std::move(s));
@@ -173,7 +184,7 @@ void TraceWriter::Row(int32_t number, std::span<const ValueBuffer* const> values
   s = "  row " + std::to_string(number) + ": ";
   for (size_t i = 0; i < values.size(); ++i) {
     if (i) s += " | ";
-    AppendQuoted(s, values[i]->view());
+    AppendQuoted(s, Chars(values[i]->view()));
   }
   text_ += s + '\n';
 }
@@ -204,11 +215,11 @@ void TraceWriter::Pickup(const PickupRow& row, std::string_view raw, std::string
     s += ",\"action\":";
     AppendJson(s, action);
     s += ",\"raw\":";
-    AppendJson(s, raw);
+    AppendJson(s, Chars(raw));
     s += ",\"value\":";
-    AppendJson(s, value);
+    AppendJson(s, Chars(value));
     s += ",\"held\":";
-    AppendJson(s, held);
+    AppendJson(s, Chars(held));
     pickups_.push_back(s + "}");
     return;
   }
@@ -217,12 +228,12 @@ void TraceWriter::Pickup(const PickupRow& row, std::string_view raw, std::string
            std::string(row.rule);
   if (!action.empty()) text_ += " " + std::string(action);
   text_ += ": ";
-  AppendQuoted(text_, raw);
+  AppendQuoted(text_, Chars(raw));
   text_ += " -> ";
-  AppendQuoted(text_, value);
+  AppendQuoted(text_, Chars(value));
   if (showHeld) {
     text_ += ", held ";
-    AppendQuoted(text_, held);
+    AppendQuoted(text_, Chars(held));
   }
   text_ += '\n';
 }

@@ -44,6 +44,7 @@ class TraceWriter final : public RunObserver {
   using Emitter = std::function<void(std::string_view)>;
   TraceWriter(Emitter emit, TraceOptions options);
 
+  void Begin(const Alphabet& alphabet) override;
   void Piece(int64_t line, int piece, std::string_view text) override;
   void Marker(const MarkerRow* row) override;
   void WaitSlot(int32_t slot) override;
@@ -67,7 +68,13 @@ class TraceWriter final : public RunObserver {
   bool Jsonl() const { return options_.format == TraceOptions::Format::Jsonl; }
   void Emit(const std::string& text);
   std::string Where(int64_t rdfLine) const;
+  // Text of the report or the RDF as the run holds it (units), in UTF-8 when the run's
+  // encoding is not Windows-1252 (whose bytes are shown as they are); valid until the next
+  // call.
+  std::string_view Chars(std::string_view units);
 
+  const Alphabet* alphabet_ = nullptr;
+  std::string chars_;
   std::FILE* out_ = nullptr;
   Emitter emit_;
   TraceOptions options_;

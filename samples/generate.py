@@ -10,9 +10,9 @@ import os
 HERE = os.path.dirname(os.path.abspath(__file__))
 
 
-def write(name, lines):
+def write(name, lines, encoding="ascii"):
     with open(os.path.join(HERE, name), "wb") as f:
-        f.write("".join(line + "\r\n" for line in lines).encode("ascii"))
+        f.write("".join(line + "\r\n" for line in lines).encode(encoding))
 
 
 def money(v, trailing_minus=False, parens=False, cr=False):
@@ -209,9 +209,41 @@ def check_register(detail):
     write("APCHK01D.txt" if detail else "APCHK01.txt", out)
 
 
+# ---------------------------------------------------------------------------------------
+# ARCRN01: a credit note register in euros from a European subsidiary, in UTF-8: names with
+# letters past ASCII, the euro sign in the headings, credits with an en dash for a minus (as
+# typeset reports print it). Printed to PDF with its title line in a larger type.
+CREDIT_NOTES = [
+    ("CN4471", "03.10.26", "Müller Bürobedarf KG", "Returned goods", -125.40),
+    ("CN4472", "09.10.26", "Société d’Achat SARL", "Price difference", -48.00),
+    ("CN4475", "17.10.26", "Ørsted Værktøj ApS", "Rebate Q3", -1250.00),
+    ("CN4480", "28.10.26", "Łódź Papier Sp. z o.o.", "Correction", 12.60),
+]
+
+
+def euro(v):
+    s = f"{abs(v):,.2f}"
+    return ("\u2013" + s) if v < 0 else s
+
+
+def credit_note_register():
+    out = [f"{'NORTHGATE DISTRIBUTION GMBH':<36}{'CREDIT NOTE REGISTER':<36}PAGE 1",
+           f"{'ARCRN01':<36}{'PERIOD ENDING 31.10.26':<36}CURRENCY €",
+           "",
+           "  CREDIT    DATE      CUSTOMER                  REASON                  AMOUNT €",
+           "  " + "-" * 78]
+    total = 0.0
+    for no, date, name, reason, amount in CREDIT_NOTES:
+        total += amount
+        out.append(f"  {no:<8}  {date}  {name:<24}  {reason:<18}  {euro(amount):>12}")
+    out.append(f"{'':48}{'TOTAL CREDITS €':<18}  {euro(total):>12}")
+    write("ARCRN01.txt", out, "utf-8")
+
+
 if __name__ == "__main__":
     invoice_register()
     aged_trial_balance()
     gl_detail()
     check_register(False)
     check_register(True)
+    credit_note_register()

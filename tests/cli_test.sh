@@ -83,7 +83,7 @@ grep -v '^#' "$samples/samples.txt" | while read -r report rdf what; do
     cmp -s "$out" "$golden/$name.$ext" && echo PASS || echo "FAIL: $name.$ext differs from the golden file"
   done
 done >"$tmp/golden.log"
-check "golden conversions (text, delimited and PDF reports)" test "$(grep -c PASS "$tmp/golden.log")" -eq 16
+check "golden conversions (text, delimited and PDF reports)" test "$(grep -c PASS "$tmp/golden.log")" -eq 20
 grep FAIL "$tmp/golden.log" || true
 "$qbconvert" --home "$tmp/home" --report "$samples/ARINV01.txt" --rdf "$samples/ARINV01S.rdf" \
   --output "$tmp/scr.csv" --quiet
@@ -205,6 +205,10 @@ check "--trace exits 0" test $rc -eq 0
 check "--trace shows the lines asked for" test "$(grep -c '^line ' "$tmp/out")" -eq 2
 check "--trace names the marker row" contains "$tmp/out" "  marker $samples/ARINV01.rdf:11: rule = at 1,8 \"CUSTOMER\" -> CUST"
 check "--trace keeps standard output for the trace" contains "$tmp/err" "15 Lines Written"
+# A UTF-8 report's trace shows its characters, whatever units the run holds them in.
+"$qbconvert" --home "$tmp/home" --report "$samples/ARCRN01.txt" --rdf "$samples/ARCRN01.rdf" \
+  --trace --lines 6-6 >"$tmp/out" 2>/dev/null
+check "--trace of a UTF-8 report shows its text" contains "$tmp/out" 'rule =: "Müller Bürobedarf KG" -> "Müller Bürobedarf KG"'
 "$qbconvert" --home "$tmp/home" --report "$samples/ARINV01.txt" --rdf "$samples/ARINV01.rdf" \
   --trace --trace-format jsonl --unmatched >"$tmp/out" 2>/dev/null
 check "--trace jsonl is JSON" /usr/bin/python3 -c 'import json,sys; [json.loads(l) for l in open(sys.argv[1])]' "$tmp/out"

@@ -3,8 +3,12 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
+
 #include "base/recode.h"
 #include "base/text_encoding.h"
+#include "engine/report_text.h"
+#include "preprocess/pdf.h"
 #include "preprocess/print_file.h"
 #include "run/conversion_job.h"
 #include "tests/engine_fixture.h"
@@ -215,6 +219,68 @@ TEST_F(EncodingTest, CarriageControlMakesPagesAndBlankLinesAndDropsOverprints) {
   EXPECT_NE(Log().find("1 lines printed over the line before"), std::string::npos);
 }
 
+// Each line's words, in order.
+std::vector<std::string> Words(std::string_view line) {
+  std::vector<std::string> words;
+  std::istringstream in{std::string(line)};
+  for (std::string w; in >> w;) words.push_back(w);
+  return words;
+}
+
+TEST_F(EncodingTest, APdfIsReadInUnicodeAndItsWordsNeverCoverEachOther) {
+  // The credit note register printed to PDF gives the rows of its UTF-8 text report: accented
+  // names, the euro sign, an en dash read as a minus, a font's "ff" ligature spelled out.
+  const std::filesystem::path pdf = Sample("pdf/ARCRN01_proportional.pdf");
+  const std::string fromText = Convert(Sample("ARCRN01.txt"), {}, Sample("ARCRN01.rdf"));
+  ASSERT_NE(fromText.find("M\xC3\xBCller B\xC3\xBCrobedarf KG,Returned goods,-125.40"),
+            std::string::npos);
+  const std::string fromPdf = Convert(pdf, {}, Sample("ARCRN01P.rdf"));
+  EXPECT_EQ(fromPdf, fromText);
+  EXPECT_NE(fromPdf.find("Price difference,-48.00"), std::string::npos);
+  EXPECT_NE(fromPdf.find("REPORT TOTAL,,,,,-1410.80"), std::string::npos);
+
+  // Its title is set in the font's own spacing, narrower than the RDF's grid: the title's
+  // words are moved right, counted, and the page is named for the checker.
+  ASSERT_EQ(stats_.crowdedPdfPages.size(), 1u);
+  EXPECT_EQ(stats_.crowdedPdfPages[0].first, 1);
+  const int64_t moved = stats_.crowdedPdfPages[0].second;
+  EXPECT_GT(moved, PdfLayoutCounts::kFewMoved);
+  EXPECT_NE(Log().find("Page 1: " + std::to_string(moved) + " words moved right"),
+            std::string::npos);
+
+  // Whatever the pitch, the grid's or one measured from the page, every line of the laid-out
+  // text holds the words of the printed line, each whole and in order.
+  const std::vector<std::string> printed = test::ReadLines(Sample("ARCRN01.txt"));
+  engine_.flags.PdfReport = true;
+  for (const char* pdp : {"N,480,3600,0", "N,0,0,0"}) {
+    std::string rdf = ReadFile(Sample("ARCRN01P.rdf"));
+    rdf.replace(rdf.find("N,480,3600,0"), 12, pdp);
+    ASSERT_TRUE(engine_.LoadRDF(Rdf(rdf), ""));
+    std::atomic<bool> cancel{false};
+    RunFolder work(home_ / "out");
+    PdfLayoutCounts counts;
+    const TempFile text = ProcessPDF(engine_, cancel, pdf, work, Encoding::Utf8, counts);
+    std::vector<std::string> laidOut = test::ReadLines(text.path());
+    laidOut.pop_back();  // the closing blank line
+    ASSERT_EQ(laidOut.size(), printed.size()) << pdp;
+    for (size_t i = 0; i < printed.size(); ++i) {
+      EXPECT_EQ(Words(laidOut[i]), Words(printed[i])) << pdp << ", line " << i + 1;
+    }
+    EXPECT_EQ(counts.lost, 0);
+  }
+
+  // With a code page named, the laid-out text is in it: the en dash and the euro sign keep
+  // their Windows-1252 places, a letter the code page lacks is "?".
+  const std::string in1252 =
+      Convert(pdf, {{Key::encoding, "windows-1252"}}, Sample("ARCRN01P.rdf"));
+  EXPECT_NE(in1252.find("M\xFCller B\xFCrobedarf KG,Returned goods,\x96"
+                        "125.40"),
+            std::string::npos);
+  EXPECT_NE(in1252.find("?\xF3"
+                        "d? Papier"),
+            std::string::npos);
+}
+
 TEST_F(EncodingTest, EncodingSettingsAreCheckedAndKeptByTheRdf) {
   // A value the run cannot read is refused before anything is written, naming the setting.
   WriteFile(home_ / "w.txt", AccentedRegister());
@@ -236,6 +302,14 @@ TEST_F(EncodingTest, EncodingSettingsAreCheckedAndKeptByTheRdf) {
         << ui_.messages.back().text;
     EXPECT_FALSE(std::filesystem::exists(home_ / "never.csv"));
   }
+  // A PDF's text is laid out in UTF-8 unless a code page is named; never in EBCDIC.
+  const std::filesystem::path pdf = Sample("pdf/ARCRN01_proportional.pdf");
+  EXPECT_EQ(ParseReportEncoding(app_.Settings, pdf, true).encoding, Encoding::Utf8);
+  app_.Settings.Item(Key::encoding).Value = "cp850";
+  EXPECT_EQ(ParseReportEncoding(app_.Settings, pdf, true).encoding, Encoding::Cp850);
+  app_.Settings.Item(Key::encoding).Value = "ebcdic-500";
+  EXPECT_THROW(ParseReportEncoding(app_.Settings, pdf, true), QbError);
+  app_.Settings.Item(Key::encoding).Value = "";
   EXPECT_EQ(EncodingNamed("UTF8"), Encoding::Utf8);
   EXPECT_EQ(EncodingNamed(" ebcdic-037 "), Encoding::Ebcdic037);
   EXPECT_EQ(EncodingNamed(""), Encoding::Windows1252);

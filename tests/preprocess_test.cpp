@@ -196,10 +196,10 @@ TEST(PdfLayout, APieceNeverCoversAnotherAndWhatFallsOffIsCounted) {
   page.Add(At(0, 7, "REGISTER"));
   page.Add(At(0, 20, "PAGE"));
   page.Add(At(1, 1, "ADJACENT"));
-  page.Add(At(1, 9, "WORDS"));  // right after: nothing taken, nothing moved
+  page.Add(At(1, 9, "WORDS"));  // right after: two words, not one
   EXPECT_EQ(page.LineSet({}),
-            (std::vector<std::string>{"INVOICE REGISTER   PAGE", "ADJACENTWORDS"}));
-  EXPECT_EQ(page.LastPlacement().moved, 1);
+            (std::vector<std::string>{"INVOICE REGISTER   PAGE", "ADJACENT WORDS"}));
+  EXPECT_EQ(page.LastPlacement().moved, 2);
   EXPECT_EQ(page.LastPlacement().lost, 0);
 
   // A band that reaches into a word moves its text right, after one blank.
@@ -245,7 +245,9 @@ TEST_F(PdfTest, TheIntermediateFileIsReadByItsMarkers) {
                 "Start Text Contents ** Page 3\r\n" + FormatPieceLine(At(0, 1, "LOST")) + "\r\n");
   std::atomic<bool> cancel{false};
   RunFolder work(home_ / "out");
-  const TempFile out = ReformatPdfText(engine_, cancel, home_ / "out" / "r.qbt", work);
+  PdfLayoutCounts counts;
+  const TempFile out = ReformatPdfText(engine_, cancel, home_ / "out" / "r.qbt", work,
+                                       Encoding::Windows1252, counts);
   // A page without its end marker gives no lines; page 2 begins with a form feed.
   EXPECT_EQ(ReadFile(out.path()), "ONE TWO\r\n\fTHREE\r\n \r\n");
   EXPECT_TRUE(std::is_sorted(ui_.percents.begin(), ui_.percents.end()));
@@ -254,13 +256,90 @@ TEST_F(PdfTest, TheIntermediateFileIsReadByItsMarkers) {
   // Not a PDF: error 514 that says why; nothing is left behind.
   WriteFile(home_ / "fake.pdf", "%PDF-1.4 but nothing more\r\n");
   try {
-    ConvertPdfToText(home_ / "fake.pdf", work);
+    ConvertPdfToText(home_ / "fake.pdf", work, counts);
     FAIL() << "no error";
   } catch (const QbError& e) {
     EXPECT_EQ(e.number(), 514);
     EXPECT_NE(e.description().find("damaged or not a PDF"), std::string::npos);
   }
   EXPECT_TRUE(std::filesystem::is_empty(work.Path("t")));
+}
+
+// A PDF of one US Letter page in Courier, the page turned by `rotate` degrees, each text of
+// `lines` drawn with the text matrix `matrix` ("a b c d") from the point `at(i)`.
+template <typename At>
+std::string OnePagePdf(int rotate, const char* matrix, const std::vector<std::string>& lines,
+                       At at) {
+  std::string content;
+  for (size_t i = 0; i < lines.size(); ++i) {
+    const auto [x, y] = at(static_cast<int>(i));
+    content += "BT /F1 10 Tf " + std::string(matrix) + " " + std::to_string(x) + " " +
+               std::to_string(y) + " Tm (" + lines[i] + ") Tj ET\n";
+  }
+  const std::string objects[] = {
+      "<< /Type /Catalog /Pages 2 0 R >>", "<< /Type /Pages /Kids [3 0 R] /Count 1 >>",
+      "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 612 792] /Rotate " + std::to_string(rotate) +
+          " /Resources << /Font << /F1 5 0 R >> >> /Contents 4 0 R >>",
+      "<< /Length " + std::to_string(content.size()) + " >>\nstream\n" + content + "endstream",
+      "<< /Type /Font /Subtype /Type1 /BaseFont /Courier >>"};
+  std::string pdf = "%PDF-1.4\n";
+  std::string xref = "xref\n0 6\n0000000000 65535 f \n";
+  for (size_t i = 0; i < std::size(objects); ++i) {
+    char entry[24];
+    std::snprintf(entry, sizeof entry, "%010zu 00000 n \n", pdf.size());
+    xref += entry;
+    pdf += std::to_string(i + 1) + " 0 obj\n" + objects[i] + "\nendobj\n";
+  }
+  const size_t start = pdf.size();
+  return pdf + xref + "trailer\n<< /Size 6 /Root 1 0 R >>\nstartxref\n" + std::to_string(start) +
+         "\n%%EOF\n";
+}
+
+TEST_F(PdfTest, TurnedPagesAndTextPrintedSidewaysAreLaidOutUpright) {
+  Rdf("RDF 0001P T@T\r\nPDP\r\nN,0,0,0\r\nRDF 01 D\r\n");
+  engine_.flags.PdfReport = true;
+  ASSERT_TRUE(engine_.LoadRDF(home_ / "t.rdf", ""));
+  const std::vector<std::string> lines = {"INVOICE 100231      1,234.50",
+                                          "INVOICE 100238        310.00", "REPORT TOTAL  1,544.50"};
+  // The page upright; a page the PDF turns a quarter (text drawn up the sheet, shown upright);
+  // the same text on an upright page, seen sideways; and turned the other way, and upside down.
+  struct Case {
+    const char* name;
+    std::string pdf;
+    int turned;  // degrees the log names; 0: none
+  };
+  const Case cases[] = {
+      {"upright",
+       OnePagePdf(0, "1 0 0 1", lines, [](int i) { return std::pair(72, 700 - 12 * i); }), 0},
+      {"page turned",
+       OnePagePdf(90, "0 1 -1 0", lines, [](int i) { return std::pair(100 + 12 * i, 72); }), 0},
+      {"text up the page",
+       OnePagePdf(0, "0 1 -1 0", lines, [](int i) { return std::pair(100 + 12 * i, 72); }), 270},
+      {"text down the page",
+       OnePagePdf(0, "0 -1 1 0", lines, [](int i) { return std::pair(500 - 12 * i, 700); }), 90},
+      {"upside down",
+       OnePagePdf(0, "-1 0 0 -1", lines, [](int i) { return std::pair(540, 100 + 12 * i); }), 180},
+  };
+  for (const Case& c : cases) {
+    WriteFile(home_ / "turned.pdf", c.pdf);
+    std::atomic<bool> cancel{false};
+    RunFolder work(home_ / "out");
+    PdfLayoutCounts counts;
+    const TempFile text =
+        ProcessPDF(engine_, cancel, home_ / "turned.pdf", work, Encoding::Utf8, counts);
+    EXPECT_EQ(ReadFile(text.path()), lines[0] + "\r\n" + lines[1] + "\r\n" + lines[2] + "\r\n \r\n")
+        << c.name;
+    if (c.turned == 0) {
+      EXPECT_TRUE(counts.turnedPages.empty()) << c.name;
+    } else {
+      EXPECT_EQ(counts.turnedPages, (std::vector<std::pair<int32_t, int>>{{1, c.turned}}))
+          << c.name;
+      EXPECT_NE(Log().find("Page 1: the text runs turned " + std::to_string(c.turned) +
+                           " degrees on the page; laid out turned upright"),
+                std::string::npos)
+          << c.name;
+    }
+  }
 }
 
 TEST_F(PdfTest, SamplePdfsConvertLikeTheirTextReport) {
@@ -270,8 +349,10 @@ TEST_F(PdfTest, SamplePdfsConvertLikeTheirTextReport) {
         test::Sample(name == std::string("ARINV01_fixed") ? "ARINV01P.rdf" : "ARINV01PP.rdf"), ""));
     std::atomic<bool> cancel{false};
     RunFolder work(home_ / "out");
+    PdfLayoutCounts counts;
     const TempFile qbr =
-        ProcessPDF(engine_, cancel, test::Sample(std::string("pdf/") + name + ".pdf"), work);
+        ProcessPDF(engine_, cancel, test::Sample(std::string("pdf/") + name + ".pdf"), work,
+                   Encoding::Utf8, counts);
     const std::string text = ReadFile(test::Sample("ARINV01.txt"));
     // Every line that carries data reads the same; only trailing blanks and blank page ends differ.
     std::vector<std::string> want, got;

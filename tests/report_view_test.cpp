@@ -119,7 +119,7 @@ TEST_F(ReportPaneTest, TintsAndOutlinesAgreeWithTheTraceOnEverySample) {
       }
       const std::string& words = whole.at(line);
       EXPECT_EQ(view.LineDetail(line).toStdString(),
-                QString::fromLatin1(words.data(), static_cast<qsizetype>(words.size()))
+                QString::fromUtf8(words.data(), static_cast<qsizetype>(words.size()))
                     .trimmed()
                     .toStdString());
       QColor expected;

@@ -494,7 +494,7 @@ TEST_F(WindowTest, EverySampleComesOutOfTheWindowAsOutOfQbconvert) {
       ++compared;
     }
   }
-  EXPECT_EQ(compared, 27);  // nine samples, three output types
+  EXPECT_EQ(compared, 33);  // eleven samples, three output types
 }
 
 class BigRunTest : public WindowTest {

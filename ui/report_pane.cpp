@@ -227,11 +227,11 @@ void ReportPane::ShowPreview(int generation, const PreviewRows& rows) {
   table_->setColumnCount(static_cast<int>(rows.header.size()));
   table_->setRowCount(static_cast<int>(rows.rows.size()));
   QStringList labels;
-  for (const std::string& label : rows.header) labels << Q(label);
+  for (const std::string& label : rows.header) labels << QString::fromStdString(label);
   table_->setHorizontalHeaderLabels(labels);
   for (size_t r = 0; r < rows.rows.size(); ++r) {
     for (size_t c = 0; c < rows.rows[r].size(); ++c) {
-      auto* item = new QTableWidgetItem(Q(rows.rows[r][c]));
+      auto* item = new QTableWidgetItem(QString::fromStdString(rows.rows[r][c]));
       if (c < rows.numeric.size() && rows.numeric[c])
         item->setTextAlignment(Qt::AlignRight | Qt::AlignVCenter);
       table_->setItem(static_cast<int>(r), static_cast<int>(c), item);

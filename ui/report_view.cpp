@@ -19,8 +19,6 @@ constexpr size_t kBlocksHeld = 4;
 const QColor kDroppedColour(255, 205, 205);
 const QColor kStopColour(200, 30, 30);
 
-// A line as painted: one character a column, as the run counts them. Form feeds end pieces
-// and take no column; tabs and other control characters show as blanks.
 // A line as the run reads it: one character a column, control characters as blanks, form
 // feeds (drawn as page breaks) left out.
 QString Shown(const std::string& line, const Alphabet& alphabet) {
@@ -247,9 +245,16 @@ QString ReportView::LineDetail(int64_t line) const {
         .arg(line)
         .arg(tracer_->Status().stopLine);
   }
+  // The trace's words hold the report's text as UTF-8, or, in a Windows-1252 run, as its bytes.
+  const Alphabet& alphabet = tracer_->TextAlphabet();
   QString detail;
-  for (const PieceTrace& piece : trace->pieces)
-    detail += QString::fromLatin1(piece.detail.data(), static_cast<qsizetype>(piece.detail.size()));
+  for (const PieceTrace& piece : trace->pieces) {
+    if (!alphabet.Native()) {
+      detail += QString::fromUtf8(piece.detail.data(), static_cast<qsizetype>(piece.detail.size()));
+      continue;
+    }
+    for (char c : piece.detail) detail += QChar(alphabet.CodePoint(static_cast<unsigned char>(c)));
+  }
   return detail.trimmed();
 }
 

@@ -1,11 +1,13 @@
-// Test tool: prints a text report to PDF, one PDF page for each page of the report (pages
-// begin at form feeds), in a fixed-pitch font or in a proportional one.
-//   QT_QPA_PLATFORM=offscreen qb_make_test_pdf fixed|proportional REPORT.txt OUTPUT.pdf
+// Test tool: prints a text report (ASCII or UTF-8) to PDF, one PDF page for each page of the
+// report (pages begin at form feeds), in a fixed-pitch font or in a proportional one.
+//   QT_QPA_PLATFORM=offscreen qb_make_test_pdf MODE REPORT.txt OUTPUT.pdf
+// where MODE is fixed, proportional or proportional-title.
 //
 // Fixed: each line is drawn as it stands, so the columns come from the font's pitch.
 // Proportional: each word is drawn at the x of its column on a 4.8-point grid, the way
 // report writers that position their text print, so words start on the grid but their
-// widths follow the font.
+// widths follow the font. Proportional-title: the same, but the first line of each page, the
+// title, is drawn as one text, its words spaced by the font, not by the grid.
 
 #include <QFile>
 #include <QFont>
@@ -22,19 +24,21 @@ constexpr double kTop = 40.0;
 constexpr double kLine = 11.0;  // leading
 constexpr double kPitch = 4.8;  // an 8-point fixed-pitch character
 
-void DrawLine(QPainter& p, const QByteArray& line, double y, bool proportional) {
+// A column is a character (a UTF-8 line's "ü" is one), every one of the first plane.
+void DrawLine(QPainter& p, const QByteArray& bytes, double y, bool proportional) {
+  const QString line = QString::fromUtf8(bytes);
   if (!proportional) {
-    p.drawText(QPointF(kLeft, y), QString::fromLatin1(line));
+    p.drawText(QPointF(kLeft, y), line);
     return;
   }
-  int i = 0;
+  qsizetype i = 0;
   while (i < line.size()) {
-    while (i < line.size() && line[i] == ' ') ++i;
-    const int start = i;
-    while (i < line.size() && line[i] != ' ') ++i;
+    while (i < line.size() && line[i] == u' ') ++i;
+    const qsizetype start = i;
+    while (i < line.size() && line[i] != u' ') ++i;
     if (i > start)
-      p.drawText(QPointF(kLeft + start * kPitch, y),
-                 QString::fromLatin1(line.mid(start, i - start)));
+      p.drawText(QPointF(kLeft + static_cast<double>(start) * kPitch, y),
+                 line.mid(start, i - start));
   }
 }
 
@@ -43,10 +47,14 @@ void DrawLine(QPainter& p, const QByteArray& line, double y, bool proportional) 
 int main(int argc, char** argv) {
   QGuiApplication app(argc, argv);
   if (argc != 4) {
-    std::fprintf(stderr, "usage: qb_make_test_pdf fixed|proportional REPORT.txt OUTPUT.pdf\n");
+    std::fprintf(stderr,
+                 "usage: qb_make_test_pdf fixed|proportional|proportional-title REPORT.txt "
+                 "OUTPUT.pdf\n");
     return 2;
   }
-  const bool proportional = QByteArray(argv[1]) == "proportional";
+  const QByteArray mode = argv[1];
+  const bool titled = mode == "proportional-title";
+  const bool proportional = titled || mode == "proportional";
   QFile in(QString::fromLocal8Bit(argv[2]));
   if (!in.open(QIODevice::ReadOnly)) {
     std::fprintf(stderr, "cannot read %s\n", argv[2]);
@@ -66,6 +74,7 @@ int main(int argc, char** argv) {
   painter.setFont(font);
   double y = kTop;
   bool first = true;
+  bool pageStart = true;
   for (QByteArray line : lines) {
     if (line.endsWith('\r')) line.chop(1);
     if (line.startsWith('\f')) {
@@ -74,9 +83,11 @@ int main(int argc, char** argv) {
         pdf.newPage();
         y = kTop;
       }
+      pageStart = true;
     }
     first = false;
-    DrawLine(painter, line, y, proportional);
+    DrawLine(painter, line, y, proportional && !(titled && pageStart));
+    pageStart = false;
     y += kLine;
   }
   return painter.end() ? 0 : 1;
