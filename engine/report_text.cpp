@@ -51,7 +51,10 @@ ReportEncoding ParseReportEncoding(const clsKeys& settings, const std::filesyste
     return how;
   }
   if (Trim(name).empty() && BeginsWithBom(report)) how.encoding = Encoding::Utf8;
-  how.asa = Switch(settings, Key::asa) || IsEbcdic(how.encoding);
+  // Carriage control is read from EBCDIC print files unless "asa" says 0, and from other
+  // reports when it says 1.
+  const std::string_view asa = Trim(settings[Key::asa]);
+  how.asa = asa.empty() ? IsEbcdic(how.encoding) : Switch(settings, Key::asa);
   const std::string_view reclen = Trim(settings[Key::reclen]);
   if (!reclen.empty()) {
     const auto [end, ec] =

@@ -17,7 +17,8 @@ namespace qb {
 struct ReportEncoding {
   Encoding encoding = Encoding::Windows1252;
   // Column 1 of each line is a carriage-control character: "1" a new page, "0" and "-" one
-  // and two blank lines before, "+" prints over the line before. Always so for EBCDIC.
+  // and two blank lines before, "+" prints over the line before. So for EBCDIC unless the
+  // setting says otherwise.
   bool asa = false;
   int64_t recordLength = 0;  // EBCDIC: fixed-length records of this many bytes; 0: lines
   // The report is first rewritten as text lines (EBCDIC records, carriage control).

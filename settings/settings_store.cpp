@@ -32,7 +32,7 @@ constexpr std::array<SettingDefinition, kKeyCount> kDefinitions{{
     {Key::lmeth, "qbdefaults", "lmeth", "1"},
     {Key::encoding, "qbdefaults", "encoding", "", true},
     {Key::bom, "qbdefaults", "bom", "0", true},
-    {Key::asa, "qbdefaults", "asa", "0", true},
+    {Key::asa, "qbdefaults", "asa", "", true},
     {Key::reclen, "qbdefaults", "reclen", "0", true},
 }};
 

@@ -162,7 +162,7 @@ class Workbooks(unittest.TestCase):
                  "caf\u00e9 \U0001F600"]
         report = self.write("u.txt", "".join("D %-12s %s\r\n" % (n, a) for n, a in
                                              zip(names, ["1,234.50", "\u22127.25", "3.00"])))
-        for mode in ("0", "3", "6"):
+        for mode in "0123456":
             out = os.path.join(self.dir, "u%s.xls" % mode)
             self.convert(report, rdf, out, "--set", "rmode=" + mode, "--set", "encoding=utf-8")
             book, sheet, rows = self.cells(out)
