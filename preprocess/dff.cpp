@@ -1,7 +1,9 @@
 #include "preprocess/dff.h"
 
 #include <algorithm>
+#include <cstring>
 #include <system_error>
+#include <utility>
 
 #include "base/buffered_file.h"
 #include "base/line_reader.h"
@@ -9,15 +11,31 @@
 
 namespace qb {
 
-constexpr size_t kWidth = 500;
+FieldPlacer::FieldPlacer(char delimiter, std::vector<int32_t> positions)
+    : delimiter_(delimiter),
+      positions_(std::move(positions)),
+      line_(std::make_unique<char[]>(kWidth + LineReader::kLineSlack)) {}
 
-void PlaceFields(std::string_view piece, char delimiter, const std::vector<int32_t>& positions,
-                 std::string& line) {
-  line.assign(kWidth, ' ');
-  for (size_t n = 0; n < positions.size(); ++n) {
-    const size_t cut = piece.find(delimiter);
-    const std::string_view field = piece.substr(0, cut);
-    const int32_t pos = positions[n];
+FieldPlacer::FieldPlacer(RdfTables& tables) : FieldPlacer(',', {}) {
+  Recordset& dfi = tables.rsDelimited;
+  dfi.MoveFirst();
+  if (!dfi.IsEOF() && !dfi.GetText(col::Delimited::fldDLM).empty())
+    delimiter_ = dfi.GetText(col::Delimited::fldDLM).front();
+  Recordset& dfc = tables.rsDelimitedCols;
+  for (dfc.MoveFirst(); !dfc.IsEOF(); dfc.MoveNext()) {
+    positions_.push_back(static_cast<int32_t>(dfc.GetInt(col::DelimitedCols::fldPOS)));
+  }
+}
+
+std::string_view FieldPlacer::Place(std::string_view piece) {
+  // Only the columns written so far are touched: the blanks between fields are filled as a
+  // field is placed past them, never a whole blank line first.
+  char* const line = line_.get();
+  size_t end = 0;  // columns written
+  for (size_t n = 0; n < positions_.size(); ++n) {
+    const auto* cut = static_cast<const char*>(std::memchr(piece.data(), delimiter_, piece.size()));
+    const size_t length = cut ? static_cast<size_t>(cut - piece.data()) : piece.size();
+    const int32_t pos = positions_[n];
     if (pos < 1 || pos > static_cast<int32_t>(kWidth)) {
       throw QbError(kInvalidCall, "ProcessDFF",
                     "Invalid procedure call or argument: the DFC section places field " +
@@ -25,11 +43,33 @@ void PlaceFields(std::string_view piece, char delimiter, const std::vector<int32
                         "; columns run from 1 to 500");
     }
     const size_t at = static_cast<size_t>(pos - 1);
-    line.replace(at, std::min(field.size(), kWidth - at), field.substr(0, kWidth - at));
-    if (cut == std::string_view::npos) break;  // fewer fields than DFC rows: the rest blank
-    piece.remove_prefix(cut + 1);
+    if (at > end) {
+      std::memset(line + end, ' ', at - end);
+      end = at;
+    }
+    const size_t kept = std::min(length, kWidth - at);
+    std::memcpy(line + at, piece.data(), kept);
+    end = std::max(end, at + kept);
+    if (!cut) break;  // fewer fields than DFC rows: the rest blank
+    piece.remove_prefix(length + 1);
   }
-  line.erase(line.find_last_not_of(' ') + 1);
+  while (end > 0 && line[end - 1] == ' ') --end;
+  return std::string_view(line, end);
+}
+
+std::string_view FieldPlacer::Place(std::string_view piece, const std::filesystem::path& report,
+                                    int64_t line) {
+  try {
+    return Place(piece);
+  } catch (QbError& e) {
+    throw e.at(report, line);
+  }
+}
+
+void PlaceFields(std::string_view piece, char delimiter, const std::vector<int32_t>& positions,
+                 std::string& line) {
+  FieldPlacer placer(delimiter, positions);
+  line.assign(placer.Place(piece));
 }
 
 TempFile ProcessDFF(Engine& engine, const std::atomic<bool>& cancel,
@@ -39,28 +79,13 @@ TempFile ProcessDFF(Engine& engine, const std::atomic<bool>& cancel,
   ui.status("Reformatting DFF file ...");
   TempFile output(work.Path(kProc), report.stem().string(), ".qbr", kProc);
 
-  char delimiter = ',';
-  std::vector<int32_t> positions;
-  Recordset& dfi = engine.tables.rsDelimited;
-  dfi.MoveFirst();
-  if (!dfi.IsEOF()) delimiter = dfi.GetText(col::Delimited::fldDLM).front();
-  Recordset& dfc = engine.tables.rsDelimitedCols;
-  for (dfc.MoveFirst(); !dfc.IsEOF(); dfc.MoveNext()) {
-    positions.push_back(static_cast<int32_t>(dfc.GetInt(col::DelimitedCols::fldPOS)));
-  }
-
+  FieldPlacer placer(engine.tables);
   LineReader reader(report, kProc);
   BufferedFile sink(output.path(), kProc);
   ByteProgress progress(ui, reader.FileSize());
-  std::string placed;
   int64_t lineNumber = 0;
   auto place = [&](std::string_view piece) {
-    try {
-      PlaceFields(piece, delimiter, positions, placed);
-    } catch (QbError& e) {
-      throw e.at(report, lineNumber);  // the input line that reached the bad row
-    }
-    sink.WriteLine(placed);
+    sink.WriteLine(placer.Place(piece, report, lineNumber));
   };
   std::string_view line;
   while (!cancel && reader.Next(line)) {

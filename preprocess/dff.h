@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -13,9 +14,33 @@
 
 namespace qb {
 
-// One input piece placed by the DFC rows into `line` (500 columns, trailing blanks removed).
-// Fields are split at every `delimiter` with no quoting; fields beyond `positions` are
-// dropped. Throws QbError 5 for a position below 1 or past 500.
+// Places the pieces of a delimited report's lines in columns, each field at the column its
+// DFC row gives, into a line of its own (500 columns, trailing blanks removed). Fields are
+// split at every delimiter with no quoting; fields beyond the DFC rows are dropped, and a
+// line with fewer fields leaves the rest blank. A later field overwrites an earlier one
+// where their columns meet.
+class FieldPlacer {
+ public:
+  static constexpr size_t kWidth = 500;
+
+  FieldPlacer(char delimiter, std::vector<int32_t> positions);
+  // The DFI row's delimiter (a comma without one) and the DFC rows' columns.
+  explicit FieldPlacer(RdfTables& tables);
+
+  // `piece` placed; valid until the next call, and followed by LineReader::kLineSlack
+  // readable bytes, as a line the run reads is. Throws QbError 5 when a field reaches a DFC
+  // row whose column is below 1 or past 500.
+  std::string_view Place(std::string_view piece);
+  // The same, the error naming `report` and its input `line` (from 1) that reached the row.
+  std::string_view Place(std::string_view piece, const std::filesystem::path& report, int64_t line);
+
+ private:
+  char delimiter_;
+  std::vector<int32_t> positions_;
+  std::unique_ptr<char[]> line_;
+};
+
+// `piece` placed by a FieldPlacer into `line`.
 void PlaceFields(std::string_view piece, char delimiter, const std::vector<int32_t>& positions,
                  std::string& line);
 

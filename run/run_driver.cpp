@@ -7,6 +7,7 @@
 #include "base/line_reader.h"
 #include "engine/progress.h"
 #include "output/output_sink.h"
+#include "preprocess/dff.h"
 #include "preprocess/text_step.h"
 #include "run/launch.h"
 
@@ -60,6 +61,17 @@ bool RunDriver::Run(const std::filesystem::path& report, const std::filesystem::
   linesProcessed_ = 0;
   const auto start = std::chrono::steady_clock::now();
   const RunLog& log = engine_.app().Log();
+  // Whatever the caller checked before: a report is never written.
+  if (std::error_code ec; !output.empty() && std::filesystem::equivalent(output, report, ec)) {
+    RunTrapped(log, "Process", lastError_, [&] {
+      throw QbError(kPathFileAccess, "Process",
+                    "The output is the report itself; choose another name for the output")
+          .at(output);
+    });
+    processFailed_ = true;
+    stats_.runTime = std::chrono::steady_clock::now() - start;
+    return false;
+  }
   // The report's encoding: the units the run reads and the RDF's texts are taken into.
   ReportEncoding how;
   std::optional<ReportText> units;
@@ -81,12 +93,13 @@ bool RunDriver::Run(const std::filesystem::path& report, const std::filesystem::
   const std::filesystem::path out = engine_.app().ProgramFolder() / "out";
   RunFolder::RemoveStale(out, std::chrono::hours(24));
   RunFolder work(out);
-  // PDF and delimited reports, and print files, are first turned into a text report, which
-  // the run reads.
+  // PDF reports and print files are first turned into a text report, which the run reads. A
+  // delimited report is placed in columns line by line as the run reads it.
   std::optional<TempFile> text;
   std::atomic<bool>& cancel = converter_.State().CancelFlag;
   TextStepCounts counts;
-  if (const std::string_view step = TextStep(engine_, how); !step.empty()) {
+  if (const std::string_view step = TextStep(engine_, how);
+      !step.empty() && !engine_.flags.DffReport) {
     ok = RunTrapped(log, step, lastError_, [&] {
       text.emplace(MakeReportText(engine_, cancel, report, work, how, counts));
     });
@@ -150,8 +163,9 @@ void RunDriver::Process(const std::filesystem::path& report, const std::filesyst
   RunState& state = converter_.State();
 
   // Only the first kLineWidth characters of a piece are ever read: a line of gigabytes costs
-  // no more memory than the reader's buffer.
-  LineReader reader(report, "Process", Converter::kLineWidth);
+  // no more memory than the reader's buffer. A delimited line is read whole: its fields are
+  // placed in columns first.
+  LineReader reader(report, "Process", engine_.flags.DffReport ? 0 : Converter::kLineWidth);
   const int64_t size = reader.FileSize();
   // Work files: mode 6's rows, an .xlsx's sheets until they are packed.
   const bool workFile = (options_.format == OutputFormat::Xls && options_.bufferMode == 6) ||
@@ -177,14 +191,42 @@ void RunDriver::Process(const std::filesystem::path& report, const std::filesyst
     std::string_view line;
     bool formFeed = false;
     int64_t number = 0;
-    while (!state.CancelFlag.load(std::memory_order_relaxed) && !state.StopFlag &&
-           reader.Next(line, formFeed)) {
-      ++number;
-      progress.AddLine(reader.LineBytes());
-      line = text.Units(line, number);
-      Converter::SplitPieces(line, formFeed, [&](std::string_view piece, int32_t part) {
-        HandLine(piece, number, part);
-      });
+    auto running = [&state] {
+      return !state.CancelFlag.load(std::memory_order_relaxed) && !state.StopFlag;
+    };
+    if (engine_.flags.DffReport) {
+      // Each piece between form feeds is a line of its own, its fields placed in columns;
+      // the text ends with a line of one blank, as the reformatted file always did.
+      FieldPlacer placer(engine_.tables);
+      int64_t input = 0;
+      auto hand = [&](std::string_view piece) {
+        const std::string_view placed = placer.Place(piece, report, input);
+        ++number;
+        HandLine(text.Units(placed, number), number, 0);
+      };
+      while (running() && reader.Next(line, formFeed)) {
+        ++input;
+        progress.AddLine(reader.LineBytes());
+        for (size_t ff; formFeed && (ff = line.find('\f')) != std::string_view::npos;) {
+          hand(line.substr(0, ff));
+          line.remove_prefix(ff + 1);
+        }
+        hand(line);
+      }
+      if (running()) {
+        static constexpr char kBlank[1 + LineReader::kLineSlack] = " ";
+        ++number;
+        HandLine(text.Units(std::string_view(kBlank, 1), number), number, 0);
+      }
+    } else {
+      while (running() && reader.Next(line, formFeed)) {
+        ++number;
+        progress.AddLine(reader.LineBytes());
+        line = text.Units(line, number);
+        Converter::SplitPieces(line, formFeed, [&](std::string_view piece, int32_t part) {
+          HandLine(piece, number, part);
+        });
+      }
     }
     log.WriteLog("Process", "Loop Complete");
     if (RunObserver* observer = converter_.Observer()) observer->EndOfReport();

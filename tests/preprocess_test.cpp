@@ -6,6 +6,7 @@
 #include "preprocess/dff.h"
 #include "preprocess/pdf.h"
 #include "preprocess/pdf_layout.h"
+#include "run/conversion_job.h"
 #include "tests/engine_fixture.h"
 
 namespace qb {
@@ -79,6 +80,60 @@ TEST_F(DffTest, ReformatsLinesAndFormFeedsAndEndsWithABlankLine) {
 }
 
 // A DFC column outside the line is named, with the input line that reached it.
+// A run places a delimited report's lines as it reads them: its rows are those of the same
+// RDF's marker and pickup rows over the reformatted text, for lines longer than a printed
+// line, form feeds, blank lines and the closing blank line alike.
+TEST_F(DffTest, ARunReadsADelimitedReportAsItsReformattedText) {
+  const std::string body =
+      "RDF 01 D\r\nDLM\r\n1,=,R,0,1,ROW\r\n1,=, ,0,1,END\r\nDLC\r\n"
+      "ROW,0,0,1,1,3,=,,\r\nROW,0,0,2,5,7,=,,\r\nROW,0,0,3,12,8,=,,\r\n"
+      "ROW,0,0,4,495,6,=,,\r\nEND,0,0,1,1,1,a,END,set\r\nFLD\r\n1,y,c,1,0,Id,\r\n"
+      "2,y,c,2,0,Name,\r\n3,y,n,3,0,Amount,\r\n4,y,c,4,0,Tail,\r\n";
+  const std::string dfc = "DFC\r\n1,1,,0,\r\n2,5,,0,\r\n3,20,,0,\r\n4,12,,0,\r\n";
+  std::string filler;
+  for (int i = 0; filler.size() < 700; ++i) filler += std::to_string(i % 10);
+  WriteFile(home_ / "in.csv", "R1,Alpha," + filler + ",12.50\r\nR2,Beta,x,-3.00\fR3,Gamma\r\n\r\n" +
+                                  "R4,\"Q,uoted\",," + filler.substr(0, 480) + "\r\n");
+  auto convert = [&](const std::filesystem::path& report, const std::filesystem::path& rdf) {
+    JobRequest r;
+    r.report = report;
+    r.rdf = rdf;
+    r.output = home_ / (report.stem().string() + ".out.csv");
+    ConversionJob job(app_, ui_, r);
+    ui_.answers = {true};
+    EXPECT_EQ(job.Check(), RunDriver::Check::Ready);
+    EXPECT_TRUE(job.Run()) << report;
+    EXPECT_TRUE(std::filesystem::is_empty(home_ / "out")) << "no work file is left";
+    return ReadFile(r.output);
+  };
+  const std::filesystem::path rdf =
+      Rdf("RDF 0001D D@D\r\nDFI\r\nCOMMA,\"\r\n" + dfc + body, "d.rdf");
+  const std::string direct = convert(home_ / "in.csv", rdf);
+  {
+    ASSERT_TRUE(engine_.LoadRDF(rdf, ""));
+    std::atomic<bool> cancel{false};
+    RunFolder work(home_ / "out");
+    const TempFile placed = ProcessDFF(engine_, cancel, home_ / "in.csv", work);
+    std::filesystem::copy_file(placed.path(), home_ / "placed.txt");
+  }
+  EXPECT_EQ(direct, convert(home_ / "placed.txt", Rdf("RDF 0001T T@T\r\n" + body)));
+  // The tail of the 700-character field, cut at column 500; the blank line and the closing
+  // one match the blank marker; no quoting in a delimited line: a comma splits.
+  EXPECT_EQ(direct,
+            "Id,Name,Amount,Tail\r\nR1,Alpha,12.50,567890\r\nR2,Beta,-3.00,\r\nR3,Gamma,,\r\n"
+            "END,,,\r\nR4,\"\"\"Q\",,\r\nEND,,,\r\n");
+
+  // A run asked to write over its report (without the checks a front end makes first) fails
+  // and leaves the report as it was.
+  const std::string report = ReadFile(home_ / "in.csv");
+  JobRequest r;
+  r.report = r.output = home_ / "in.csv";
+  r.rdf = rdf;
+  ConversionJob job(app_, ui_, r);
+  EXPECT_FALSE(job.Run());
+  EXPECT_EQ(ReadFile(home_ / "in.csv"), report);
+}
+
 TEST_F(DffTest, AColumnOutsideTheLineSaysWhereAndWhich) {
   Rdf("RDF 0001D T@T\r\nDFI\r\ncomma,\"\r\nDFC\r\n1,1,,0,\r\n2,501,,0,\r\nRDF 01 D\r\n");
   ASSERT_TRUE(engine_.LoadRDF(home_ / "t.rdf", ""));
