@@ -1,6 +1,7 @@
 #include "preprocess/dff.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 #include <system_error>
 #include <utility>
@@ -9,7 +10,34 @@
 #include "base/line_reader.h"
 #include "engine/progress.h"
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace qb {
+namespace {
+
+constexpr size_t kBlock = 16;
+static_assert(LineReader::kLineSlack >= kBlock);
+
+// Where the first `delimiter` of `piece` is (its size when there is none), a block at a time:
+// `piece` is followed by a block's worth of readable bytes.
+size_t FindDelimiter(std::string_view piece, char delimiter) {
+#if defined(__SSE2__)
+  const __m128i wanted = _mm_set1_epi8(delimiter);
+  for (size_t i = 0; i < piece.size(); i += kBlock) {
+    const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(piece.data() + i));
+    if (const auto hits = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(block, wanted))))
+      return std::min(piece.size(), i + static_cast<size_t>(std::countr_zero(hits)));
+  }
+  return piece.size();
+#else
+  const size_t at = piece.find(delimiter);
+  return at == std::string_view::npos ? piece.size() : at;
+#endif
+}
+
+}  // namespace
 
 FieldPlacer::FieldPlacer(char delimiter, std::vector<int32_t> positions)
     : delimiter_(delimiter),
@@ -29,12 +57,14 @@ FieldPlacer::FieldPlacer(RdfTables& tables) : FieldPlacer(',', {}) {
 
 std::string_view FieldPlacer::Place(std::string_view piece) {
   // Only the columns written so far are touched: the blanks between fields are filled as a
-  // field is placed past them, never a whole blank line first.
+  // field is placed past them, never a whole blank line first. Past the columns written,
+  // blanks and fields go in whole blocks (the line has a block to spare after column 500);
+  // a field placed back over written columns is copied exactly.
+  static constexpr char kBlanks[kBlock + 1] = "                ";
   char* const line = line_.get();
   size_t end = 0;  // columns written
   for (size_t n = 0; n < positions_.size(); ++n) {
-    const auto* cut = static_cast<const char*>(std::memchr(piece.data(), delimiter_, piece.size()));
-    const size_t length = cut ? static_cast<size_t>(cut - piece.data()) : piece.size();
+    const size_t length = FindDelimiter(piece, delimiter_);
     const int32_t pos = positions_[n];
     if (pos < 1 || pos > static_cast<int32_t>(kWidth)) {
       throw QbError(kInvalidCall, "ProcessDFF",
@@ -43,14 +73,17 @@ std::string_view FieldPlacer::Place(std::string_view piece) {
                         "; columns run from 1 to 500");
     }
     const size_t at = static_cast<size_t>(pos - 1);
-    if (at > end) {
-      std::memset(line + end, ' ', at - end);
-      end = at;
-    }
     const size_t kept = std::min(length, kWidth - at);
-    std::memcpy(line + at, piece.data(), kept);
-    end = std::max(end, at + kept);
-    if (!cut) break;  // fewer fields than DFC rows: the rest blank
+    if (at >= end) {
+      for (size_t i = end; i < at; i += kBlock) std::memcpy(line + i, kBlanks, kBlock);
+      for (size_t i = 0; i < kept; i += kBlock)
+        std::memcpy(line + at + i, piece.data() + i, kBlock);
+      end = at + kept;
+    } else {
+      std::memcpy(line + at, piece.data(), kept);
+      end = std::max(end, at + kept);
+    }
+    if (length == piece.size()) break;  // fewer fields than DFC rows: the rest blank
     piece.remove_prefix(length + 1);
   }
   while (end > 0 && line[end - 1] == ' ') --end;
@@ -69,7 +102,9 @@ std::string_view FieldPlacer::Place(std::string_view piece, const std::filesyste
 void PlaceFields(std::string_view piece, char delimiter, const std::vector<int32_t>& positions,
                  std::string& line) {
   FieldPlacer placer(delimiter, positions);
-  line.assign(placer.Place(piece));
+  std::string padded(piece);
+  padded.append(kBlock, '\0');  // the spare bytes Place reads past a piece
+  line.assign(placer.Place(std::string_view(padded).substr(0, piece.size())));
 }
 
 TempFile ProcessDFF(Engine& engine, const std::atomic<bool>& cancel,

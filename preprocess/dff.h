@@ -28,8 +28,9 @@ class FieldPlacer {
   explicit FieldPlacer(RdfTables& tables);
 
   // `piece` placed; valid until the next call, and followed by LineReader::kLineSlack
-  // readable bytes, as a line the run reads is. Throws QbError 5 when a field reaches a DFC
-  // row whose column is below 1 or past 500.
+  // readable bytes, as a line the run reads is. `piece` must be followed so too (a line a
+  // LineReader gives, or a part of one). Throws QbError 5 when a field reaches a DFC row
+  // whose column is below 1 or past 500.
   std::string_view Place(std::string_view piece);
   // The same, the error naming `report` and its input `line` (from 1) that reached the row.
   std::string_view Place(std::string_view piece, const std::filesystem::path& report, int64_t line);
