@@ -12,6 +12,7 @@
 #include <map>
 #include <mutex>
 #include <tuple>
+#include <utility>
 
 #include "base/errors.h"
 #include "base/temp_file.h"
@@ -366,11 +367,34 @@ std::string BuildStream(const SheetData& sheet) {
 }  // namespace
 
 uint32_t SheetData::Intern(std::string_view text) {
-  if (auto it = index_.find(text); it != index_.end()) return it->second;
-  const auto index = static_cast<uint32_t>(strings.size());
-  index_.emplace(std::string(text), index);
-  strings.emplace_back(text);
-  return index;
+  if (slots_.empty()) slots_.assign(1024, 0);
+  const uint64_t hash = std::hash<std::string_view>{}(text);
+  const uint64_t tag = hash >> 32;
+  const size_t mask = slots_.size() - 1;
+  for (size_t i = hash & mask;; i = (i + 1) & mask) {
+    const uint64_t slot = slots_[i];
+    if (slot == 0) {
+      const auto index = static_cast<uint32_t>(strings.size());
+      strings.emplace_back(text);
+      slots_[i] = tag << 32 | (uint64_t{index} + 1);
+      if (strings.size() * 2 > slots_.size()) Grow();
+      return index;
+    }
+    const auto index = static_cast<uint32_t>(slot) - 1;
+    if (slot >> 32 == tag && strings[index] == text) return index;
+  }
+}
+
+void SheetData::Grow() {
+  std::vector<uint64_t> slots(slots_.size() * 2, 0);
+  const size_t mask = slots.size() - 1;
+  for (uint32_t index = 0; index < strings.size(); ++index) {
+    const uint64_t hash = std::hash<std::string_view>{}(strings[index]);
+    size_t i = hash & mask;
+    while (slots[i] != 0) i = (i + 1) & mask;
+    slots[i] = (hash >> 32) << 32 | (uint64_t{index} + 1);
+  }
+  slots_ = std::move(slots);
 }
 
 void WriteWorkbook(const SheetData& sheet, const std::filesystem::path& path) {

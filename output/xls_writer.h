@@ -6,7 +6,6 @@
 #include <filesystem>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "base/text_encoding.h"
@@ -47,11 +46,13 @@ struct SheetData {
   uint32_t Intern(std::string_view text);
 
  private:
-  struct Hash {
-    using is_transparent = void;
-    size_t operator()(std::string_view s) const { return std::hash<std::string_view>{}(s); }
-  };
-  std::unordered_map<std::string, uint32_t, Hash, std::equal_to<>> index_;
+  void Grow();
+
+  // An open-addressed table over `strings`: each slot the high half of a text's hash and its
+  // index + 1 (0: empty), a power of two of them, at most half taken. A lookup reads one
+  // slot and, for a hash that agrees, one string: a node-based map read several scattered
+  // nodes, and looking texts up was the largest part of writing a workbook.
+  std::vector<uint64_t> slots_;
 };
 
 // Writes `sheet` to `path`, replacing a file of that name only when the whole workbook was
