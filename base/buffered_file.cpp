@@ -28,7 +28,8 @@ BufferedFile::BufferedFile(const std::filesystem::path& path, std::string_view s
     fd_ = -1;
     throw ErrorFromErrno(err, source_).at(path_);
   }
-  buffer_.resize(kBufferSize);
+  buffer_ = std::make_unique_for_overwrite<char[]>(kBufferSize);
+  size_ = kBufferSize;
 }
 
 BufferedFile::~BufferedFile() {
@@ -49,12 +50,15 @@ void BufferedFile::WriteLine(std::string_view line) {
 char* BufferedFile::MakeRoom(char* cursor, size_t n) {
   Commit(cursor);
   flush();
-  if (n > buffer_.size()) buffer_.resize(n);
+  if (n > size_) {
+    buffer_ = std::make_unique_for_overwrite<char[]>(n);
+    size_ = n;
+  }
   return Cursor();
 }
 
 void BufferedFile::flush() {
-  std::string_view data(buffer_.data(), used_);
+  std::string_view data(buffer_.get(), used_);
   while (!data.empty()) {
     ssize_t n = ::write(fd_, data.data(), data.size());
     if (n < 0) {

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -26,13 +27,13 @@ class BufferedFile {
   // Writing in place: Cursor is where the next byte goes; Reserve returns a cursor with room
   // for `n` more bytes, writing out the pending ones first when the buffer is full; Commit
   // makes everything before `cursor` pending. Throws QbError when writing out fails.
-  char* Cursor() { return buffer_.data() + used_; }
+  char* Cursor() { return buffer_.get() + used_; }
   char* Reserve(char* cursor, size_t n) {
-    if (static_cast<size_t>(buffer_.data() + buffer_.size() - cursor) >= n) [[likely]]
+    if (static_cast<size_t>(buffer_.get() + size_ - cursor) >= n) [[likely]]
       return cursor;
     return MakeRoom(cursor, n);
   }
-  void Commit(char* cursor) { used_ = static_cast<size_t>(cursor - buffer_.data()); }
+  void Commit(char* cursor) { used_ = static_cast<size_t>(cursor - buffer_.get()); }
 
  private:
   char* MakeRoom(char* cursor, size_t n);
@@ -40,7 +41,10 @@ class BufferedFile {
 
   int fd_ = -1;
   std::filesystem::path path_;
-  std::string buffer_;  // a fixed-size staging area; used_ bytes of it are pending
+  // A staging area of size_ bytes, used_ of them pending. Not zero-filled: a small output
+  // touches only the pages it writes.
+  std::unique_ptr<char[]> buffer_;
+  size_t size_ = 0;
   size_t used_ = 0;
   std::string source_;
 };

@@ -5,6 +5,7 @@
 #include "base/temp_file.h"
 #include "output/piped_text_sink.h"
 #include "output/spreadsheet_sink.h"
+#include "output/workbook_libraries.h"
 #include "output/xlsx_sink.h"
 
 namespace qb {
@@ -80,6 +81,9 @@ std::unique_ptr<OutputSink> OpenOutputSink(const OutputOptions& options,
                       ": output fewer fields, or write .csv or .txt");
   }
   if (xlsx) return xlsx::OpenSink(options, target);
+  // The .xls writer's library is loaded now: a run that cannot write its workbook says so
+  // before it reads the report, not after.
+  Gsf("CreateSheet");
   if (options.bufferMode == 6) return std::make_unique<TurboSink>(options, target);
   return std::make_unique<SpreadsheetRun>(options, target);
 }

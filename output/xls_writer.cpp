@@ -1,21 +1,16 @@
 #include "output/xls_writer.h"
 
-#include <gsf/gsf-outfile-msole.h>
-#include <gsf/gsf-outfile.h>
-#include <gsf/gsf-output-stdio.h>
-#include <gsf/gsf-utils.h>
-
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <map>
-#include <mutex>
 #include <tuple>
 #include <utility>
 
 #include "base/errors.h"
 #include "base/temp_file.h"
+#include "output/workbook_libraries.h"
 
 namespace qb::xls {
 namespace {
@@ -398,8 +393,7 @@ void SheetData::Grow() {
 }
 
 void WriteWorkbook(const SheetData& sheet, const std::filesystem::path& path) {
-  static std::once_flag init;
-  std::call_once(init, [] { gsf_init(); });
+  const GsfLibrary& gsf = Gsf("SaveAs");
   const std::string stream = BuildStream(sheet);
 
   // Written under a name of its own beside the output, and renamed over it when whole.
@@ -408,21 +402,23 @@ void WriteWorkbook(const SheetData& sheet, const std::filesystem::path& path) {
   TempFile partial = TempFile::Beside(path, "SaveAs");
   FILE* file = std::fopen(partial.path().c_str(), "wb");
   if (!file) throw ErrorFromErrno(errno, "SaveAs").at(path);
-  GsfOutput* sink = gsf_output_stdio_new_FILE(path.c_str(), file, /*keep_open=*/FALSE);
+  GsfOutput* sink = gsf.output_stdio_new_FILE(path.c_str(), file, /*keep_open=*/FALSE);
   if (!sink) {
     std::fclose(file);
     Fail(path, "cannot create the file");
   }
-  GsfOutfile* ole = gsf_outfile_msole_new(sink);
-  g_object_unref(sink);
-  GsfOutput* workbook = gsf_outfile_new_child(ole, "Workbook", FALSE);
+  GsfOutfile* ole = gsf.outfile_msole_new(sink);
+  gsf.object_unref(sink);
+  GsfOutput* workbook = gsf.outfile_new_child(ole, "Workbook", FALSE);
   errno = 0;
   bool ok =
-      gsf_output_write(workbook, stream.size(), reinterpret_cast<const guint8*>(stream.data()));
-  ok = gsf_output_close(workbook) && ok;
-  g_object_unref(workbook);
-  ok = gsf_output_close(GSF_OUTPUT(ole)) && ok;
-  g_object_unref(ole);
+      gsf.output_write(workbook, stream.size(), reinterpret_cast<const guint8*>(stream.data()));
+  ok = gsf.output_close(workbook) && ok;
+  gsf.object_unref(workbook);
+  // An outfile is an output (its first member): a plain cast, as GSF_OUTPUT's checked cast
+  // would call into the library by name.
+  ok = gsf.output_close(reinterpret_cast<GsfOutput*>(ole)) && ok;
+  gsf.object_unref(ole);
   if (!ok) {
     // libgsf says only that writing failed; the write's errno tells a full disk apart.
     const int err = errno;

@@ -1,7 +1,5 @@
 #include "output/xlsx_sink.h"
 
-#include <xlsxwriter.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
@@ -15,6 +13,7 @@
 #include "output/row_formatter.h"
 #include "output/spreadsheet.h"
 #include "output/spreadsheet_sink.h"
+#include "output/workbook_libraries.h"
 #include "settings/run_log.h"
 
 namespace qb::xlsx {
@@ -82,6 +81,7 @@ class XlsxSink final : public OutputSink {
     for (char c : units) qb::AppendUtf8(out, Windows1252CodePoint(static_cast<unsigned char>(c)));
   }
 
+  const XlsxLibrary& lib_;
   std::string heading_;
   const Alphabet* alphabet_;  // Windows-1252 when null
   std::filesystem::path output_;
@@ -104,7 +104,8 @@ class XlsxSink final : public OutputSink {
 };
 
 XlsxSink::XlsxSink(const OutputOptions& options, const OutputTarget& target)
-    : heading_(target.heading),
+    : lib_(Xlsx("CreateSheet")),
+      heading_(target.heading),
       alphabet_(target.alphabet),
       output_(target.path),
       log_(*target.log),
@@ -118,7 +119,7 @@ XlsxSink::XlsxSink(const OutputOptions& options, const OutputTarget& target)
   lxw_workbook_options library{};
   library.constant_memory = LXW_TRUE;
   library.tmpdir = tmpdir_.data();
-  workbook_ = workbook_new_opt(temp_.path().c_str(), &library);
+  workbook_ = lib_.workbook_new_opt(temp_.path().c_str(), &library);
   if (!workbook_) throw QbError::Runtime(kOutOfMemory, "CreateSheet");
   try {
     for (const std::string& code : target.columnTypes)
@@ -139,14 +140,14 @@ void XlsxSink::AddColumn(std::string_view typeCode) {
   column.date = xls::IsDateFormat(column.numberFormat);
   if (type.wrap) column.width = type.width;
   for (lxw_format** format : {&column.cell, &column.header}) {
-    *format = workbook_add_format(workbook_);
+    *format = lib_.workbook_add_format(workbook_);
     if (!*format) throw QbError::Runtime(kOutOfMemory, "CreateSheet");
     if (column.numberFormat != "General")
-      format_set_num_format(*format, column.numberFormat.c_str());
-    if (type.wrap) format_set_text_wrap(*format);
-    if (alignTop_) format_set_align(*format, LXW_ALIGN_VERTICAL_TOP);
+      lib_.format_set_num_format(*format, column.numberFormat.c_str());
+    if (type.wrap) lib_.format_set_text_wrap(*format);
+    if (alignTop_) lib_.format_set_align(*format, LXW_ALIGN_VERTICAL_TOP);
   }
-  format_set_bold(column.header);
+  lib_.format_set_bold(column.header);
 }
 
 // A new sheet, begun with the header row once there is one.
@@ -154,7 +155,7 @@ void XlsxSink::BeginSheet() {
   const std::string name = SheetNameOf(heading_, ++sheets_);
   text_.clear();
   AppendUtf8(text_, name);
-  sheet_ = workbook_add_worksheet(workbook_, text_.c_str());
+  sheet_ = lib_.workbook_add_worksheet(workbook_, text_.c_str());
   if (!sheet_) {
     throw QbError(kAppDefined, "CreateSheet",
                   "Cannot add the sheet \"" + name + "\" to the workbook");
@@ -197,7 +198,7 @@ void XlsxSink::Put(size_t c, std::string_view text, bool header) {
   const auto col = static_cast<lxw_col_t>(c);
   xmlBound_ += kXmlPerCell;
   if (const std::optional<double> number = xls::TypedNumber(text, column.text, column.date)) {
-    Check(worksheet_write_number(sheet_, row_, col, *number, format));
+    Check(lib_.worksheet_write_number(sheet_, row_, col, *number, format));
     column.longest = std::max(column.longest, xls::DisplayWidth(*number, column.numberFormat));
     return;
   }
@@ -210,7 +211,7 @@ void XlsxSink::Put(size_t c, std::string_view text, bool header) {
   }
   xmlBound_ += kXmlPerCharacter * text.size();
   column.longest = std::max(column.longest, text.size());
-  Check(worksheet_write_string(sheet_, row_, col, LibraryText(text), format));
+  Check(lib_.worksheet_write_string(sheet_, row_, col, LibraryText(text), format));
 }
 
 const char* XlsxSink::LibraryText(std::string_view text) {
@@ -228,7 +229,7 @@ const char* XlsxSink::LibraryText(std::string_view text) {
 void XlsxSink::Check(lxw_error error) const {
   if (error != LXW_NO_ERROR) {
     throw QbError(kAppDefined, "WriteLine",
-                  std::string("The workbook refused a cell: ") + lxw_strerror(error));
+                  std::string("The workbook refused a cell: ") + lib_.strerror(error));
   }
 }
 
@@ -241,7 +242,7 @@ void XlsxSink::FitColumns() {
                          : column.longest > 0 ? xls::AutoFitWidth(column.longest)
                                               : LXW_DEF_COL_WIDTH;
     const auto col = static_cast<lxw_col_t>(c);
-    Check(worksheet_set_column(sheet_, col, col, width, column.cell));
+    Check(lib_.worksheet_set_column(sheet_, col, col, width, column.cell));
   }
 }
 
@@ -253,7 +254,7 @@ void XlsxSink::Finish() {
     xls::LogCutCells(log_, "SaveAs", cut_, cutCount_);
     if (xmlBound_ >= kZip64From) workbook_->options.use_zip64 = LXW_TRUE;
     errno = 0;
-    const lxw_error error = workbook_close(std::exchange(workbook_, nullptr));
+    const lxw_error error = lib_.workbook_close(std::exchange(workbook_, nullptr));
     if (error != LXW_NO_ERROR) {
       // The library names the step that failed; the errno of its writes tells a full disk.
       const int err = errno;
@@ -261,7 +262,7 @@ void XlsxSink::Finish() {
         throw ErrorFromErrno(err, "SaveAs").at(output_);
       }
       throw QbError(kPathFileAccess, "SaveAs",
-                    std::string("Cannot write the workbook: ") + lxw_strerror(error))
+                    std::string("Cannot write the workbook: ") + lib_.strerror(error))
           .at(output_);
     }
     temp_.RenameTo(output_, "SaveAs");
@@ -274,7 +275,7 @@ void XlsxSink::Finish() {
 }
 
 void XlsxSink::Abandon() noexcept {
-  if (workbook_) lxw_workbook_free(std::exchange(workbook_, nullptr));
+  if (workbook_) lib_.workbook_free(std::exchange(workbook_, nullptr));
   sheet_ = nullptr;
   temp_.Remove();
 }

@@ -1,18 +1,19 @@
 #include "preprocess/pdf.h"
 
-#include <poppler-document.h>
-#include <poppler-page.h>
-
 #include <algorithm>
+#include <array>
 #include <cmath>
-#include <memory>
+#include <exception>
 #include <optional>
 #include <system_error>
+#include <utility>
 
 #include "base/buffered_file.h"
 #include "base/line_reader.h"
+#include "base/shared_library.h"
 #include "engine/progress.h"
 #include "preprocess/pdf_layout.h"
+#include "preprocess/pdf_reader.h"
 
 namespace qb {
 namespace {
@@ -25,31 +26,27 @@ int64_t Hundredths(double points) {
   return std::llround(points * 100.0);
 }
 
-// The turn of a page's text, in quarter turns clockwise (poppler's text_box::rotation: 1 runs
-// down the page, 2 upside down, 3 up the page), and the page's size as poppler shows it.
+// The turn of a page's text, in quarter turns clockwise (a word's rotation: 1 runs down the
+// page, 2 upside down, 3 up the page), and the page's size as shown.
 struct Turn {
   int quarters = 0;
   double width = 0, height = 0;
 };
 
 // The turn most of the page's words have; none when as many are upright.
-Turn TurnOf(const poppler::page& page, const std::vector<poppler::text_box>& words) {
+Turn TurnOf(const QbPdfPage& page) {
   int count[4] = {};
-  for (const poppler::text_box& w : words) ++count[w.rotation() & 3];
-  Turn turn;
+  for (size_t i = 0; i < page.count; ++i) ++count[page.words[i].rotation & 3];
+  Turn turn{0, page.width, page.height};
   for (int q = 1; q < 4; ++q) {
     if (count[q] > count[turn.quarters]) turn.quarters = q;
   }
-  const poppler::rectf size = page.page_rect();
-  const bool sideways = page.orientation() == poppler::page::landscape ||
-                        page.orientation() == poppler::page::seascape;
-  turn.width = sideways ? size.height() : size.width();
-  turn.height = sideways ? size.width() : size.height();
   return turn;
 }
 
-// `r` in the frame where the page's text reads left to right and top to bottom.
-poppler::rectf Upright(const poppler::rectf& r, const Turn& t) {
+// A word's box in the frame where the page's text reads left to right and top to bottom:
+// left, top, right, bottom.
+std::array<double, 4> Upright(const QbPdfWord& w, const Turn& t) {
   auto turn = [&t](double x, double y) -> std::pair<double, double> {
     switch (t.quarters) {
       case 1:
@@ -62,16 +59,15 @@ poppler::rectf Upright(const poppler::rectf& r, const Turn& t) {
         return {x, y};
     }
   };
-  const auto [ax, ay] = turn(r.left(), r.top());
-  const auto [bx, by] = turn(r.right(), r.bottom());
-  return poppler::rectf(std::min(ax, bx), std::min(ay, by), std::abs(bx - ax), std::abs(by - ay));
+  const auto [ax, ay] = turn(w.left, w.top);
+  const auto [bx, by] = turn(w.right, w.bottom);
+  return {std::min(ax, bx), std::min(ay, by), std::max(ax, bx), std::max(ay, by)};
 }
 
-// A word's text in UTF-8, its typographic ligatures (U+FB00 to U+FB06, which fonts use for
-// "ff", "fi", "ffi" ...) spelled out: a printed "ﬀ" stood for two letters and two columns.
-std::string WordText(const poppler::ustring& text) {
-  const std::vector<char> utf8 = text.to_utf8();
-  std::string word(utf8.begin(), utf8.end());
+// A word's text, its typographic ligatures (U+FB00 to U+FB06, which fonts use for "ff",
+// "fi", "ffi" ...) spelled out: a printed "ﬀ" stood for two letters and two columns.
+std::string WordText(std::string_view utf8) {
+  std::string word(utf8);
   static constexpr std::string_view kLigatures[] = {"ff", "fi", "fl", "ffi", "ffl", "st", "st"};
   for (size_t at = 0; (at = word.find("\xEF\xAC", at)) != std::string::npos;) {
     const auto last = at + 2 < word.size() ? static_cast<unsigned char>(word[at + 2]) : 0;
@@ -83,6 +79,37 @@ std::string WordText(const poppler::ustring& text) {
   }
   return word;
 }
+
+using ReadPdf = decltype(qb_pdf_read);
+
+ReadPdf* LoadPdfReader() {
+  static const SharedLibrary module("libqb_pdf.so", "the PDF reader (libqb_pdf.so and poppler)",
+                                    kPdfScan, "ProcessPDF");
+  return module.Function<ReadPdf>("qb_pdf_read");
+}
+
+// What the reader's page callback writes to, and the error that stopped it.
+struct PieceWriter {
+  BufferedFile& sink;
+  PdfLayoutCounts& counts;
+  std::exception_ptr error;
+
+  void Page(const QbPdfPage& page) {
+    if (page.number > 1) sink.WriteLine(kPageSeparator);
+    sink.WriteLine(std::string(kPageStart) + " Page " + std::to_string(page.number));
+    const Turn turn = TurnOf(page);
+    if (turn.quarters != 0) counts.turnedPages.emplace_back(page.number, turn.quarters * 90);
+    for (size_t i = 0; i < page.count; ++i) {
+      const QbPdfWord& word = page.words[i];
+      const auto [left, top, right, bottom] = Upright(word, turn);
+      const TextPiece piece{page.number,        Hundredths(left),
+                            Hundredths(top),    Hundredths(right),
+                            Hundredths(bottom), WordText(std::string_view(word.text, word.size))};
+      sink.WriteLine(FormatPieceLine(piece));
+    }
+    sink.WriteLine(std::string(kPageEnd) + " Page " + std::to_string(page.number));
+  }
+};
 
 // A laid-out line in a single-byte code page: a minus sign that the code page lacks becomes
 // a hyphen-minus, so that an amount keeps its sign; any other character it lacks is "?".
@@ -103,31 +130,34 @@ TempFile ConvertPdfToText(const std::filesystem::path& report, RunFolder& work,
   TempFile text(work.Path("ProcessPDF"), report.stem().string(), ".qbt", "ProcessPDF");
   std::error_code ec;
   if (!std::filesystem::is_regular_file(report, ec)) Unreadable(report, "the file does not exist");
-  std::unique_ptr<poppler::document> doc(poppler::document::load_from_file(report.string()));
-  if (!doc) Unreadable(report, "the file is damaged or not a PDF");
-  if (doc->is_locked()) Unreadable(report, "the PDF is protected by a password");
+  static ReadPdf* const read = LoadPdfReader();
 
   BufferedFile sink(text.path(), "ProcessPDF");
-  auto write = [&sink](std::string_view line) { sink.WriteLine(line); };
-  for (int i = 0; i < doc->pages(); ++i) {
-    std::unique_ptr<poppler::page> page(doc->create_page(i));
-    if (!page) Unreadable(report, "page " + std::to_string(i + 1) + " cannot be read");
-    if (i > 0) write(kPageSeparator);
-    write(std::string(kPageStart) + " Page " + std::to_string(i + 1));
-    const std::vector<poppler::text_box> words = page->text_list();
-    const Turn turn = TurnOf(*page, words);
-    if (turn.quarters != 0) counts.turnedPages.emplace_back(i + 1, turn.quarters * 90);
-    for (const poppler::text_box& word : words) {
-      const poppler::rectf r = Upright(word.bbox(), turn);
-      TextPiece piece{i + 1,
-                      Hundredths(r.left()),
-                      Hundredths(r.top()),
-                      Hundredths(r.right()),
-                      Hundredths(r.bottom()),
-                      WordText(word.text())};
-      write(FormatPieceLine(piece));
+  PieceWriter writer{sink, counts, nullptr};
+  auto page = [](void* context, const QbPdfPage* p) {
+    auto& w = *static_cast<PieceWriter*>(context);
+    try {
+      w.Page(*p);
+      return 0;
+    } catch (...) {
+      w.error = std::current_exception();
+      return 1;
     }
-    write(std::string(kPageEnd) + " Page " + std::to_string(i + 1));
+  };
+  int badPage = 0;
+  switch (read(report.c_str(), page, &writer, &badPage)) {
+    case kQbPdfRead:
+      break;
+    case kQbPdfUnreadable:
+      Unreadable(report, "the file is damaged or not a PDF");
+    case kQbPdfLocked:
+      Unreadable(report, "the PDF is protected by a password");
+    case kQbPdfBadPage:
+      Unreadable(report, "page " + std::to_string(badPage) + " cannot be read");
+    case kQbPdfStopped:
+      std::rethrow_exception(writer.error);
+    default:
+      Unreadable(report, "poppler could not read it");
   }
   sink.Close();
   return text;

@@ -129,6 +129,33 @@ check "a damaged PDF exits 1" test $rc -eq 1
 check "a damaged PDF says why" contains "$tmp/err" "Scanning PDF File (the file is damaged or not a PDF)"
 check "no intermediate files left" test -z "$(ls "$tmp/home/out")"
 
+# The PDF and workbook libraries are loaded only by a run that needs them. With each replaced
+# by a file that cannot be loaded, a text report still converts; a PDF or workbook run fails
+# naming the library, and leaves no output.
+mkdir -p "$tmp/nolibs"
+poppler=$(ldd "$(dirname "$qbconvert")/../lib/libqb_pdf.so" | grep -o 'libpoppler-cpp\.so\.[0-9]*' | head -1)
+for lib in "$poppler" $(grep -aoE 'lib(gsf-1|xlsxwriter)\.so\.[0-9]+' "$qbconvert" | sort -u); do
+  : >"$tmp/nolibs/$lib"
+done
+check "the workbook and PDF libraries were found to replace" test "$(ls "$tmp/nolibs" | wc -l)" -eq 3
+check "qbconvert itself links none of them" test -z "$(ldd "$qbconvert" | grep -E 'poppler|gsf|xlsxwriter|glib')"
+LD_LIBRARY_PATH="$tmp/nolibs" "$qbconvert" --home "$tmp/home" --report "$samples/ARINV01.txt" \
+  --rdf "$samples/ARINV01.rdf" --output "$tmp/nolibs.csv" --quiet; rc=$?
+check "without them a text report converts" test $rc -eq 0
+check "without them a text report converts as always" cmp -s "$tmp/nolibs.csv" "$golden/ARINV01.csv"
+LD_LIBRARY_PATH="$tmp/nolibs" "$qbconvert" --home "$tmp/home" --report "$samples/pdf/ARINV01_fixed.pdf" \
+  --rdf "$samples/ARINV01P.rdf" --output "$tmp/nolibs_pdf.csv" >"$tmp/out" 2>"$tmp/err"; rc=$?
+check "without poppler a PDF run exits 1" test $rc -eq 1
+check "without poppler a PDF run names it" contains "$tmp/err" "Cannot load the PDF reader"
+check "without poppler a PDF run names the file" contains "$tmp/err" "$poppler"
+for ext in xls xlsx; do
+  LD_LIBRARY_PATH="$tmp/nolibs" "$qbconvert" --home "$tmp/home" --report "$samples/ARINV01.txt" \
+    --rdf "$samples/ARINV01.rdf" --output "$tmp/nolibs.$ext" >"$tmp/out" 2>"$tmp/err"; rc=$?
+  check "without its library an .$ext run exits 1" test $rc -eq 1
+  check "without its library an .$ext run names it" grep -qE "Cannot load the .$ext writer .*lib(gsf-1|xlsxwriter)\.so" "$tmp/err"
+  check "without its library no .$ext is left" test ! -e "$tmp/nolibs.$ext"
+done
+
 # The report is never written: naming it as the output is refused, even with --overwrite.
 cp "$samples/ARINV01.txt" "$tmp/self.txt"
 "$qbconvert" --home "$tmp/home" --report "$tmp/self.txt" --rdf "$samples/ARINV01.rdf" \
