@@ -12,9 +12,15 @@ namespace qb {
 class SharedLibrary {
  public:
   // Loads `file` (a file name, searched as the dynamic loader searches: LD_LIBRARY_PATH, the
-  // program's run path, the system's folders). Throws QbError `number` from `source` that
-  // names `what` ("the PDF reader"), the file and the loader's reason.
-  SharedLibrary(const char* file, std::string_view what, int32_t number, std::string source);
+  // system's folders). Throws QbError `number` from `source` that names `what` ("the PDF
+  // reader"), the file and the loader's reason.
+  SharedLibrary(const std::string& file, std::string_view what, int32_t number, std::string source);
+
+  // Where a module of Quillbrook's own is: `file` in the lib/ folder beside the program's
+  // bin/ (build/lib for build/bin/qbconvert and build/tests/...), or `file` alone, for the
+  // loader to search, when there is none. Found from the program's own path, not the
+  // loader's run path, which a sanitizer's dlopen does not apply.
+  static std::string OwnModule(const char* file);
   ~SharedLibrary();
   SharedLibrary(const SharedLibrary&) = delete;
   SharedLibrary& operator=(const SharedLibrary&) = delete;

@@ -83,8 +83,9 @@ std::string WordText(std::string_view utf8) {
 using ReadPdf = decltype(qb_pdf_read);
 
 ReadPdf* LoadPdfReader() {
-  static const SharedLibrary module("libqb_pdf.so", "the PDF reader (libqb_pdf.so and poppler)",
-                                    kPdfScan, "ProcessPDF");
+  static const SharedLibrary module(SharedLibrary::OwnModule("libqb_pdf.so"),
+                                    "the PDF reader (libqb_pdf.so and poppler)", kPdfScan,
+                                    "ProcessPDF");
   return module.Function<ReadPdf>("qb_pdf_read");
 }
 
