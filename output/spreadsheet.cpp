@@ -151,16 +151,15 @@ ColumnSpec& Worksheet::Columns(int column) {
 
 void Worksheet::ColumnsAutoFit() {
   std::vector<size_t> longest(data_.columns.size(), 0);
-  for (const auto& row : data_.rows) {
-    for (const CellData& cell : row) {
-      if (cell.column >= longest.size()) longest.resize(cell.column + 1, 0);
-      const std::string& format =
-          cell.column < data_.columns.size() ? data_.columns[cell.column].numberFormat : "General";
-      size_t width = cell.kind == CellData::Kind::Text ? data_.strings[cell.text].size()
-                                                       : DisplayWidth(cell.number, format);
-      longest[cell.column] = std::max(longest[cell.column], width);
-    }
-  }
+  const std::string general = "General";
+  data_.ForEachCell([&](uint32_t, const CellData& cell) {
+    if (cell.column >= longest.size()) longest.resize(cell.column + 1, 0);
+    const std::string& format =
+        cell.column < data_.columns.size() ? data_.columns[cell.column].numberFormat : general;
+    size_t width = cell.kind == CellData::Kind::Text ? data_.strings[cell.text].size()
+                                                     : DisplayWidth(cell.number, format);
+    longest[cell.column] = std::max(longest[cell.column], width);
+  });
   if (data_.columns.size() < longest.size()) data_.columns.resize(longest.size());
   for (size_t c = 0; c < longest.size(); ++c) {
     ColumnSpec& col = data_.columns[c];
@@ -176,10 +175,31 @@ void Worksheet::ColumnsVerticalAlignment(int alignment) {
 CellRef Worksheet::Cells(int row, int column) {
   if (row > kMaxRows) SheetFull();
   if (row < 1 || column < 1 || column > kMaxColumns) throw QbError::Runtime(kInvalidCall, "Cells");
+  CheckNotSealed(row);
   return CellRef(*this, row, column);
 }
 
+void Worksheet::CheckNotSealed(int row) const {
+  if (row >= 2 && row < sealedBefore_) throw QbError::Runtime(kInvalidCall, "Cells");
+}
+
+void Worksheet::SealRowsBefore(int row) {
+  sealedBefore_ = std::max(sealedBefore_, row);
+  // Rows move out a thousand at a time, and only from a sheet told where to: a small sheet
+  // never makes a work file.
+  constexpr size_t kSpillRows = 1024;
+  const size_t end = std::min(static_cast<size_t>(sealedBefore_ - 1), data_.rows.size());
+  const size_t from = data_.spill ? data_.spill->End() : 1;
+  if (spillFolder_.empty() || end < from + kSpillRows) return;
+  if (!data_.spill) data_.spill = std::make_unique<SpilledRows>(spillFolder_, "Cells");
+  for (size_t r = from; r < end; ++r) {
+    data_.spill->Add(static_cast<uint32_t>(r), data_.rows[r]);
+    std::vector<CellData>().swap(data_.rows[r]);
+  }
+}
+
 CellData* Worksheet::Find(int row, int column) {
+  CheckNotSealed(row);
   if (static_cast<size_t>(row) > data_.rows.size()) return nullptr;
   for (CellData& cell : data_.rows[static_cast<size_t>(row - 1)]) {
     if (cell.column == column - 1) return &cell;
@@ -189,6 +209,7 @@ CellData* Worksheet::Find(int row, int column) {
 
 void Worksheet::Put(int row, int column, std::string_view text, std::optional<bool> bold) {
   if (row > kMaxRows) SheetFull();
+  CheckNotSealed(row);
   if (text.size() > kMaxCellText) {
     cutCells_.push_back({row, column, text.size()});
     text = text.substr(0, kMaxCellText);
@@ -291,9 +312,11 @@ Workbook& Application::WorkbookList::Add() {
 }
 
 Workbook& Application::WorkbookList::OpenText(const std::filesystem::path& fileName, int, bool tab,
-                                              const std::vector<std::pair<int, int>>& fieldInfo) {
+                                              const std::vector<std::pair<int, int>>& fieldInfo,
+                                              const std::filesystem::path& spillFolder) {
   Workbook& book = Add();
   Worksheet& sheet = book.Worksheets(1);
+  sheet.SpillTo(spillFolder);
   sheet.Name = fileName.stem().string();
   for (const auto& [column, type] : fieldInfo) {
     if (column < 1 || column > kMaxColumns) continue;
@@ -315,6 +338,7 @@ Workbook& Application::WorkbookList::OpenText(const std::filesystem::path& fileN
       line.remove_prefix(cut + 1);
       ++column;
     }
+    sheet.SealRowsBefore(row);
   }
   return book;
 }

@@ -91,6 +91,15 @@ class Worksheet {
 
   int UsedRows() const { return static_cast<int>(data_.rows.size()); }
 
+  // A sheet that is filled row by row keeps in memory only the rows still being filled: once
+  // told where, rows the filler is done with go to a work file in `folder`, a thousand or
+  // so at a time. Row 1, the header, always stays.
+  void SpillTo(std::filesystem::path folder) { spillFolder_ = std::move(folder); }
+  // Rows 2 to `row` - 1 are done with: they may go to the work file, and a cell in them can
+  // no longer be set (Cells throws error 5). Throws QbError when the work file cannot be
+  // made or written.
+  void SealRowsBefore(int row);
+
   // A cell holds at most kMaxCellText characters; a longer text is cut there and the cell
   // remembered, so that the run can log each one.
   const std::vector<CutCell>& CutCells() const { return cutCells_; }
@@ -109,7 +118,11 @@ class Worksheet {
   void Put(int row, int column, std::string_view text, std::optional<bool> bold);
   CellData* Find(int row, int column);
 
+  void CheckNotSealed(int row) const;
+
   SheetData data_;
+  std::filesystem::path spillFolder_;  // empty: every row stays in memory
+  int sealedBefore_ = 2;               // rows 2 to this - 1 are sealed
   std::vector<CutCell> cutCells_;
   std::vector<int> importTypes_;  // per column, set by OpenText; 0 when none
 };
@@ -134,9 +147,12 @@ class Application {
    public:
     Workbook& Add();
     // Reads a tab-delimited text file into a new workbook; `fieldInfo` gives (column, type)
-    // pairs. Throws QbError when the file cannot be read or has more rows than a sheet.
+    // pairs. The rows read go to a work file in `spillFolder` unless it is empty
+    // (Worksheet::SpillTo). Throws QbError when the file cannot be read or has more rows than
+    // a sheet.
     Workbook& OpenText(const std::filesystem::path& fileName, int dataType, bool tab,
-                       const std::vector<std::pair<int, int>>& fieldInfo);
+                       const std::vector<std::pair<int, int>>& fieldInfo,
+                       const std::filesystem::path& spillFolder = {});
 
    private:
     friend class Application;

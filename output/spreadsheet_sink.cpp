@@ -64,6 +64,7 @@ SpreadsheetRun::SpreadsheetRun(const OutputOptions& options, const OutputTarget&
     worksheet_ = &workbook_->Worksheets(1);
     worksheet_->SetAlphabet(target.alphabet);
     worksheet_->Name = SheetName(target.heading, false);
+    worksheet_->SpillTo(target.workFolder.empty() ? target.path.parent_path() : target.workFolder);
   } catch (QbError& e) {
     throw e.withSource("CreateSheet");
   }
@@ -100,6 +101,7 @@ void SpreadsheetRun::Row(std::span<const ValueBuffer* const> values) {
     for (size_t c = 0; c < values_.size(); ++c) {
       worksheet_->Cells(rows_ + 1, static_cast<int>(c) + 1).Value(values_[c]);
     }
+    worksheet_->SealRowsBefore(rows_ + 1);
     return;
   }
   if (mode_ > 5) return;
@@ -143,6 +145,7 @@ void SpreadsheetRun::Paste(int first) {
   while (got.size() >= 2 && got.substr(got.size() - 2) == "\r\n") got.remove_suffix(2);
   if (got != expected) throw QbError(kMatchError, "WriteLine", std::string(kMatchErrorText));
   pasteBuffer_.clear();
+  worksheet_->SealRowsBefore(rows_ + 1);
 }
 
 void SpreadsheetRun::Finish() {
@@ -184,7 +187,8 @@ void SpreadsheetRun::CloseSheet() noexcept {
 
 void TurboCreate(const RunLog& log, const Alphabet* alphabet,
                  const std::vector<std::string>& typeCodes, std::string_view heading,
-                 const std::filesystem::path& turboFile, const std::filesystem::path& output) {
+                 const std::filesystem::path& turboFile, const std::filesystem::path& output,
+                 const std::filesystem::path& workFolder) {
   log.WriteLog("TurboCreate", "Started");
   std::unique_ptr<xls::Application> excel;
   try {
@@ -193,7 +197,8 @@ void TurboCreate(const RunLog& log, const Alphabet* alphabet,
       fieldInfo.emplace_back(static_cast<int>(c) + 1, LookupTypeCode(typeCodes[c]).importType);
     }
     excel = std::make_unique<xls::Application>();
-    xls::Workbook& book = excel->Workbooks.OpenText(turboFile, xls::xlDelimited, true, fieldInfo);
+    xls::Workbook& book =
+        excel->Workbooks.OpenText(turboFile, xls::xlDelimited, true, fieldInfo, workFolder);
     xls::Worksheet& sheet = book.Worksheets(1);
     sheet.SetAlphabet(alphabet);
     bool wrapColumn = false;
@@ -229,6 +234,7 @@ TurboSink::TurboSink(const OutputOptions& options, const OutputTarget& target)
       heading_(target.heading),
       alphabet_(target.alphabet),
       output_(target.path),
+      workFolder_(target.workFolder),
       log_(*target.log),
       turboFile_(target.workFolder, "qb", ".tmp", "Process"),
       rows_(turboFile_.path(), "Process",
@@ -236,7 +242,7 @@ TurboSink::TurboSink(const OutputOptions& options, const OutputTarget& target)
 
 void TurboSink::Finish() {
   rows_.Close();
-  TurboCreate(log_, alphabet_, types_, heading_, turboFile_.path(), output_);
+  TurboCreate(log_, alphabet_, types_, heading_, turboFile_.path(), output_, workFolder_);
   turboFile_.Remove();
 }
 

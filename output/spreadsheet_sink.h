@@ -74,10 +74,12 @@ class SpreadsheetRun final : public OutputSink {
 };
 
 // Mode 6's import: reads the tab-delimited `turboFile` into a workbook, formats it and saves
-// it as `output`. Throws QbError from "TurboCreate" (logged) on failure.
+// it as `output`; the sheet's rows wait in a work file in `workFolder`. Throws QbError from
+// "TurboCreate" (logged) on failure.
 void TurboCreate(const RunLog& log, const Alphabet* alphabet,
                  const std::vector<std::string>& typeCodes, std::string_view heading,
-                 const std::filesystem::path& turboFile, const std::filesystem::path& output);
+                 const std::filesystem::path& turboFile, const std::filesystem::path& output,
+                 const std::filesystem::path& workFolder);
 
 // Buffer mode 6: the rows go through the text writer's thread into a work file in the target's
 // work folder; Finish imports it with TurboCreate. The work file is removed either way.
@@ -96,6 +98,7 @@ class TurboSink final : public OutputSink {
   std::string heading_;
   const Alphabet* alphabet_;
   std::filesystem::path output_;
+  std::filesystem::path workFolder_;
   const RunLog& log_;
   TempFile turboFile_;
   PipedTextSink rows_;

@@ -1,5 +1,8 @@
 #include "output/xls_writer.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
@@ -109,6 +112,7 @@ class Stream {
   }
   size_t Size() const { return data_.size(); }
   const std::string& Data() const { return data_; }
+  void Clear() { data_.clear(); }
 
  private:
   const Alphabet* alphabet_;
@@ -268,7 +272,9 @@ void PutSst(Stream& s, const SheetData& sheet, uint32_t totalRefs) {
   s.End();
 }
 
-std::string BuildStream(const SheetData& sheet) {
+// Writes the workbook stream to `out` a part at a time: the globals (with the shared string
+// table) whole, then the sheet in pieces of about a megabyte as its cells are read.
+void WriteStream(const SheetData& sheet, const std::function<void(const std::string&)>& out) {
   Styles styles(sheet);
   // Cell formats: a column's default, and bold for the header cells.
   std::vector<uint16_t> columnXf(sheet.columns.size()), boldXf(sheet.columns.size());
@@ -280,12 +286,10 @@ std::string BuildStream(const SheetData& sheet) {
   const uint16_t generalBoldXf = styles.Xf("General", true, false);
   uint32_t textRefs = 0;
   uint16_t lastColumn = 0;
-  for (const auto& row : sheet.rows) {
-    for (const CellData& cell : row) {
-      textRefs += cell.kind == CellData::Kind::Text;
-      lastColumn = std::max<uint16_t>(lastColumn, static_cast<uint16_t>(cell.column + 1));
-    }
-  }
+  sheet.ForEachCell([&](uint32_t, const CellData& cell) {
+    textRefs += cell.kind == CellData::Kind::Text;
+    lastColumn = std::max<uint16_t>(lastColumn, static_cast<uint16_t>(cell.column + 1));
+  });
 
   Stream s(sheet.alphabet);
   PutBof(s, 0x0005);
@@ -304,8 +308,10 @@ std::string BuildStream(const SheetData& sheet) {
   s.End();
   PutSst(s, sheet, textRefs);
   PutEof(s);
-
   s.Patch32(sheetOffsetAt, static_cast<uint32_t>(s.Size()));
+  out(s.Data());
+  s.Clear();
+
   PutBof(s, 0x0010);
   s.Begin(kDimensions);
   s.Put32(0);
@@ -326,33 +332,36 @@ std::string BuildStream(const SheetData& sheet) {
     s.Put16(0);
     s.End();
   }
-  for (size_t r = 0; r < sheet.rows.size(); ++r) {
-    for (const CellData& cell : sheet.rows[r]) {
-      const bool known = cell.column < sheet.columns.size();
-      const uint16_t xf = cell.bold ? (known ? boldXf[cell.column] : generalBoldXf)
-                                    : (known ? columnXf[cell.column] : generalXf);
-      if (cell.kind == CellData::Kind::Text) {
-        s.Begin(kLabelSst);
-        s.Put16(static_cast<uint16_t>(r));
-        s.Put16(cell.column);
-        s.Put16(xf);
-        s.Put32(cell.text);
-      } else {
-        s.Begin(kNumber);
-        s.Put16(static_cast<uint16_t>(r));
-        s.Put16(cell.column);
-        s.Put16(xf);
-        s.PutDouble(cell.number);
-      }
-      s.End();
+  constexpr size_t kPiece = size_t{1} << 20;
+  sheet.ForEachCell([&](uint32_t row, const CellData& cell) {
+    const bool known = cell.column < sheet.columns.size();
+    const uint16_t xf = cell.bold ? (known ? boldXf[cell.column] : generalBoldXf)
+                                  : (known ? columnXf[cell.column] : generalXf);
+    if (cell.kind == CellData::Kind::Text) {
+      s.Begin(kLabelSst);
+      s.Put16(static_cast<uint16_t>(row));
+      s.Put16(cell.column);
+      s.Put16(xf);
+      s.Put32(cell.text);
+    } else {
+      s.Begin(kNumber);
+      s.Put16(static_cast<uint16_t>(row));
+      s.Put16(cell.column);
+      s.Put16(xf);
+      s.PutDouble(cell.number);
     }
-  }
+    s.End();
+    if (s.Size() >= kPiece) {
+      out(s.Data());
+      s.Clear();
+    }
+  });
   s.Begin(kWindow2);
   s.Put16(0x06B6);  // gridlines, headings, zeros, selected and active sheet
   for (int i = 0; i < 8; ++i) s.Put16(i == 2 ? 64 : 0);  // top row, left column, header colour
   s.End();
   PutEof(s);
-  return s.Data();
+  out(s.Data());
 }
 
 [[noreturn]] void Fail(const std::filesystem::path& path, const std::string& why) {
@@ -360,6 +369,100 @@ std::string BuildStream(const SheetData& sheet) {
 }
 
 }  // namespace
+
+namespace {
+
+// A spilled cell: row and column (16 bits each), kind and bold, three zero bytes, and the
+// number's bits or the text's index.
+constexpr size_t kSpilledCell = 16;
+constexpr size_t kSpillBuffer = size_t{1} << 20;
+
+void PutSpilled(char* at, uint32_t row, const CellData& cell) {
+  const auto row16 = static_cast<uint16_t>(row);
+  std::memcpy(at, &row16, 2);
+  std::memcpy(at + 2, &cell.column, 2);
+  at[4] = static_cast<char>((cell.kind == CellData::Kind::Text ? 1 : 0) | (cell.bold ? 2 : 0));
+  at[5] = at[6] = at[7] = 0;
+  uint64_t value = cell.text;
+  if (cell.kind == CellData::Kind::Number) std::memcpy(&value, &cell.number, 8);
+  std::memcpy(at + 8, &value, 8);
+}
+
+uint32_t GetSpilled(const char* at, CellData& cell) {
+  uint16_t row16;
+  std::memcpy(&row16, at, 2);
+  std::memcpy(&cell.column, at + 2, 2);
+  cell.kind = (at[4] & 1) ? CellData::Kind::Text : CellData::Kind::Number;
+  cell.bold = (at[4] & 2) != 0;
+  uint64_t value;
+  std::memcpy(&value, at + 8, 8);
+  if (cell.kind == CellData::Kind::Number) {
+    std::memcpy(&cell.number, &value, 8);
+    cell.text = 0;
+  } else {
+    cell.text = static_cast<uint32_t>(value);
+    cell.number = 0;
+  }
+  return row16;
+}
+
+}  // namespace
+
+SpilledRows::SpilledRows(const std::filesystem::path& folder, std::string_view source)
+    : file_(folder, "qbxls", ".tmp", source), buffer_(new char[kSpillBuffer]), source_(source) {
+  fd_ = ::open(file_.path().c_str(), O_RDWR | O_CLOEXEC);
+  if (fd_ < 0) throw ErrorFromErrno(errno, source_).at(file_.path());
+}
+
+SpilledRows::~SpilledRows() {
+  if (fd_ >= 0) ::close(fd_);
+}
+
+void SpilledRows::Add(uint32_t row, std::span<const CellData> cells) {
+  for (const CellData& cell : cells) {
+    if (used_ + kSpilledCell > kSpillBuffer) WriteOut();
+    PutSpilled(buffer_.get() + used_, row, cell);
+    used_ += kSpilledCell;
+  }
+  end_ = row + 1;
+}
+
+void SpilledRows::WriteOut() {
+  for (size_t done = 0; done < used_;) {
+    const ssize_t n =
+        ::pwrite(fd_, buffer_.get() + done, used_ - done, static_cast<off_t>(written_ + done));
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) throw ErrorFromErrno(n < 0 ? errno : ENOSPC, source_).at(file_.path());
+    done += static_cast<size_t>(n);
+  }
+  written_ += used_;
+  used_ = 0;
+}
+
+void SpilledRows::ForEach(const std::function<void(uint32_t row, const CellData&)>& f) const {
+  CellData cell;
+  auto each = [&](const char* from, size_t bytes) {
+    for (size_t at = 0; at + kSpilledCell <= bytes; at += kSpilledCell) {
+      const uint32_t row = GetSpilled(from + at, cell);
+      f(row, cell);
+    }
+  };
+  // What is in the file, read back a buffer at a time, then what is still pending.
+  std::unique_ptr<char[]> chunk(new char[kSpillBuffer]);
+  for (uint64_t offset = 0; offset < written_;) {
+    const size_t want = static_cast<size_t>(std::min<uint64_t>(kSpillBuffer, written_ - offset));
+    const ssize_t n = ::pread(fd_, chunk.get(), want, static_cast<off_t>(offset));
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) throw ErrorFromErrno(errno, source_).at(file_.path());
+    if (n == 0 || static_cast<size_t>(n) % kSpilledCell != 0) {
+      throw QbError(kPathFileAccess, source_, "A work file of the sheet came back short")
+          .at(file_.path());
+    }
+    each(chunk.get(), static_cast<size_t>(n));
+    offset += static_cast<uint64_t>(n);
+  }
+  each(buffer_.get(), used_);
+}
 
 uint32_t SheetData::Intern(std::string_view text) {
   if (slots_.empty()) slots_.assign(1024, 0);
@@ -394,7 +497,6 @@ void SheetData::Grow() {
 
 void WriteWorkbook(const SheetData& sheet, const std::filesystem::path& path) {
   const GsfLibrary& gsf = Gsf("SaveAs");
-  const std::string stream = BuildStream(sheet);
 
   // Written under a name of its own beside the output, and renamed over it when whole.
   // libgsf is handed the open file: writing by name, it would make a temporary file of its
@@ -411,8 +513,19 @@ void WriteWorkbook(const SheetData& sheet, const std::filesystem::path& path) {
   gsf.object_unref(sink);
   GsfOutput* workbook = gsf.outfile_new_child(ole, "Workbook", FALSE);
   errno = 0;
-  bool ok =
-      gsf.output_write(workbook, stream.size(), reinterpret_cast<const guint8*>(stream.data()));
+  bool ok = true;
+  try {
+    WriteStream(sheet, [&](const std::string& part) {
+      ok = ok &&
+           gsf.output_write(workbook, part.size(), reinterpret_cast<const guint8*>(part.data()));
+    });
+  } catch (...) {
+    gsf.output_close(workbook);
+    gsf.object_unref(workbook);
+    gsf.output_close(reinterpret_cast<GsfOutput*>(ole));
+    gsf.object_unref(ole);
+    throw;
+  }
   ok = gsf.output_close(workbook) && ok;
   gsf.object_unref(workbook);
   // An outfile is an output (its first member): a plain cast, as GSF_OUTPUT's checked cast

@@ -167,9 +167,10 @@ void RunDriver::Process(const std::filesystem::path& report, const std::filesyst
   // placed in columns first.
   LineReader reader(report, "Process", engine_.flags.DffReport ? 0 : Converter::kLineWidth);
   const int64_t size = reader.FileSize();
-  // Work files: mode 6's rows, an .xlsx's sheets until they are packed.
-  const bool workFile = (options_.format == OutputFormat::Xls && options_.bufferMode == 6) ||
-                        options_.format == OutputFormat::Xlsx;
+  // Work files: mode 6's rows, an .xls sheet's finished rows until it is saved, an .xlsx's
+  // sheets until they are packed.
+  const bool workFile =
+      options_.format == OutputFormat::Xls || options_.format == OutputFormat::Xlsx;
   OutputTarget target{output,
                       workFile ? work.Path("Process") : std::filesystem::path(),
                       converter_.ColumnTypes(),

@@ -1,5 +1,5 @@
 // Spreadsheet output: typed input, the paste blocks and their check, the sheet's row limit,
-// the backup on save, and an .xlsx put in place only when finished.
+// rows kept in a work file, the backup on save, and an .xlsx put in place only when finished.
 
 #include <gtest/gtest.h>
 
@@ -159,6 +159,52 @@ TEST_F(SpreadsheetTest, AnXlsxReplacesThePreviousOutputOnlyWhenFinished) {
   sink->Finish();
   EXPECT_EQ(ReadFile(out).substr(0, 2), "PK");  // a zip container: the workbook
   EXPECT_EQ(test::Files(home_.path()), before);
+}
+
+// A sheet filled row by row moves the rows it is done with to a work file: it holds only the
+// header and the rows still open, refuses a cell in a finished row, and saves the same
+// workbook, byte for byte, as a sheet held whole, with formats and bold set after the rows
+// (as the turbo import sets them) and the columns fitted to texts that are only on disk.
+TEST_F(SpreadsheetTest, ASheetFilledRowByRowSavesTheSameWorkbookFromItsWorkFile) {
+  const std::filesystem::path work = home_ / "work";
+  std::filesystem::create_directories(work);
+  auto fill = [&](xls::Worksheet& sheet, bool spill) {
+    if (spill) sheet.SpillTo(work);
+    for (int row = 1; row <= 5000; ++row) {
+      sheet.Cells(row, 1).Value("C" + std::to_string(row % 700));
+      sheet.Cells(row, 2).Value(std::to_string(row) + ".25");
+      if (row % 3 == 0) sheet.Cells(row, 4).Value("10/" + std::to_string(row % 28 + 1) + "/26");
+      if (row == 4321) sheet.Cells(row, 3).Value("the longest text of column three");
+      sheet.SealRowsBefore(row);
+    }
+    sheet.Columns(2).numberFormat = "0.00";
+    sheet.Columns(4).numberFormat = "mm/dd/yy";
+    for (int column = 1; column <= 4; ++column) sheet.Cells(1, column).FontBold(true);
+    sheet.ColumnsAutoFit();
+  };
+  xls::Application excel;
+  xls::Workbook& whole = excel.Workbooks.Add();
+  fill(whole.Worksheets(1), false);
+  xls::Workbook& spilled = excel.Workbooks.Add();
+  xls::Worksheet& sheet = spilled.Worksheets(1);
+  fill(sheet, true);
+
+  const xls::SheetData& data = sheet.Data();
+  ASSERT_TRUE(data.spill);
+  EXPECT_GE(data.spill->End(), 4000u);
+  EXPECT_TRUE(data.rows[1].empty());
+  EXPECT_EQ(data.rows[0].size(), 4u);  // the header row stays
+  EXPECT_EQ(data.rows.back().size(), 2u);
+  EXPECT_EQ(data.columns[2].width, 33.0);  // fitted to a text of row 4,321, on disk by then
+  EXPECT_THROW(sheet.Cells(4321, 1).Value("late"), QbError);
+  sheet.Cells(5000, 3).Value("the last row is still open");
+  whole.Worksheets(1).Cells(5000, 3).Value("the last row is still open");
+
+  whole.SaveAs(home_ / "whole.xls", xls::xlWorkbookNormal, false);
+  spilled.SaveAs(home_ / "spilled.xls", xls::xlWorkbookNormal, false);
+  EXPECT_EQ(ReadFile(home_ / "spilled.xls"), ReadFile(home_ / "whole.xls"));
+  excel.Quit();
+  EXPECT_TRUE(test::Files(work).empty()) << "the work file outlived its sheet";
 }
 
 TEST_F(SpreadsheetTest, SavingOverAWorkbookKeepsABackup) {
