@@ -397,6 +397,75 @@ TEST_F(PdfTest, TurnedPagesAndTextPrintedSidewaysAreLaidOutUpright) {
   }
 }
 
+// A PDF of upright US Letter pages in Courier, each with its `pages` lines.
+std::string PagesPdf(const std::vector<std::vector<std::string>>& pages) {
+  // Objects: 1 catalog, 2 page tree, 3 font, then each page and its contents.
+  std::vector<std::string> objects = {"<< /Type /Catalog /Pages 2 0 R >>", "",
+                                      "<< /Type /Font /Subtype /Type1 /BaseFont /Courier >>"};
+  std::string kids;
+  for (const std::vector<std::string>& lines : pages) {
+    const size_t page = objects.size() + 1;
+    kids += std::to_string(page) + " 0 R ";
+    std::string content;
+    for (size_t i = 0; i < lines.size(); ++i) {
+      content += "BT /F1 10 Tf 72 " + std::to_string(700 - 12 * static_cast<int>(i)) + " Td (" +
+                 lines[i] + ") Tj ET\n";
+    }
+    objects.push_back(
+        "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 612 792] /Resources << /Font "
+        "<< /F1 3 0 R >> >> /Contents " +
+        std::to_string(page + 1) + " 0 R >>");
+    objects.push_back("<< /Length " + std::to_string(content.size()) + " >>\nstream\n" + content +
+                      "endstream");
+  }
+  objects[1] =
+      "<< /Type /Pages /Kids [" + kids + "] /Count " + std::to_string(pages.size()) + " >>";
+  std::string pdf = "%PDF-1.4\n";
+  std::string xref = "xref\n0 " + std::to_string(objects.size() + 1) + "\n0000000000 65535 f \n";
+  for (size_t i = 0; i < objects.size(); ++i) {
+    char entry[24];
+    std::snprintf(entry, sizeof entry, "%010zu 00000 n \n", pdf.size());
+    xref += entry;
+    pdf += std::to_string(i + 1) + " 0 obj\n" + objects[i] + "\nendobj\n";
+  }
+  const size_t start = pdf.size();
+  return pdf + xref + "trailer\n<< /Size " + std::to_string(objects.size() + 1) +
+         " /Root 1 0 R >>\nstartxref\n" + std::to_string(start) + "\n%%EOF\n";
+}
+
+// A long PDF is read by several threads at once: its pages still come out whole, each once,
+// in their order.
+TEST_F(PdfTest, ALongPdfReadOnSeveralThreadsKeepsItsPagesInOrder) {
+  Rdf("RDF 0001P T@T\r\nPDP\r\nN,0,0,0\r\nRDF 01 D\r\n");
+  engine_.flags.PdfReport = true;
+  ASSERT_TRUE(engine_.LoadRDF(home_ / "t.rdf", ""));
+  std::vector<std::vector<std::string>> pages;
+  std::vector<std::string> want;
+  for (int p = 1; p <= 60; ++p) {
+    pages.emplace_back();
+    for (int line = 1; line <= 3 + p % 4; ++line) {
+      pages.back().push_back("PAGE " + std::to_string(p) + " LINE " + std::to_string(line) + "  " +
+                             std::to_string(p * 1000 + line) + ".00");
+      want.push_back(pages.back().back());
+    }
+  }
+  WriteFile(home_ / "long.pdf", PagesPdf(pages));
+  std::atomic<bool> cancel{false};
+  RunFolder work(home_ / "out");
+  PdfLayoutCounts counts;
+  const TempFile text =
+      ProcessPDF(engine_, cancel, home_ / "long.pdf", work, Encoding::Utf8, counts);
+  std::vector<std::string> got;
+  int pageStarts = 0;
+  for (std::string line : test::ReadLines(text.path())) {
+    if (!line.empty() && line[0] == '\f') ++pageStarts, line.erase(0, 1);
+    line = line.substr(0, line.find_last_not_of(' ') + 1);
+    if (!line.empty()) got.push_back(line);
+  }
+  EXPECT_EQ(got, want);
+  EXPECT_EQ(pageStarts, 59);
+}
+
 TEST_F(PdfTest, SamplePdfsConvertLikeTheirTextReport) {
   engine_.flags.PdfReport = true;
   for (const char* name : {"ARINV01_fixed", "ARINV01_proportional"}) {
