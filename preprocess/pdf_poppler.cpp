@@ -30,6 +30,38 @@ struct PageWords {
   int result = kQbPdfRead;  // kQbPdfBadPage or kQbPdfFailed
 };
 
+// Appends UTF-16 `text` to `out` as UTF-8; a lone surrogate becomes U+FFFD. poppler-cpp's
+// own to_utf8 opens an iconv conversion for every word.
+void AppendUtf8(const poppler::ustring& text, std::string& out) {
+  for (size_t i = 0; i < text.size(); ++i) {
+    char32_t cp = text[i];
+    if (cp >= 0xD800 && cp <= 0xDFFF) {
+      const char32_t low = i + 1 < text.size() ? text[i + 1] : 0;
+      if (cp <= 0xDBFF && low >= 0xDC00 && low <= 0xDFFF) {
+        cp = 0x10000 + ((cp - 0xD800) << 10) + (low - 0xDC00);
+        ++i;
+      } else {
+        cp = 0xFFFD;
+      }
+    }
+    if (cp < 0x80) {
+      out += static_cast<char>(cp);
+    } else if (cp < 0x800) {
+      out += static_cast<char>(0xC0 | (cp >> 6));
+      out += static_cast<char>(0x80 | (cp & 0x3F));
+    } else if (cp < 0x10000) {
+      out += static_cast<char>(0xE0 | (cp >> 12));
+      out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+      out += static_cast<char>(0x80 | (cp & 0x3F));
+    } else {
+      out += static_cast<char>(0xF0 | (cp >> 18));
+      out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
+      out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+      out += static_cast<char>(0x80 | (cp & 0x3F));
+    }
+  }
+}
+
 void ReadPage(poppler::document& doc, int index, PageWords& out) {
   out.chars.clear();
   out.words.clear();
@@ -44,12 +76,12 @@ void ReadPage(poppler::document& doc, int index, PageWords& out) {
     const std::vector<poppler::text_box> boxes = p->text_list();
     out.words.reserve(boxes.size());
     for (const poppler::text_box& box : boxes) {
-      const std::vector<char> utf8 = box.text().to_utf8();
+      const size_t start = out.chars.size();
+      AppendUtf8(box.text(), out.chars);
       const poppler::rectf r = box.bbox();
-      out.words.push_back(
-          {r.left(), r.top(), r.right(), r.bottom(), box.rotation() & 3, nullptr, utf8.size()});
-      out.starts.push_back(out.chars.size());
-      out.chars.append(utf8.begin(), utf8.end());
+      out.words.push_back({r.left(), r.top(), r.right(), r.bottom(), box.rotation() & 3, nullptr,
+                           out.chars.size() - start});
+      out.starts.push_back(start);
     }
     const poppler::rectf size = p->page_rect();
     const bool sideways =
