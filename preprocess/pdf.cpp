@@ -94,6 +94,7 @@ struct PieceWriter {
   BufferedFile& sink;
   PdfLayoutCounts& counts;
   std::exception_ptr error;
+  std::string line;  // a piece line, its buffer kept
 
   void Page(const QbPdfPage& page) {
     if (page.number > 1) sink.WriteLine(kPageSeparator);
@@ -106,7 +107,8 @@ struct PieceWriter {
       const TextPiece piece{page.number,        Hundredths(left),
                             Hundredths(top),    Hundredths(right),
                             Hundredths(bottom), WordText(std::string_view(word.text, word.size))};
-      sink.WriteLine(FormatPieceLine(piece));
+      FormatPieceLine(piece, line);
+      sink.WriteLine(line);
     }
     sink.WriteLine(std::string(kPageEnd) + " Page " + std::to_string(page.number));
   }
@@ -134,7 +136,7 @@ TempFile ConvertPdfToText(const std::filesystem::path& report, RunFolder& work,
   static ReadPdf* const read = LoadPdfReader();
 
   BufferedFile sink(text.path(), "ProcessPDF");
-  PieceWriter writer{sink, counts, nullptr};
+  PieceWriter writer{sink, counts, nullptr, {}};
   auto page = [](void* context, const QbPdfPage* p) {
     auto& w = *static_cast<PieceWriter*>(context);
     try {
@@ -196,7 +198,7 @@ TempFile ReformatPdfText(Engine& engine, const std::atomic<bool>& cancel,
       continue;
     }
     if (head != kPageEnd) {
-      if (auto piece = ParsePieceLine(line)) layout.Add(*piece);
+      if (auto piece = ParsePieceLine(line)) layout.Add(std::move(*piece));
       continue;
     }
     inPage = false;

@@ -1,6 +1,7 @@
 #include "preprocess/pdf_layout.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <map>
 
@@ -11,7 +12,6 @@
 namespace qb {
 namespace {
 
-enum PageCol : int { fldPage, fldXStr, fldXEnd, fldYStr, fldYEnd, fldXWid, fldYHgt, fldTXT };
 constexpr size_t kWidth = 500;
 
 int64_t Median(std::vector<int64_t> v) {
@@ -60,10 +60,14 @@ std::string TagText(std::string_view tag, bool rdfUtf8) {
 
 }  // namespace
 
-std::string FormatPieceLine(const TextPiece& p) {
-  std::string line = "P " + std::to_string(p.page) + " " + std::to_string(p.x1) + " " +
-                     std::to_string(p.y1) + " " + std::to_string(p.x2) + " " +
-                     std::to_string(p.y2) + " ";
+void FormatPieceLine(const TextPiece& p, std::string& line) {
+  char numbers[128] = "P ";
+  char* at = numbers + 2;
+  for (const int64_t n : {int64_t{p.page}, p.x1, p.y1, p.x2, p.y2}) {
+    at = std::to_chars(at, numbers + sizeof numbers - 1, n).ptr;
+    *at++ = ' ';
+  }
+  line.assign(numbers, at);
   static const char kHex[] = "0123456789ABCDEF";
   for (char c : p.text) {
     const auto b = static_cast<unsigned char>(c);
@@ -75,6 +79,11 @@ std::string FormatPieceLine(const TextPiece& p) {
       line += c;
     }
   }
+}
+
+std::string FormatPieceLine(const TextPiece& p) {
+  std::string line;
+  FormatPieceLine(p, line);
   return line;
 }
 
@@ -98,14 +107,14 @@ std::optional<TextPiece> ParsePieceLine(std::string_view line) {
     if (c >= 'A' && c <= 'F') return c - 'A' + 10;
     return -1;
   };
-  for (size_t i = 0; i < line.size(); ++i) {
-    if (line[i] != '%') {
-      p.text += line[i];
-      continue;
-    }
-    if (i + 2 >= line.size() || hex(line[i + 1]) < 0 || hex(line[i + 2]) < 0) return std::nullopt;
-    p.text += static_cast<char>(hex(line[i + 1]) * 16 + hex(line[i + 2]));
-    i += 2;
+  for (;;) {
+    const size_t escape = line.find('%');
+    p.text.append(line.substr(0, escape));
+    if (escape == std::string_view::npos) break;
+    line.remove_prefix(escape);
+    if (line.size() < 3 || hex(line[1]) < 0 || hex(line[2]) < 0) return std::nullopt;
+    p.text += static_cast<char>(hex(line[1]) * 16 + hex(line[2]));
+    line.remove_prefix(3);
   }
   return p;
 }
@@ -137,26 +146,11 @@ PageLayout::PageLayout() {
 }
 
 void PageLayout::NewPage() {
-  page_ = Recordset({{"fldPage", FieldType::Int32, 0},
-                     {"fldXStr", FieldType::Int64, 0},
-                     {"fldXEnd", FieldType::Int64, 0},
-                     {"fldYStr", FieldType::Int64, 0},
-                     {"fldYEnd", FieldType::Int64, 0},
-                     {"fldXWid", FieldType::Int64, 0},
-                     {"fldYHgt", FieldType::Int64, 0},
-                     {"fldTXT", FieldType::String, 0}});
+  page_.clear();
 }
 
-void PageLayout::Add(const TextPiece& p) {
-  page_.AddNew();
-  page_.SetInt(fldPage, p.page);
-  page_.SetInt(fldXStr, p.x1);
-  page_.SetInt(fldXEnd, p.x2);
-  page_.SetInt(fldYStr, p.y1);
-  page_.SetInt(fldYEnd, p.y2);
-  page_.SetInt(fldXWid, p.x2 - p.x1);
-  page_.SetInt(fldYHgt, p.y2 - p.y1);
-  page_.SetText(fldTXT, p.text);
+void PageLayout::Add(TextPiece piece) {
+  page_.push_back(std::move(piece));
 }
 
 std::vector<std::string> PageLayout::LineSet(const LayoutParams& given) {
@@ -164,13 +158,20 @@ std::vector<std::string> PageLayout::LineSet(const LayoutParams& given) {
     int64_t x1, x2, y, height;
     std::u32string text;
   };
+  // Top to bottom by the pieces' baselines, left to right on one; pieces alike keep the
+  // order they came in.
+  std::vector<const TextPiece*> order;
+  order.reserve(page_.size());
+  for (const TextPiece& piece : page_) order.push_back(&piece);
+  std::stable_sort(order.begin(), order.end(), [](const TextPiece* a, const TextPiece* b) {
+    return a->y2 != b->y2 ? a->y2 < b->y2 : a->x1 < b->x1;
+  });
   std::vector<Piece> pieces;
-  page_.Sort("fldYEnd,fldXStr");
-  for (page_.MoveFirst(); !page_.IsEOF(); page_.MoveNext()) {
-    std::string_view text = page_.GetText(fldTXT);
-    if (Trim(text).empty()) continue;
-    pieces.push_back({page_.GetInt(fldXStr), page_.GetInt(fldXEnd), page_.GetInt(fldYEnd),
-                      page_.GetInt(fldYHgt), CodePoints(text)});
+  pieces.reserve(page_.size());
+  for (const TextPiece* piece : order) {
+    if (Trim(piece->text).empty()) continue;
+    pieces.push_back(
+        {piece->x1, piece->x2, piece->y2, piece->y2 - piece->y1, CodePoints(piece->text)});
   }
   std::vector<std::string> lines;
   placement_ = {};

@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "engine/rdf_tables.h"
-#include "engine/recordset.h"
 
 namespace qb {
 
@@ -23,6 +22,8 @@ struct TextPiece {
 // "P <page> <x1> <y1> <x2> <y2> <text>", the text with "%", control characters and DEL
 // written as %XX, so any character survives.
 std::string FormatPieceLine(const TextPiece& piece);
+// The same line written over `line` (its buffer kept from piece to piece).
+void FormatPieceLine(const TextPiece& piece, std::string& line);
 // Nothing when the line is not a piece line.
 std::optional<TextPiece> ParsePieceLine(std::string_view line);
 
@@ -48,9 +49,9 @@ LayoutParams ReadLayoutParams(RdfTables& tables, bool rdfUtf8);
 class PageLayout {
  public:
   PageLayout();
-  // Releases the page table and creates an empty one.
+  // Empties the page table.
   void NewPage();
-  void Add(const TextPiece& piece);
+  void Add(TextPiece piece);
   // Lays the collected page out as report lines in UTF-8 (trailing blanks removed, at most
   // 500 characters, each a column), blank lines where the vertical gaps call for them. A
   // piece never covers another, nor touches it: one whose columns are taken, or that would
@@ -66,7 +67,9 @@ class PageLayout {
 
  private:
   Placement placement_;
-  Recordset page_;  // fldPage, fldXStr, fldXEnd, fldYStr, fldYEnd, fldXWid, fldYHgt, fldTXT
+  // The page table: the pieces as they came. A plain array: the generic table it was took a
+  // quarter of a PDF's layout time setting, sorting and reading its fields.
+  std::vector<TextPiece> page_;
 };
 
 }  // namespace qb

@@ -192,21 +192,14 @@ extern "C" __attribute__((visibility("default"))) int qb_pdf_read(const char* pa
                                                                   QbPdfPageCallback callback,
                                                                   void* context, int* page) {
   try {
-    std::vector<std::unique_ptr<poppler::document>> docs;
-    docs.emplace_back(poppler::document::load_from_file(path));
-    poppler::document* doc = docs.front().get();
+    std::unique_ptr<poppler::document> doc(poppler::document::load_from_file(path));
     if (!doc) return kQbPdfUnreadable;
     if (doc->is_locked()) return kQbPdfLocked;
     const int pages = doc->pages();
-    // Each further reader opens the file again; one that cannot is simply not started.
-    for (size_t n = Readers(pages); docs.size() < n;) {
-      std::unique_ptr<poppler::document> more(poppler::document::load_from_file(path));
-      if (!more || more->is_locked()) break;
-      docs.push_back(std::move(more));
-    }
-    if (docs.size() == 1) return ReadInOrder(*doc, callback, context, page);
+    const size_t n = Readers(pages);
+    if (n == 1) return ReadInOrder(*doc, callback, context, page);
 
-    PageRing ring(docs.size() * 4, pages);
+    PageRing ring(n * 4, pages);
     std::vector<std::thread> readers;
     // However this ends, the readers stop and are waited for before their documents go.
     struct Join {
@@ -217,8 +210,21 @@ extern "C" __attribute__((visibility("default"))) int qb_pdf_read(const char* pa
         for (std::thread& t : readers) t.join();
       }
     } join{ring, readers};
+    // The first reader uses this document; each other one opens the file again on its own
+    // thread, and one that cannot leaves the pages to the others.
     try {
-      for (auto& d : docs) readers.emplace_back([&ring, &d] { ring.Work(*d); });
+      readers.emplace_back([&ring, &doc] { ring.Work(*doc); });
+      const std::string file(path);
+      while (readers.size() < n) {
+        readers.emplace_back([&ring, file] {
+          std::unique_ptr<poppler::document> own;
+          try {
+            own.reset(poppler::document::load_from_file(file));
+          } catch (...) {
+          }
+          if (own && !own->is_locked()) ring.Work(*own);
+        });
+      }
     } catch (const std::system_error&) {
       if (readers.empty()) return ReadInOrder(*doc, callback, context, page);
     }
