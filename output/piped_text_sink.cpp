@@ -90,10 +90,20 @@ void PipedTextSink::EmptyLine() {
 }
 
 void PipedTextSink::Values(std::span<const ValueBuffer* const> values) {
-  // Block copies write up to a block past each value: into the next one's place, and after
-  // the last one into the slack Room keeps.
   size_t bytes = 0;
   for (const ValueBuffer* v : values) bytes += v->size();
+  if (!threaded_) {
+    // Without a writer thread the row is formatted straight from the run's buffers (which
+    // are readable in whole blocks, as PutColumn reads them), after the rows already batched.
+    if (current_->used > 0) Submit();
+    char* p = PutRow(file_.Cursor(), values.size(), bytes, false, [&values](size_t c) {
+      return std::string_view(values[c]->data(), values[c]->size());
+    });
+    file_.Commit(p);
+    return;
+  }
+  // Block copies write up to a block past each value: into the next one's place, and after
+  // the last one into the slack Room keeps.
   char* p = Room(1 + 8 + 4 * values.size() + bytes);
   *p++ = kValues;
   p = PutU32(p, static_cast<uint32_t>(values.size()));
@@ -173,6 +183,23 @@ void PipedTextSink::WriterLoop() {
   }
 }
 
+template <class Value>
+char* PipedTextSink::PutRow(char* p, size_t columns, size_t bytes, bool labels, Value&& value) {
+  p = file_.Reserve(p, formatter_.RowBound(columns, bytes) + 2);  // the whole line at once
+  char* const line = p;
+  for (size_t c = 0; c < columns; ++c) p = formatter_.PutColumn(p, c, value(c), labels);
+  if (utf8_ && !IsAscii({line, static_cast<size_t>(p - line)})) [[unlikely]] {
+    units_.assign(line, p);
+    encoded_.clear();
+    utf8_->AppendUtf8(encoded_, units_);
+    p = file_.Reserve(line, encoded_.size() + 2);
+    p = CopyBytes(p, encoded_.data(), encoded_.size());
+  }
+  *p++ = '\r';
+  *p++ = '\n';
+  return p;
+}
+
 void PipedTextSink::WriteBatch(const Batch& batch) {
   const char* in = batch.data.get();
   const char* const end = in + batch.used;
@@ -182,26 +209,17 @@ void PipedTextSink::WriteBatch(const Batch& batch) {
     if (kind != kEmptyLine) {
       const uint32_t columns = GetU32(in);
       const uint32_t bytes = GetU32(in);
-      p = file_.Reserve(p, formatter_.RowBound(columns, bytes) + 2);  // the whole line at once
-      char* const line = p;
-      for (uint32_t c = 0; c < columns; ++c) {
+      p = PutRow(p, columns, bytes, kind == kLabels, [&in](size_t) {
         const uint32_t length = GetU32(in);
         const std::string_view value(in, length);
         in += length;
-        p = formatter_.PutColumn(p, c, value, kind == kLabels);
-      }
-      if (utf8_ && !IsAscii({line, static_cast<size_t>(p - line)})) [[unlikely]] {
-        units_.assign(line, p);
-        encoded_.clear();
-        utf8_->AppendUtf8(encoded_, units_);
-        p = file_.Reserve(line, encoded_.size() + 2);
-        p = CopyBytes(p, encoded_.data(), encoded_.size());
-      }
+        return value;
+      });
     } else {
       p = file_.Reserve(p, 2);
+      *p++ = '\r';
+      *p++ = '\n';
     }
-    *p++ = '\r';
-    *p++ = '\n';
   }
   file_.Commit(p);
 }

@@ -57,6 +57,10 @@ class PipedTextSink {
   void Stop(bool drop);
   void WriterLoop();
   void WriteBatch(const Batch& batch);
+  // Formats a row of `columns` values (`bytes` in all; `value(c)` gives column c's) at `p`, a
+  // cursor in the file's buffer, with its line end; returns the cursor after it.
+  template <class Value>
+  char* PutRow(char* p, size_t columns, size_t bytes, bool labels, Value&& value);
 
   BufferedFile file_;
   const RowFormatter formatter_;

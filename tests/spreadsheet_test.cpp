@@ -3,6 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <utility>
+
 #include "output/spreadsheet_sink.h"
 #include "run/run_driver.h"
 #include "tests/engine_fixture.h"
@@ -205,6 +208,44 @@ TEST_F(SpreadsheetTest, ASheetFilledRowByRowSavesTheSameWorkbookFromItsWorkFile)
   EXPECT_EQ(ReadFile(home_ / "spilled.xls"), ReadFile(home_ / "whole.xls"));
   excel.Quit();
   EXPECT_TRUE(test::Files(work).empty()) << "the work file outlived its sheet";
+}
+
+// A text output is the same file whether a writer thread formats its rows from batches or
+// the run's thread formats each row straight from the run's buffers: the header, quoting,
+// the numeric clean-up, a rejected record's empty line in between, and UTF-8 lines.
+TEST_F(SpreadsheetTest, TextOutputsAreTheSameWithAndWithoutTheWriterThread) {
+  Alphabet utf8(Encoding::Utf8);
+  const std::string accented = utf8.Units("Müller & Søn", true);
+  auto write = [&](bool threaded, const Alphabet* alphabet, const std::filesystem::path& out) {
+    OutputOptions options;
+    options.format = OutputFormat::Csv;
+    options.delimiter = ",";
+    options.writerThread = threaded;
+    std::unique_ptr<OutputSink> sink = OpenOutputSink(
+        options, OutputTarget{out, home_.path(), {"c", "n", "c"}, "Rows", &app_.Log(), alphabet});
+    const std::vector<std::string_view> labels{"Customer", "Amount", "Note"};
+    sink->Header(labels);
+    ValueBuffer name, amount, note;
+    const std::vector<const ValueBuffer*> values{&name, &amount, &note};
+    for (int r = 0; r < 3000; ++r) {
+      name.assign(r % 7 == 0 ? accented : "C" + std::to_string(r));
+      amount.assign(std::to_string(r) + ",000.5" + (r % 2 ? "-" : ""));
+      note.assign(r % 5 == 0 ? "says \"hello\", twice" : "");
+      sink->Row(values);
+      if (r == 1500) sink->RejectedLastRow();
+    }
+    sink->Finish();
+    return ReadFile(out);
+  };
+  for (const Alphabet* alphabet : {static_cast<const Alphabet*>(nullptr), &std::as_const(utf8)}) {
+    const std::string threaded = write(true, alphabet, home_ / "threaded.csv");
+    const std::string inline_ = write(false, alphabet, home_ / "inline.csv");
+    EXPECT_EQ(inline_, threaded);
+    EXPECT_EQ(std::count(inline_.begin(), inline_.end(), '\n'), 3002);
+    EXPECT_NE(inline_.find("\"says \"\"hello\"\", twice\""), std::string::npos);
+    EXPECT_NE(inline_.find("\r\n\r\n"), std::string::npos);  // the rejected record's line
+    EXPECT_NE(inline_.find(alphabet ? "Müller & Søn" : accented), std::string::npos);
+  }
 }
 
 TEST_F(SpreadsheetTest, SavingOverAWorkbookKeepsABackup) {
