@@ -53,7 +53,7 @@ tsan: bootstrap
 	cmake --build $(TSAN_BUILD) -j$(JOBS) --target qb_unit_tests qb_ui_tests qbconvert
 	TSAN_OPTIONS="halt_on_error=1 history_size=4 second_deadlock_stack=1 suppressions=$(CURDIR)/tests/tsan.supp" \
 	  QT_QPA_PLATFORM=offscreen ctest --test-dir $(TSAN_BUILD) --output-on-failure -j$(JOBS) \
-	  -R '^(ConvertTest|SpreadsheetTest|ConversionJobTest|TraceTest|ReportTracerTest|BatchTest|WindowTest|ReportPaneTest|ConvertManyTest)\.'
+	  -R '^(ConvertTest|SpreadsheetTest|ConversionJobTest|TraceTest|ReportTracerTest|BatchTest|PdfTest|WindowTest|ReportPaneTest|ConvertManyTest)\.'
 
 bench: bootstrap
 	cmake -S . -B $(BENCH_BUILD) -DCMAKE_BUILD_TYPE=Release -DQB_BUILD_UI=OFF -DQB_BUILD_TESTS=OFF
