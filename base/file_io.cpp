@@ -2,15 +2,35 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 
 #include "base/errors.h"
 
+// cachestat(2) came with Linux 6.5; the C library has no wrapper for it yet.
+#ifndef __NR_cachestat
+#define __NR_cachestat 451
+#endif
+
 namespace qb {
 namespace {
+
+// Whether some of the file's cached pages are dirty or being written; false when the kernel
+// cannot say.
+bool HasUnwrittenPages(int fd) {
+  struct {
+    uint64_t offset = 0, length = 0;  // the whole file
+  } range;
+  struct {
+    uint64_t cached, dirty, writeback, evicted, recentlyEvicted;
+  } stat{};
+  if (::syscall(__NR_cachestat, fd, &range, &stat, 0) != 0) return false;
+  return stat.dirty > 0 || stat.writeback > 0;
+}
 
 // Writes all of `data` to `fd`; returns 0 or the errno of the failure.
 int WriteAll(int fd, std::string_view data) {
@@ -84,7 +104,7 @@ void AppendToFile(const std::filesystem::path& path, std::string_view contents,
 void DropCachedPages(const std::filesystem::path& path) {
   const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (fd < 0) return;
-  ::posix_fadvise(fd, 0, 0, POSIX_FADV_DONTNEED);
+  if (!HasUnwrittenPages(fd)) ::posix_fadvise(fd, 0, 0, POSIX_FADV_DONTNEED);
   ::close(fd);
 }
 

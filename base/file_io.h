@@ -21,8 +21,10 @@ void WriteFileAtomically(const std::filesystem::path& path, std::string_view con
 void AppendToFile(const std::filesystem::path& path, std::string_view contents,
                   std::string_view source);
 
-// Asks the kernel to drop the cached pages of an existing file (it stays on disk as it is).
-// Harmless when the file does not exist.
+// Asks the kernel to drop the cached pages of an existing file (it stays on disk as it is),
+// unless some of them are not on disk yet: dropping those would first write them out. Where
+// the kernel cannot tell (before Linux 6.5) the pages are dropped all the same. Harmless when
+// the file does not exist.
 void DropCachedPages(const std::filesystem::path& path);
 
 }  // namespace qb
