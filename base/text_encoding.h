@@ -19,6 +19,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "base/utf8.h"
+
 namespace qb {
 
 enum class Encoding : uint8_t { Windows1252, Utf8, Latin1, Cp437, Cp850, Ebcdic037, Ebcdic500 };
@@ -38,8 +40,6 @@ inline bool IsEbcdic(Encoding e) {
 // The UTF-8 byte-order mark, which selects UTF-8 for a report and an RDF.
 inline constexpr std::string_view kUtf8Bom = "\xEF\xBB\xBF";
 
-// Appends code point `cp` as UTF-8.
-void AppendUtf8(std::string& out, char32_t cp);
 // UTF-8 text as code points, each sequence that is not valid UTF-8 one U+FFFD; and back.
 std::u32string CodePoints(std::string_view utf8);
 std::string Utf8(std::u32string_view text);

@@ -16,6 +16,7 @@
 #include <thread>
 #include <vector>
 
+#include "base/utf8.h"
 #include "preprocess/pdf_reader.h"
 
 namespace {
@@ -32,7 +33,7 @@ struct PageWords {
 
 // Appends UTF-16 `text` to `out` as UTF-8; a lone surrogate becomes U+FFFD. poppler-cpp's
 // own to_utf8 opens an iconv conversion for every word.
-void AppendUtf8(const poppler::ustring& text, std::string& out) {
+void AppendUtf16(const poppler::ustring& text, std::string& out) {
   for (size_t i = 0; i < text.size(); ++i) {
     char32_t cp = text[i];
     if (cp >= 0xD800 && cp <= 0xDFFF) {
@@ -44,21 +45,7 @@ void AppendUtf8(const poppler::ustring& text, std::string& out) {
         cp = 0xFFFD;
       }
     }
-    if (cp < 0x80) {
-      out += static_cast<char>(cp);
-    } else if (cp < 0x800) {
-      out += static_cast<char>(0xC0 | (cp >> 6));
-      out += static_cast<char>(0x80 | (cp & 0x3F));
-    } else if (cp < 0x10000) {
-      out += static_cast<char>(0xE0 | (cp >> 12));
-      out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-      out += static_cast<char>(0x80 | (cp & 0x3F));
-    } else {
-      out += static_cast<char>(0xF0 | (cp >> 18));
-      out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
-      out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-      out += static_cast<char>(0x80 | (cp & 0x3F));
-    }
+    qb::AppendUtf8(out, cp);
   }
 }
 
@@ -77,7 +64,7 @@ void ReadPage(poppler::document& doc, int index, PageWords& out) {
     out.words.reserve(boxes.size());
     for (const poppler::text_box& box : boxes) {
       const size_t start = out.chars.size();
-      AppendUtf8(box.text(), out.chars);
+      AppendUtf16(box.text(), out.chars);
       const poppler::rectf r = box.bbox();
       out.words.push_back({r.left(), r.top(), r.right(), r.bottom(), box.rotation() & 3, nullptr,
                            out.chars.size() - start});
