@@ -4,11 +4,12 @@
 //
 //   qb_text_pdf REPORT PAGES OUTPUT.pdf
 
-#include <cstdio>
 #include <fstream>
 #include <iostream>
 #include <string>
 #include <vector>
+
+#include "tests/tools/plain_pdf.h"
 
 namespace {
 
@@ -54,40 +55,10 @@ int main(int argc, char** argv) {
     ++lineOnPage;
   }
 
-  // Objects: 1 catalog, 2 page tree, 3 font, then each page and its content stream.
-  std::vector<std::string> objects = {"<< /Type /Catalog /Pages 2 0 R >>", "",
-                                      "<< /Type /Font /Subtype /Type1 /BaseFont /Courier >>"};
-  std::string kids;
-  for (const std::string& content : contents) {
-    const size_t page = objects.size() + 1;
-    kids += std::to_string(page) + " 0 R ";
-    objects.push_back(
-        "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 792 612] /Resources << /Font << /F1 3 0 R "
-        ">> >> /Contents " +
-        std::to_string(page + 1) + " 0 R >>");
-    objects.push_back("<< /Length " + std::to_string(content.size()) + " >>\nstream\n" + content +
-                      "endstream");
-  }
-  objects[1] =
-      "<< /Type /Pages /Kids [" + kids + "] /Count " + std::to_string(contents.size()) + " >>";
-
+  std::vector<qb::test::PlainPage> pages;
+  for (std::string& content : contents) pages.push_back({std::move(content), 792, 612});
   std::ofstream out(argv[3], std::ios::binary);
-  std::string xref = "xref\n0 " + std::to_string(objects.size() + 1) + "\n0000000000 65535 f \n";
-  size_t offset = 0;
-  auto put = [&](const std::string& text) {
-    out << text;
-    offset += text.size();
-  };
-  put("%PDF-1.4\n");
-  for (size_t i = 0; i < objects.size(); ++i) {
-    char entry[24];
-    std::snprintf(entry, sizeof entry, "%010zu 00000 n \n", offset);
-    xref += entry;
-    put(std::to_string(i + 1) + " 0 obj\n" + objects[i] + "\nendobj\n");
-  }
-  const size_t start = offset;
-  put(xref + "trailer\n<< /Size " + std::to_string(objects.size() + 1) +
-      " /Root 1 0 R >>\nstartxref\n" + std::to_string(start) + "\n%%EOF\n");
+  out << qb::test::PlainPdf(pages);
   out.close();
   if (!out) {
     std::cerr << "qb_text_pdf: cannot write " << argv[3] << "\n";

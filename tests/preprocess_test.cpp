@@ -8,6 +8,7 @@
 #include "preprocess/pdf_layout.h"
 #include "run/conversion_job.h"
 #include "tests/engine_fixture.h"
+#include "tests/tools/plain_pdf.h"
 
 namespace qb {
 namespace {
@@ -331,23 +332,7 @@ std::string OnePagePdf(int rotate, const char* matrix, const std::vector<std::st
     content += "BT /F1 10 Tf " + std::string(matrix) + " " + std::to_string(x) + " " +
                std::to_string(y) + " Tm (" + lines[i] + ") Tj ET\n";
   }
-  const std::string objects[] = {
-      "<< /Type /Catalog /Pages 2 0 R >>", "<< /Type /Pages /Kids [3 0 R] /Count 1 >>",
-      "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 612 792] /Rotate " + std::to_string(rotate) +
-          " /Resources << /Font << /F1 5 0 R >> >> /Contents 4 0 R >>",
-      "<< /Length " + std::to_string(content.size()) + " >>\nstream\n" + content + "endstream",
-      "<< /Type /Font /Subtype /Type1 /BaseFont /Courier >>"};
-  std::string pdf = "%PDF-1.4\n";
-  std::string xref = "xref\n0 6\n0000000000 65535 f \n";
-  for (size_t i = 0; i < std::size(objects); ++i) {
-    char entry[24];
-    std::snprintf(entry, sizeof entry, "%010zu 00000 n \n", pdf.size());
-    xref += entry;
-    pdf += std::to_string(i + 1) + " 0 obj\n" + objects[i] + "\nendobj\n";
-  }
-  const size_t start = pdf.size();
-  return pdf + xref + "trailer\n<< /Size 6 /Root 1 0 R >>\nstartxref\n" + std::to_string(start) +
-         "\n%%EOF\n";
+  return test::PlainPdf({{content, 612, 792, rotate}});
 }
 
 TEST_F(PdfTest, TurnedPagesAndTextPrintedSidewaysAreLaidOutUpright) {
@@ -399,38 +384,16 @@ TEST_F(PdfTest, TurnedPagesAndTextPrintedSidewaysAreLaidOutUpright) {
 
 // A PDF of upright US Letter pages in Courier, each with its `pages` lines.
 std::string PagesPdf(const std::vector<std::vector<std::string>>& pages) {
-  // Objects: 1 catalog, 2 page tree, 3 font, then each page and its contents.
-  std::vector<std::string> objects = {"<< /Type /Catalog /Pages 2 0 R >>", "",
-                                      "<< /Type /Font /Subtype /Type1 /BaseFont /Courier >>"};
-  std::string kids;
+  std::vector<test::PlainPage> plain;
   for (const std::vector<std::string>& lines : pages) {
-    const size_t page = objects.size() + 1;
-    kids += std::to_string(page) + " 0 R ";
     std::string content;
     for (size_t i = 0; i < lines.size(); ++i) {
       content += "BT /F1 10 Tf 72 " + std::to_string(700 - 12 * static_cast<int>(i)) + " Td (" +
                  lines[i] + ") Tj ET\n";
     }
-    objects.push_back(
-        "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 612 792] /Resources << /Font "
-        "<< /F1 3 0 R >> >> /Contents " +
-        std::to_string(page + 1) + " 0 R >>");
-    objects.push_back("<< /Length " + std::to_string(content.size()) + " >>\nstream\n" + content +
-                      "endstream");
+    plain.push_back({content});
   }
-  objects[1] =
-      "<< /Type /Pages /Kids [" + kids + "] /Count " + std::to_string(pages.size()) + " >>";
-  std::string pdf = "%PDF-1.4\n";
-  std::string xref = "xref\n0 " + std::to_string(objects.size() + 1) + "\n0000000000 65535 f \n";
-  for (size_t i = 0; i < objects.size(); ++i) {
-    char entry[24];
-    std::snprintf(entry, sizeof entry, "%010zu 00000 n \n", pdf.size());
-    xref += entry;
-    pdf += std::to_string(i + 1) + " 0 obj\n" + objects[i] + "\nendobj\n";
-  }
-  const size_t start = pdf.size();
-  return pdf + xref + "trailer\n<< /Size " + std::to_string(objects.size() + 1) +
-         " /Root 1 0 R >>\nstartxref\n" + std::to_string(start) + "\n%%EOF\n";
+  return test::PlainPdf(plain);
 }
 
 // A long PDF is read by several threads at once: its pages still come out whole, each once,
