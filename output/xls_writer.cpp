@@ -368,10 +368,6 @@ void WriteStream(const SheetData& sheet, const std::function<void(const std::str
   throw QbError(kPathFileAccess, "SaveAs", "Cannot write the workbook: " + why).at(path);
 }
 
-}  // namespace
-
-namespace {
-
 // A spilled cell: row and column (16 bits each), kind and bold, three zero bytes, and the
 // number's bits or the text's index.
 constexpr size_t kSpilledCell = 16;
