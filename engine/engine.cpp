@@ -107,9 +107,12 @@ bool Engine::Identifies(const std::filesystem::path& rdfPath,
   CreateRecordsets();
   if (!GetRDFInfo(rdfPath) || !LoadRDFHeader(rdfPath)) return false;
   bool tested = false;
-  if (tables.rsIdentify.RecordCount() > 0) {
+  if (Recordset& rs = tables.rsIdentify; rs.RecordCount() > 0) {
     if (!GetReportID(reportPath) || !reportIdMatched_) return false;
-    tested = true;
+    // Only a test the report met tells it apart: the layout for reports that meet none
+    // (flags all 0) would claim every report.
+    for (rs.MoveFirst(); !rs.IsEOF() && !tested; rs.MoveNext())
+      tested = rs.GetText(col::Identify::fldFLG) == "1";
   }
   if (const std::optional<bool> program = ProgramMatches(reportPath)) {
     if (!*program) return false;

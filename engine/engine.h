@@ -47,10 +47,11 @@ class Engine {
   std::optional<std::string> GetReportID(const std::filesystem::path& reportPath);
 
   // Whether this RDF tells `reportPath` for its own by the report's text: its identification
-  // rules find a layout for it (not the "01" that none gives), and, where "pfset" names a
-  // line of the report, the program printed there is the RDF's. An RDF with neither test
-  // tells nothing and does not identify the report. Loads the RDF's first line and header
-  // part in place of what was loaded.
+  // rules find a layout for it because the report met one of their tests (not the "01" that
+  // none gives, nor a layout for reports that meet no test), and, where "pfset" names a
+  // line of the report, the program printed there is the RDF's. Where neither test says
+  // yes, the RDF does not identify the report; where either says no, neither. Loads the
+  // RDF's first line and header part in place of what was loaded.
   bool Identifies(const std::filesystem::path& rdfPath, const std::filesystem::path& reportPath);
   // The detail part of `reportId` into rsMarkers, rsPickups, rsFields, rsSettings, rsLines.
   bool LoadRDFDetail(std::string_view reportId, const std::filesystem::path& rdfPath);

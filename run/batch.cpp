@@ -6,6 +6,7 @@
 #include <charconv>
 #include <condition_variable>
 #include <cstdio>
+#include <map>
 #include <set>
 #include <thread>
 
@@ -43,56 +44,112 @@ bool IsGlob(std::string_view s) {
   return s.find_first_of("*?[") != std::string_view::npos;
 }
 
-// Files a folder holds that are not reports: RDFs, logs, settings, workbooks, hidden files.
+// Files a folder holds that are not reports: RDFs, logs, settings, workbooks, manifests,
+// hidden files.
 bool NotAReport(const fs::path& file) {
-  static const std::set<std::string> kNot = {".rdf", ".log", ".ini", ".xls", ".xlsx", ".part"};
+  static const std::set<std::string> kNot = {".rdf",  ".log",  ".ini",  ".xls",
+                                             ".xlsx", ".part", ".jsonl"};
   std::string ext = file.extension().string();
   std::transform(ext.begin(), ext.end(), ext.begin(),
                  [](unsigned char c) { return std::tolower(c); });
   return kNot.contains(ext) || file.filename().string().starts_with(".");
 }
 
-// The reports one input names, in name order for folders and globs.
-std::vector<fs::path> Expand(const std::string& input, bool recursive, std::string_view type) {
+// A path as the file system resolves it (links, "." and ".."), so that two spellings of one
+// file compare equal; the file need not exist yet.
+fs::path Resolved(const fs::path& path) {
+  std::error_code ec;
+  fs::path resolved = fs::weakly_canonical(path, ec);
+  return ec ? fs::absolute(path, ec).lexically_normal() : resolved;
+}
+
+QbError FolderError(const fs::path& folder, const std::error_code& ec) {
+  return QbError(ec == std::errc::permission_denied ? kPathFileAccess : kPathNotFound,
+                 std::string(kSource), "the folder cannot be read: " + ec.message())
+      .at(folder);
+}
+
+// An earlier batch's output beside its report is not a report: a file of the output type
+// that shares its name with another report of the folder, and was written after it.
+void DropEarlierOutputs(std::vector<fs::path>& found, std::string_view type) {
+  std::map<fs::path, fs::file_time_type> reports;  // stem -> the newest report of that stem
+  std::error_code ec;
+  for (const fs::path& f : found) {
+    if (f.extension() == type) continue;
+    const auto written = fs::last_write_time(f, ec);
+    if (ec) continue;
+    auto [at, added] = reports.emplace(f.parent_path() / f.stem(), written);
+    if (!added) at->second = std::max(at->second, written);
+  }
+  std::erase_if(found, [&](const fs::path& f) {
+    if (f.extension() != type) return false;
+    const auto report = reports.find(f.parent_path() / f.stem());
+    return report != reports.end() && fs::last_write_time(f, ec) >= report->second && !ec;
+  });
+}
+
+// The reports one input names, in name order for folders and globs. Outputs beside their
+// reports (`besideReports`) leave an earlier batch's outputs in the folder, which are no
+// reports.
+std::vector<fs::path> Expand(const std::string& input, bool recursive, std::string_view type,
+                             bool besideReports) {
   std::vector<fs::path> found;
   std::error_code ec;
   if (IsGlob(input) && !fs::exists(input, ec)) {
     glob_t g{};
     if (::glob(input.c_str(), 0, nullptr, &g) == 0) {
       for (size_t i = 0; i < g.gl_pathc; ++i) {
-        if (fs::is_regular_file(g.gl_pathv[i], ec)) found.emplace_back(g.gl_pathv[i]);
+        if (fs::is_regular_file(g.gl_pathv[i], ec) && !NotAReport(g.gl_pathv[i]))
+          found.emplace_back(g.gl_pathv[i]);
       }
     }
     ::globfree(&g);
+    if (besideReports) DropEarlierOutputs(found, type);
     if (found.empty()) {
       throw QbError(kFileNotFound, std::string(kSource), "no report matches \"" + input + "\"");
     }
     return found;
   }
   // A report named may also be a named pipe (a report unpacked on the fly).
-  if (const auto kind = fs::status(input, ec); fs::is_regular_file(kind) || fs::is_fifo(kind))
-    return {fs::path(input)};
-  if (!fs::is_directory(input, ec)) {
+  const auto kind = fs::status(input, ec);
+  if (fs::is_regular_file(kind) || fs::is_fifo(kind)) return {fs::path(input)};
+  if (fs::exists(kind) && !fs::is_directory(kind)) {
+    throw QbError(kFileNotFound, std::string(kSource),
+                  "not a report: only files and folders are converted")
+        .at(input);
+  }
+  if (!fs::is_directory(kind)) {
     throw QbError(kFileNotFound, std::string(kSource), "no such report or folder").at(input);
   }
-  auto take = [&](const fs::directory_entry& e) {
-    if (e.is_regular_file(ec) && !NotAReport(e.path())) found.push_back(e.path());
+  auto take = [&found](const fs::directory_entry& e) {
+    std::error_code entry;
+    if (e.is_regular_file(entry) && !NotAReport(e.path())) found.push_back(e.path());
   };
   if (recursive) {
-    for (const auto& e : fs::recursive_directory_iterator(input, ec)) take(e);
+    // Links to folders are not followed, so a link back up cannot make the walk endless.
+    fs::recursive_directory_iterator it(input, ec), end;
+    if (ec) throw FolderError(input, ec);
+    for (; it != end; it.increment(ec)) {
+      if (ec) break;
+      take(*it);
+    }
+    if (ec) throw FolderError(it != end ? it->path().parent_path() : fs::path(input), ec);
   } else {
-    for (const auto& e : fs::directory_iterator(input, ec)) take(e);
+    fs::directory_iterator it(input, ec), end;
+    if (ec) throw FolderError(input, ec);
+    for (; it != end; it.increment(ec)) {
+      if (ec) throw FolderError(input, ec);
+      take(*it);
+    }
   }
   std::sort(found.begin(), found.end());
-  // An earlier batch's outputs beside their reports are not reports: a file of the output
-  // type whose name another report of the folder shares.
-  std::set<fs::path> stems;
-  for (const fs::path& f : found) {
-    if (f.extension() != type) stems.insert(f.parent_path() / f.stem());
+  if (besideReports) DropEarlierOutputs(found, type);
+  if (found.empty()) {
+    throw QbError(kFileNotFound, std::string(kSource),
+                  recursive ? "no reports in this folder or the folders below it"
+                            : "no reports in this folder")
+        .at(input);
   }
-  std::erase_if(found, [&](const fs::path& f) {
-    return f.extension() == type && stems.contains(f.parent_path() / f.stem());
-  });
   return found;
 }
 
@@ -133,26 +190,37 @@ void Batch::Plan() {
     throw QbError(kInvalidCall, std::string(kSource),
                   "the output type \"" + type + "\" is none of .txt, .csv, .xls and .xlsx");
   }
+  // Each report once, however often and however spelt it was named.
   std::vector<fs::path> reports;
+  std::map<fs::path, size_t> reportAt;  // resolved path -> index in `reports`
   for (const std::string& input : request_.inputs) {
-    for (fs::path& r : Expand(input, request_.recursive, type)) {
-      if (std::find(reports.begin(), reports.end(), r) == reports.end())
-        reports.push_back(std::move(r));
+    for (fs::path& r : Expand(input, request_.recursive, type, request_.outputDir.empty())) {
+      if (reportAt.emplace(Resolved(r), reports.size()).second) reports.push_back(std::move(r));
     }
   }
   std::vector<fs::path> rdfs;  // the RDF folder's, for identification
   std::error_code ec;
   if (!request_.rdfDir.empty()) {
-    for (const auto& e : fs::directory_iterator(request_.rdfDir, ec)) {
-      std::string ext = e.path().extension().string();
+    if (!fs::is_directory(request_.rdfDir, ec)) {
+      throw QbError(
+          kPathNotFound, std::string(kSource),
+          fs::exists(request_.rdfDir, ec) ? "the RDF folder is not a folder" : "no such RDF folder")
+          .at(request_.rdfDir);
+    }
+    fs::directory_iterator it(request_.rdfDir, ec), end;
+    for (; !ec && it != end; it.increment(ec)) {
+      std::string ext = it->path().extension().string();
       std::transform(ext.begin(), ext.end(), ext.begin(),
                      [](unsigned char c) { return std::tolower(c); });
-      if (e.is_regular_file(ec) && ext == ".rdf") rdfs.push_back(e.path());
+      std::error_code entry;
+      if (ext == ".rdf" && it->is_regular_file(entry)) rdfs.push_back(it->path());
     }
-    if (ec)
-      throw QbError(kPathNotFound, std::string(kSource), "no such RDF folder").at(request_.rdfDir);
+    if (ec) throw FolderError(request_.rdfDir, ec);
     std::sort(rdfs.begin(), rdfs.end());
   }
+  // Auto-find looks in the RDF folder named for the batch, else in that of the settings.
+  const std::string autoFindFolder =
+      request_.rdfDir.empty() ? app.Settings[Key::rdfdir] : request_.rdfDir.string();
   std::optional<clsSystem> system;
   try {
     system = ParseSystemEntry(app.Settings[Key::pfset], std::string(kSource));
@@ -160,7 +228,6 @@ void Batch::Plan() {
     // A damaged "pfset": no auto-find; identification or the given RDF still work.
   }
   Engine identify(app);
-  std::set<fs::path> outputs;
   for (const fs::path& report : reports) {
     BatchItem item;
     item.report = report;
@@ -175,7 +242,7 @@ void Batch::Plan() {
       item.rdf = request_.rdf;
       item.rdfChosenBy = "given";
     } else if (std::optional<fs::path> found =
-                   system ? FindRdf(report, *system, app.Settings[Key::rdfdir]) : std::nullopt;
+                   system ? FindRdf(report, *system, autoFindFolder) : std::nullopt;
                found && fs::is_regular_file(*found, ec)) {
       item.rdf = *found;
       item.rdfChosenBy = "auto-find";
@@ -203,22 +270,46 @@ void Batch::Plan() {
       }
     }
     if (item.result == BatchItem::Result::Planned) {
-      if (outputs.contains(item.output)) {
-        fail("another report of the batch writes " + item.output.string());
+      if (const auto other = reportAt.find(Resolved(item.output)); other != reportAt.end()) {
+        fail(reports[other->second] == report
+                 ? std::string("the output would be the report itself")
+                 : "the output would replace " + reports[other->second].string() +
+                       ", a report of this batch: write the outputs to another folder");
       } else if (fs::equivalent(item.output, report, ec)) {
         fail("the output would be the report itself");
-      } else if (fs::exists(item.output, ec)) {
-        if (request_.existing == BatchRequest::Existing::Skip) {
-          item.result = BatchItem::Result::Skipped;
-          item.message = "the output exists";
-        } else if (request_.existing == BatchRequest::Existing::Refuse) {
-          fail("the output " + item.output.string() +
-               " exists: overwrite it, or skip such reports");
-        }
+      } else if (fs::equivalent(item.output, item.rdf, ec)) {
+        fail("the output would be the RDF itself");
       }
     }
-    if (item.result != BatchItem::Result::Failed) outputs.insert(item.output);
     items_.push_back(std::move(item));
+  }
+  // Two reports that would write one output: neither is converted.
+  std::map<fs::path, std::vector<size_t>> writers;
+  for (size_t i = 0; i < items_.size(); ++i) {
+    if (items_[i].result == BatchItem::Result::Planned)
+      writers[Resolved(items_[i].output)].push_back(i);
+  }
+  for (const auto& [output, indexes] : writers) {
+    if (indexes.size() < 2) continue;
+    std::string names;
+    for (size_t i : indexes) names += (names.empty() ? "" : ", ") + items_[i].report.string();
+    for (size_t i : indexes) {
+      items_[i].result = BatchItem::Result::Failed;
+      items_[i].message = "more than one report of the batch would write " +
+                          items_[i].output.string() + " (" + names +
+                          "): convert them apart, or rename one";
+    }
+  }
+  for (BatchItem& item : items_) {
+    if (item.result != BatchItem::Result::Planned || !fs::exists(item.output, ec)) continue;
+    if (request_.existing == BatchRequest::Existing::Skip) {
+      item.result = BatchItem::Result::Skipped;
+      item.message = "the output exists";
+    } else if (request_.existing == BatchRequest::Existing::Refuse) {
+      item.result = BatchItem::Result::Failed;
+      item.message =
+          "the output " + item.output.string() + " exists: overwrite it, or skip such reports";
+    }
   }
 }
 

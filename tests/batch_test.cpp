@@ -97,25 +97,27 @@ TEST_F(BatchTest, EachReportGetsItsRdfAndAFailureStopsNoOther) {
 }
 
 TEST_F(BatchTest, IdentificationByTheReportsOwnTextAndAmbiguityNamesBoth) {
-  // The systems-list line names the program printed at the top of each report; auto-find
-  // looks in an empty folder, so each RDF comes from identification in the RDF folder.
+  // The RDF folder's RDFs are not named after the programs, so auto-find (the systems-list
+  // line names the program printed at the top of each report) finds none of them there, and
+  // each RDF comes from identification.
+  fs::create_directories(home_ / "ids");
+  fs::copy_file(Sample("APCHK01.rdf"), home_ / "ids" / "checks.rdf");
+  fs::copy_file(Sample("ARAGE02.rdf"), home_ / "ids" / "aging.rdf");
+  fs::copy_file(Sample("ARINV01.rdf"), home_ / "ids" / "invoices.rdf");
   Copy("APCHK01.txt", "march-checks.txt");
   Copy("APCHK01D.txt", "march-check-detail.txt");
   Copy("ARAGE02.txt", "march-aging.txt");
   app_.Settings.Item(Key::pfset).Value = "Ledgerline Financials,1,1,8, ";
-  app_.Settings.Item(Key::rdfdir).Value = (home_ / "empty").string();
   BatchRequest request;
   request.inputs = {(home_ / "in" / "march-*.txt").string()};
-  request.rdfDir = home_ / "rdfs";
-  request.outputType = ".txt";
-  request.outputDir = home_ / "out";  // beside the reports, a .txt output would be the report
-  fs::create_directories(request.outputDir);
+  request.rdfDir = home_ / "ids";
+  request.outputType = ".csv";
   Batch batch(app_, request);
   batch.Plan();
   ASSERT_EQ(batch.Items().size(), 3u);
-  for (const auto& [report, rdf] : {std::pair("march-checks.txt", "APCHK01.rdf"),
-                                    std::pair("march-check-detail.txt", "APCHK01.rdf"),
-                                    std::pair("march-aging.txt", "ARAGE02.rdf")}) {
+  for (const auto& [report, rdf] : {std::pair("march-checks.txt", "checks.rdf"),
+                                    std::pair("march-check-detail.txt", "checks.rdf"),
+                                    std::pair("march-aging.txt", "aging.rdf")}) {
     EXPECT_EQ(Item(batch, report).rdf.filename(), rdf) << report;
     EXPECT_EQ(Item(batch, report).rdfChosenBy, "identification");
   }
@@ -125,17 +127,83 @@ TEST_F(BatchTest, IdentificationByTheReportsOwnTextAndAmbiguityNamesBoth) {
             ReadFile(Item(batch, "march-checks.txt").output));  // each its own layout
 
   // A second RDF for the same program: neither is chosen, and the message names both.
-  fs::copy_file(Sample("APCHK01.rdf"), home_ / "rdfs" / "APCHK99.rdf");
+  fs::copy_file(Sample("APCHK01.rdf"), home_ / "ids" / "checks-copy.rdf");
   request.existing = BatchRequest::Existing::Overwrite;
   Batch ambiguous(app_, request);
   ambiguous.Plan();
   const BatchItem& checks = Item(ambiguous, "march-checks.txt");
   EXPECT_EQ(checks.result, BatchItem::Result::Failed);
-  EXPECT_NE(checks.message.find("APCHK01.rdf, APCHK99.rdf"), std::string::npos) << checks.message;
+  EXPECT_NE(checks.message.find("checks-copy.rdf, checks.rdf"), std::string::npos)
+      << checks.message;
   EXPECT_EQ(Item(ambiguous, "march-aging.txt").result, BatchItem::Result::Planned);
+  fs::remove(home_ / "ids" / "checks-copy.rdf");
+
+  // By file name, auto-find looks in the RDF folder of the batch. Without the program line,
+  // only a test the report meets identifies it: the check RDF's layout for reports without
+  // "DETAIL" claims no other report.
+  Copy("ARINV01.txt", "invoices.txt");
+  app_.Settings.Item(Key::pfset).Value = "Default - By Filename,0,1,1,.";
+  request.inputs.push_back((home_ / "in" / "invoices.txt").string());
+  Batch byName(app_, request);
+  byName.Plan();
+  EXPECT_EQ(Item(byName, "invoices.txt").rdfChosenBy, "auto-find");
+  EXPECT_EQ(Item(byName, "march-check-detail.txt").rdf.filename(), "checks.rdf");
+  for (const char* report : {"march-checks.txt", "march-aging.txt"}) {
+    EXPECT_EQ(Item(byName, report).result, BatchItem::Result::Failed) << report;
+    EXPECT_NE(Item(byName, report).message.find("identifies it"), std::string::npos);
+  }
 
   request.inputs = {(home_ / "in" / "april-*.txt").string()};
   EXPECT_THROW(Batch(app_, request).Plan(), QbError);
+  request.inputs = {(home_ / "empty").string()};
+  EXPECT_THROW(Batch(app_, request).Plan(), QbError);
+}
+
+// No report of a batch is ever written, and no output is written by two reports.
+TEST_F(BatchTest, NoReportIsReplacedAndNoOutputWrittenTwice) {
+  Copy("ARINV01.txt", "JAN.txt");
+  Copy("ARINV01.txt", "JAN.prn");
+  const std::string report = ReadFile(home_ / "in" / "JAN.txt");
+  const auto now = fs::last_write_time(home_ / "in" / "JAN.prn");
+  fs::last_write_time(home_ / "in" / "JAN.txt", now - std::chrono::hours(1));
+  BatchRequest request;
+  request.inputs = {(home_ / "in").string()};
+  request.rdf = home_ / "rdfs" / "ARINV01.rdf";
+  request.outputType = ".txt";
+  request.existing = BatchRequest::Existing::Overwrite;
+  // JAN.txt is older than JAN.prn, so no output of it: both are reports, and JAN.prn's
+  // output would replace JAN.txt.
+  Batch beside(app_, request);
+  beside.Plan();
+  ASSERT_EQ(beside.Items().size(), 2u);
+  EXPECT_NE(Item(beside, "JAN.prn").message.find("a report of this batch"), std::string::npos)
+      << Item(beside, "JAN.prn").message;
+  EXPECT_NE(Item(beside, "JAN.txt").message.find("the report itself"), std::string::npos);
+  beside.Run();
+  EXPECT_EQ(beside.ExitStatus(), 1);
+  EXPECT_EQ(ReadFile(home_ / "in" / "JAN.txt"), report);
+
+  // Written after JAN.prn, JAN.txt is taken for its output of an earlier batch.
+  fs::last_write_time(home_ / "in" / "JAN.txt", now + std::chrono::hours(1));
+  Batch again(app_, request);
+  again.Plan();
+  ASSERT_EQ(again.Items().size(), 1u);
+  EXPECT_EQ(again.Items()[0].result, BatchItem::Result::Planned);
+
+  // Into one folder, the two would write one output: neither runs. One report named twice,
+  // however spelt, is one report.
+  request.outputDir = home_ / "out";
+  fs::create_directories(request.outputDir);
+  request.inputs = {(home_ / "in").string(), (home_ / "in" / "." / "JAN.prn").string()};
+  Batch clash(app_, request);
+  clash.Plan();
+  ASSERT_EQ(clash.Items().size(), 2u);
+  for (const BatchItem& item : clash.Items()) {
+    EXPECT_EQ(item.result, BatchItem::Result::Failed) << item.report;
+    EXPECT_NE(item.message.find("JAN.prn, "), std::string::npos) << item.message;
+  }
+  clash.Run();
+  EXPECT_TRUE(fs::is_empty(request.outputDir));
 }
 
 }  // namespace
