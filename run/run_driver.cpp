@@ -133,7 +133,7 @@ bool RunDriver::Run(const std::filesystem::path& report, const std::filesystem::
   }
   converter_.FinishErrorReport();
   stats_.runTime = std::chrono::steady_clock::now() - start;
-  stats_.linesWritten = converter_.State().LinesWritten;
+  stats_.linesWritten = stats_.previousKept ? 0 : converter_.State().LinesWritten;
   stats_.linesProcessed = linesProcessed_;
   stats_.piecesMatched = converter_.State().PiecesMatched;
   stats_.lineErrors = converter_.Errors();
@@ -177,6 +177,8 @@ void RunDriver::Process(const std::filesystem::path& report, const std::filesyst
                       text.alphabet().Units(RdfHeading(engine_.tables), engine_.flags.RdfUtf8),
                       &log,
                       &text.alphabet()};
+  std::error_code ec;
+  const bool replacing = !output.empty() && std::filesystem::is_regular_file(output, ec);
   std::unique_ptr<OutputSink> sink;
   try {
     sink = output.empty() ? DiscardingSink() : OpenOutputSink(options_, target);
@@ -244,6 +246,11 @@ void RunDriver::Process(const std::filesystem::path& report, const std::filesyst
   }
   converter_.SetSink(nullptr);
   if (abandon_) return sink->Abandon();
+  if (state.CancelFlag && replacing) {
+    stats_.previousKept = true;
+    log.WriteLog("Process", "Cancelled: the output that was there is kept");
+    return sink->Abandon();
+  }
   try {
     sink->Finish();
   } catch (const QbError& e) {

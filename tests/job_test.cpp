@@ -88,6 +88,8 @@ TEST_F(ConversionJobTest, AFailedRunLeavesThePreviousOutputAndNoTemporaryFile) {
   }
 }
 
+// Abandoned, a run writes nothing; cancelled, it keeps its rows so far, unless it was replacing
+// an output: that one stays as it was.
 TEST_F(ConversionJobTest, AnAbandonedRunWritesNothingAndACancelledOneKeepsItsRows) {
   for (const OutputKind& kind : kKinds) {
     const auto output = home_ / (std::string("out") + kind.extension);
@@ -103,19 +105,26 @@ TEST_F(ConversionJobTest, AnAbandonedRunWritesNothingAndACancelledOneKeepsItsRow
       EXPECT_EQ(ReadFile(output), "previous output") << kind.name;
       EXPECT_EQ(Files(home_.path()), Expected(kind)) << kind.name;
     }
-    {
+    for (const bool replacing : {true, false}) {
+      if (!replacing) std::filesystem::remove(output);
       ConversionJob job(app_, ui_, Request(kind));
       ui_.onProgress = [&job](int pct) {
         if (pct >= 40) job.Cancel();
       };
       EXPECT_TRUE(job.Run()) << kind.name;
       EXPECT_TRUE(job.Stats().cancelled) << kind.name;
-      EXPECT_NE(ReadFile(output), "previous output") << kind.name;
+      EXPECT_EQ(job.Stats().previousKept, replacing) << kind.name;
+      EXPECT_EQ(Files(home_.path()), Expected(kind)) << kind.name;
+      if (replacing) {
+        EXPECT_EQ(ReadFile(output), "previous output") << kind.name;
+        EXPECT_EQ(job.Stats().linesWritten, 0) << kind.name;
+        continue;
+      }
+      EXPECT_GT(job.Stats().linesWritten, 0) << kind.name;
       if (std::string_view(kind.extension) != ".xls") {
         EXPECT_EQ(test::ReadLines(output).size(), static_cast<size_t>(job.Stats().linesWritten) + 1)
             << kind.name;
       }
-      EXPECT_EQ(Files(home_.path()), Expected(kind)) << kind.name;
     }
     ui_.onProgress = nullptr;
     std::filesystem::remove(output);
