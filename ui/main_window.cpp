@@ -326,7 +326,8 @@ void MainWindow::BuildControls() {
   btnRun_->setDefault(true);
   btnCancel_ = new QPushButton("&Cancel", central);
   btnCancel_->setObjectName("btnCancel");
-  btnCancel_->setToolTip("Stop the run; the rows so far are written (Esc)");
+  btnCancel_->setToolTip(
+      "Stop the run; the rows so far are written, unless they would replace an output (Esc)");
   btnCancel_->hide();
   bottom->addWidget(lblStatus_);
   bottom->addWidget(prgRun_, 1);
@@ -766,11 +767,15 @@ void MainWindow::RunEnd(bool ok) {
   worker_.join();
   const RunStats& stats = job_->Stats();
   lblRunTime_->setText(Q(stats.RunTimeText()));
-  lblLinesWritten_->setText(ok ? Q(stats.LinesWrittenText()) : QStringLiteral("Nothing Written"));
+  lblLinesWritten_->setText(ok && !stats.previousKept ? Q(stats.LinesWrittenText())
+                                                      : QStringLiteral("Nothing Written"));
   lblLinesProcessed_->setText(Q(stats.LinesProcessedText()));
   QStringList findings;
   if (ok) {
     for (const std::string& line : job_->Findings()) findings << Q(line);
+    if (stats.previousKept) {
+      findings << "Cancelled before the end: the output that was there is kept as it was.";
+    }
     QApplication::beep();
   } else {
     const std::optional<QbError>& error = job_->LastError();
