@@ -32,7 +32,8 @@ void RunTally::Marker(const MarkerRow* row) {
   }
   ++unmatched_;
   // Leading blanks stay (they give the column), digits become n as in a "p" marker, so
-  // lines that differ only in their numbers count together.
+  // lines that differ only in their numbers count together; control characters become "."
+  // so that a binary file read as a report prints nothing a terminal would act on.
   const std::string_view begins = TrimRight(piece_.substr(0, kBeginning));
   if (begins.empty()) {
     ++blankUnmatched_;
@@ -40,7 +41,11 @@ void RunTally::Marker(const MarkerRow* row) {
   }
   beginning_.assign(begins);
   for (char& c : beginning_) {
-    if (c >= '0' && c <= '9') c = 'n';
+    if (c >= '0' && c <= '9') {
+      c = 'n';
+    } else if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) {
+      c = '.';
+    }
   }
   auto it = beginnings_.find(beginning_);
   if (it != beginnings_.end()) {
@@ -91,13 +96,21 @@ RunTally::Summary RunTally::Report(const std::string& report, const std::string&
     std::sort(top.begin(), top.end(), [](const auto& a, const auto& b) {
       return a.second != b.second ? a.second > b.second : a.first < b.first;
     });
-    if (top.size() > 10) top.resize(10);
+    constexpr size_t kShown = 10;
+    int64_t unshown = 0;
+    for (size_t i = kShown; i < top.size(); ++i) unshown += top[i].second;
+    const size_t unshownBeginnings = top.size() > kShown ? top.size() - kShown : 0;
+    if (top.size() > kShown) top.resize(kShown);
     s.lines.push_back("Unmatched pieces, by how they begin, digits shown as n (" +
                       std::to_string(blankUnmatched_) + " of them blank):");
     for (const auto& [text, n] : top) {
       char count[24];
       std::snprintf(count, sizeof count, "%10lld  \"", static_cast<long long>(n));
       s.lines.push_back(count + std::string(text) + "\"");
+    }
+    if (unshown > 0) {
+      s.lines.push_back("    (and " + std::to_string(unshown) + " more, of " +
+                        std::to_string(unshownBeginnings) + " other beginnings)");
     }
     if (otherUnmatched_ > 0) {
       s.lines.push_back("    (and " + std::to_string(otherUnmatched_) +
@@ -109,12 +122,13 @@ RunTally::Summary RunTally::Report(const std::string& report, const std::string&
     ++s.warnings;
     const Converter::ColumnField& c = columns[i];
     s.lines.push_back(rdf + ":" + std::to_string(c.rdfLine) + ": warning: field " +
-                      std::to_string(c.field) + " (\"" + c.label +
-                      "\") stayed empty in every one of the " + std::to_string(rows_) +
-                      " rows written: check its DLC rows' start and length, or that their "
+                      std::to_string(c.field) + " (\"" + c.label + "\") stayed empty in " +
+                      (rows_ == 1 ? std::string("the one row")
+                                  : "every one of the " + std::to_string(rows_) + " rows") +
+                      " written: check its DLC rows' start and length, or that their "
                       "record name, group and sequence ever apply");
   }
-  s.lines.push_back(std::to_string(rows_) + " rows written");
+  s.lines.push_back(std::to_string(rows_) + (rows_ == 1 ? " row written" : " rows written"));
   return s;
 }
 

@@ -336,6 +336,24 @@ TEST_F(TraceTest, TheTallyCountsMarkersUnmatchedBeginningsAndEmptyFields) {
             std::string::npos)
       << all;
   EXPECT_EQ(s.lines.back(), "3 rows written");
+
+  // More beginnings than are shown, one of them with a control character in it.
+  std::string many = "\x1b[31m boom\r\n";
+  for (char c = 'A'; c <= 'L'; ++c) many += std::string("Z") + c + " item\r\n";
+  WriteFile(home_ / "many.txt", many);
+  ConversionJob second(app_, ui_, Request(home_ / "many.txt", home_ / "t.rdf", ""));
+  RunTally manyTally(second.engine().tables);
+  second.Observe(&manyTally);
+  ASSERT_EQ(second.Check(), RunDriver::Check::Ready);
+  ASSERT_TRUE(second.Run());
+  std::string shown;
+  for (const std::string& l : manyTally.Report("many.txt", "t.rdf", second.ColumnFields()).lines)
+    shown += l + "\n";
+  EXPECT_NE(shown.find("         1  \".[nnm boom\""), std::string::npos) << shown;
+  EXPECT_EQ(shown.find('\x1b'), std::string::npos);
+  EXPECT_NE(shown.find("(and 3 more, of 3 other beginnings)"), std::string::npos) << shown;
+  EXPECT_NE(shown.find("stayed empty in the one row written"), std::string::npos);
+  EXPECT_TRUE(shown.ends_with("\n1 row written\n")) << shown;
 }
 
 }  // namespace
