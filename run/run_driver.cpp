@@ -87,9 +87,9 @@ bool RunDriver::Run(const std::filesystem::path& report, const std::filesystem::
   converter_.SetAlphabet(&units->alphabet());
   if (RunObserver* observer = converter_.Observer()) observer->Begin(units->alphabet());
   converter_.PrepareOutput(options_);
-  // The run's work files (a PDF's or delimited report's text, mode 6's rows) live in a folder
-  // of its own, removed when the run ends however it ends; one that a killed run left is
-  // removed by a later run once it is a day old.
+  // The run's work files (a PDF's or a rewritten print file's text, a workbook's rows) live
+  // in a folder of its own, removed when the run ends however it ends; one that a killed run
+  // left is removed by a later run once it is a day old.
   const std::filesystem::path out = engine_.app().ProgramFolder() / "out";
   RunFolder::RemoveStale(out, std::chrono::hours(24));
   RunFolder work(out);
