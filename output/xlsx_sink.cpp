@@ -43,6 +43,62 @@ std::string SheetNameOf(std::string_view heading, int number) {
   return name + suffix;
 }
 
+// A cell's text reaches the library as a C string, which ends at a NUL. The library writes
+// the other control characters but Tab and LF as escapes ("_x0001_" for U+0001), and a reader
+// decodes every "_x", four hex digits and "_" in a cell back into one character. So a NUL is
+// given as "_x0000_", and a "_" that would begin such an escape in the sheet ("_x0041_", or
+// "_x0041" before a NUL or a control character) as "_x005F_", the escape of "_", so that a
+// reader reads back the text as it was. "_X" is taken for "_x", for readers that ignore case.
+bool IsWrittenAsEscape(unsigned char c) {
+  return c < 0x20 && c != '\t' && c != '\n';
+}
+
+bool IsHexDigit(char c) {
+  const char lower = static_cast<char>(c | 0x20);
+  return (c >= '0' && c <= '9') || (lower >= 'a' && lower <= 'f');
+}
+
+bool BeginsEscape(std::string_view text, size_t at) {
+  constexpr size_t kEscape = 7;  // "_x0041_"
+  if (text.size() - at < kEscape || (text[at + 1] != 'x' && text[at + 1] != 'X')) return false;
+  for (size_t i = at + 2; i < at + 6; ++i) {
+    if (!IsHexDigit(text[i])) return false;
+  }
+  const auto end = static_cast<unsigned char>(text[at + 6]);
+  return end == '_' || IsWrittenAsEscape(end);
+}
+
+bool NeedsEscapes(std::string_view text) {
+  if (text.find('\0') != std::string_view::npos) return true;
+  for (size_t at = text.find('_'); at != std::string_view::npos; at = text.find('_', at + 1)) {
+    if (BeginsEscape(text, at)) return true;
+  }
+  return false;
+}
+
+// `text` (UTF-8) with the escapes above, into `out`. The library takes at most kMaxCellText
+// characters, escapes counted as their seven: false when the escaped text had to be cut there
+// (at a whole character or escape).
+bool Escape(std::string_view text, std::string& out) {
+  out.clear();
+  size_t characters = 0;
+  for (size_t i = 0; i < text.size(); ++i) {
+    const char c = text[i];
+    const char* const escape = c == '\0'                           ? "_x0000_"
+                               : c == '_' && BeginsEscape(text, i) ? "_x005F_"
+                                                                   : nullptr;
+    const size_t count = escape ? 7 : (static_cast<unsigned char>(c) & 0xC0) != 0x80;
+    if (characters + count > xls::kMaxCellText) return false;
+    characters += count;
+    if (escape) {
+      out.append(escape);
+    } else {
+      out.push_back(c);
+    }
+  }
+  return true;
+}
+
 class XlsxSink final : public OutputSink {
  public:
   XlsxSink(const OutputOptions& options, const OutputTarget& target);
@@ -71,8 +127,9 @@ class XlsxSink final : public OutputSink {
   void WriteHeader();
   // Puts `text` in column `c` of the current row as typed input.
   void Put(size_t c, std::string_view text, bool header);
-  // `text` as the library takes it: UTF-8, ending in a NUL (valid until the next call).
-  const char* LibraryText(std::string_view text);
+  // `text` as the library takes it: UTF-8, escaped as above, ending in a NUL (valid until the
+  // next call). Sets `cut` when the escapes made it too long for a cell and it was cut.
+  const char* LibraryText(std::string_view text, bool& cut);
   void Check(lxw_error error) const;
 
   // Appends `units` to `out` as UTF-8.
@@ -101,6 +158,7 @@ class XlsxSink final : public OutputSink {
   std::vector<xls::CutCell> cut_;  // the first that are logged
   size_t cutCount_ = 0;
   std::string text_;
+  std::string escaped_;  // text_ escaped, for the texts that need it
 };
 
 XlsxSink::XlsxSink(const OutputOptions& options, const OutputTarget& target)
@@ -202,19 +260,22 @@ void XlsxSink::Put(size_t c, std::string_view text, bool header) {
     column.longest = std::max(column.longest, xls::DisplayWidth(*number, column.numberFormat));
     return;
   }
-  if (text.size() > xls::kMaxCellText) {
-    if (cut_.size() < 20) {
-      cut_.push_back({static_cast<int>(row_) + 1, static_cast<int>(c) + 1, text.size(), sheets_});
-    }
-    ++cutCount_;
-    text = text.substr(0, xls::kMaxCellText);
-  }
+  const size_t length = text.size();
+  bool cut = length > xls::kMaxCellText;
+  if (cut) text = text.substr(0, xls::kMaxCellText);
   xmlBound_ += kXmlPerCharacter * text.size();
   column.longest = std::max(column.longest, text.size());
-  Check(lib_.worksheet_write_string(sheet_, row_, col, LibraryText(text), format));
+  const char* const given = LibraryText(text, cut);
+  if (cut) {
+    if (cut_.size() < 20) {
+      cut_.push_back({static_cast<int>(row_) + 1, static_cast<int>(c) + 1, length, sheets_});
+    }
+    ++cutCount_;
+  }
+  Check(lib_.worksheet_write_string(sheet_, row_, col, given, format));
 }
 
-const char* XlsxSink::LibraryText(std::string_view text) {
+const char* XlsxSink::LibraryText(std::string_view text, bool& cut) {
   text_.clear();
   unsigned char high = 0;
   for (char c : text) high |= static_cast<unsigned char>(c);
@@ -223,7 +284,9 @@ const char* XlsxSink::LibraryText(std::string_view text) {
   } else {
     AppendUtf8(text_, text);
   }
-  return text_.c_str();
+  if (!NeedsEscapes(text_)) return text_.c_str();
+  if (!Escape(text_, escaped_)) cut = true;
+  return escaped_.c_str();
 }
 
 void XlsxSink::Check(lxw_error error) const {

@@ -4,7 +4,8 @@
 // memory. The sheet is the .xls sheet: named by the RDF's heading, a bold header row, each
 // column's number format, wrap and width from its type code, every column aligned to the top
 // when one wraps, and the other columns as wide as their longest text (measured as the rows
-// pass, set before the workbook is closed, as .xls's AutoFit gives them).
+// pass, set before the workbook is closed, as .xls's AutoFit gives them). A text keeps every
+// character, a NUL and a control character as the escape that readers decode ("_x0000_").
 //
 // A sheet holds 1,048,576 rows, the header's included. The rows then go on on a second sheet
 // named like the first with " (2)", and so on, each beginning with the header row; the log

@@ -164,6 +164,23 @@ TEST_F(SpreadsheetTest, AnXlsxReplacesThePreviousOutputOnlyWhenFinished) {
   EXPECT_EQ(test::Files(home_.path()), before);
 }
 
+// A NUL reaches an .xlsx cell as a seven-character escape, and the workbook takes at most
+// 32,767 characters a cell, escapes counted whole: a text of NULs is cut where its escapes
+// fill the cell, and the log says which cell, where the workbook would refuse the cell.
+TEST_F(SpreadsheetTest, AnXlsxTextWhoseEscapesOverfillACellIsCut) {
+  OutputOptions options;
+  options.format = OutputFormat::Xlsx;
+  const OutputTarget target{home_ / "out.xlsx", home_.path(), {"c"}, "Rows", &app_.Log()};
+  ValueBuffer text;
+  text.assign(std::string(xls::kMaxCellText, '\0'));
+  const std::vector<const ValueBuffer*> values{&text};
+  std::unique_ptr<OutputSink> sink = OpenOutputSink(options, target);
+  sink->Row(values);
+  sink->Finish();
+  EXPECT_NE(Log().find("Row 1, column 1: a text of 32767 characters was cut"), std::string::npos)
+      << Log();
+}
+
 // A sheet filled row by row moves the rows it is done with to a work file: it holds only the
 // header and the rows still open, refuses a cell in a finished row, and saves the same
 // workbook, byte for byte, as a sheet held whole, with formats and bold set after the rows

@@ -88,6 +88,22 @@ class Workbooks(unittest.TestCase):
         self.assertEqual(widths["D"], len("1234.500") + 1)  # a number as its format shows it
         self.assertEqual([f for f in os.listdir(self.dir) if f.endswith(".part")], [])
 
+    def test_every_character_of_a_text_is_read_back(self):
+        # A NUL does not end its text; a text that looks like an escape, or becomes one before
+        # a NUL or a control character, is read back as it is, not decoded.
+        notes = ["HARBOR\x00IEW", "a\x01b\x1fc\x00", "_x0041_", "_X0041_", "_x0041\x01",
+                 "_x0041\x00", "_x00_x004", "_x005F_"]
+        rdf = self.write("t.rdf", RDF % "Any")
+        report = self.write("t.txt", "".join(line("D", note=n) for n in notes), encoding="cp1252")
+        out = os.path.join(self.dir, "t.xlsx")
+        self.convert(report, rdf, out)
+        sheet = openpyxl.load_workbook(out).worksheets[0]
+        self.assertEqual(sheet.cell(2, 7).value, "HARBOR_x0000_IEW")  # as the sheet's XML has it
+        self.assertEqual([row[6] for row in self.values(sheet)[1:]], notes)
+        self.convert(report, rdf, os.path.join(self.dir, "t.csv"))
+        with open(os.path.join(self.dir, "t.csv"), newline="", encoding="cp1252") as f:
+            self.assertEqual([row[6] for row in csv.reader(f)][1:], notes)
+
     def test_samples_match_their_csv_and_xls(self):
         # Every sample: the .xlsx holds the .csv's rows, numbers and dates as numbers, and has
         # the .xls's sheet name, number formats, column widths and bold header.
