@@ -5,6 +5,7 @@
 // run's time is poppler drawing each page's text, and pages do not depend on each other.
 
 #include <poppler-document.h>
+#include <poppler-global.h>
 #include <poppler-page.h>
 
 #include <algorithm>
@@ -164,6 +165,18 @@ size_t Readers(int pages) {
   return std::clamp<size_t>(std::thread::hardware_concurrency(), 1, 4);
 }
 
+// poppler-cpp prints what it finds wrong in a damaged file on standard error ("poppler/error:
+// Couldn't read xref table"), beside the caller's own message about the same failure. Its hook
+// for those texts is process-wide and unguarded, so it is set once, by the thread-safe
+// initialisation of a static, to a function that drops them, before this module opens its
+// first document; nothing sets it again.
+void DropPopplerMessages() {
+  [[maybe_unused]] static const bool dropped = [] {
+    poppler::set_debug_error_function([](const std::string&, void*) {}, nullptr);
+    return true;
+  }();
+}
+
 int ReadInOrder(poppler::document& doc, QbPdfPageCallback callback, void* context, int* page) {
   PageWords words;
   for (int i = 0; i < doc.pages(); ++i) {
@@ -179,6 +192,7 @@ extern "C" __attribute__((visibility("default"))) int qb_pdf_read(const char* pa
                                                                   QbPdfPageCallback callback,
                                                                   void* context, int* page) {
   try {
+    DropPopplerMessages();
     std::unique_ptr<poppler::document> doc(poppler::document::load_from_file(path));
     if (!doc) return kQbPdfUnreadable;
     if (doc->is_locked()) return kQbPdfLocked;

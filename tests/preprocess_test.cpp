@@ -321,6 +321,17 @@ TEST_F(PdfTest, TheIntermediateFileIsReadByItsMarkers) {
   EXPECT_TRUE(std::filesystem::is_empty(work.Path("t")));
 }
 
+// What poppler finds wrong in a damaged PDF stays off standard error, where the run's own
+// message about it goes.
+TEST_F(PdfTest, ADamagedPdfLeavesStandardErrorToTheRun) {
+  WriteFile(home_ / "damaged.pdf", "%PDF-1.4 but nothing more\r\n");
+  RunFolder work(home_ / "out");
+  PdfLayoutCounts counts;
+  testing::internal::CaptureStderr();
+  EXPECT_THROW(ConvertPdfToText(home_ / "damaged.pdf", work, counts), QbError);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
 // A PDF of one US Letter page in Courier, the page turned by `rotate` degrees, each text of
 // `lines` drawn with the text matrix `matrix` ("a b c d") from the point `at(i)`.
 template <typename At>
