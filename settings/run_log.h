@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -35,13 +36,17 @@ class RunLog {
       : ui_(ui),
         appLogFile_(other.appLogFile_),
         clock_(other.clock_),
-        writes_(other.writes_ && writes) {}
+        writes_(other.writes_ && writes),
+        failedFiles_(other.FailedFilesCopy()) {}
 
   // The program folder's log\qbuia.log.
   const std::filesystem::path& AppLogFile() const { return appLogFile_; }
 
-  // Appends one line. A failure (a full disk, no log folder) shows the "An error occurred
-  // while Writing To Log :" box and the line is lost, none of it kept; the caller goes on.
+  // Appends one line. A failure (a full disk, no log folder) loses the line, none of it kept,
+  // and the caller goes on. The first failure on a file shows the "An error occurred while
+  // Writing To Log :" box, naming the file; later ones on that file show nothing, as a log
+  // that cannot be written fails at every line. A copy knows the files its original had
+  // failed on when it was made, and shares nothing with it after.
   void WriteLog(const std::filesystem::path& logFile, std::string_view source,
                 std::string_view message) const;
   void WriteLog(std::string_view source, std::string_view message) const {
@@ -68,6 +73,9 @@ class RunLog {
   std::filesystem::path appLogFile_;
   Clock clock_;
   bool writes_ = true;
+  class FailedFiles;
+  std::shared_ptr<FailedFiles> FailedFilesCopy() const;
+  std::shared_ptr<FailedFiles> failedFiles_;  // this log's own
 };
 
 // Runs `body` under an error trap, the common end of every trapped procedure: an error is

@@ -256,7 +256,7 @@ TEST(RunLog, LinesHaveTheFixedLayout) {
   EXPECT_EQ(longSource.substr(16, 20), "AVeryLongProcedureNa");
 }
 
-TEST(RunLog, WritesAppendsAndReportsFailures) {
+TEST(RunLog, WritesAppendsAndShowsErrors) {
   TempDir dir;
   RecordingUI ui;
   std::filesystem::create_directory(dir / "log");
@@ -276,13 +276,32 @@ TEST(RunLog, WritesAppendsAndReportsFailures) {
   log.LogError("X", 5, "d", "");
   EXPECT_EQ(ui.messages.size(), 2u);
   EXPECT_EQ(test::ReadLines(log.AppLogFile()).size(), 2u);
+}
 
-  // No log folder: the line is lost with a box that says why.
+// A log that cannot be written fails at every line: the box says why and names the file the
+// first time, and the log (and its copies, the same log) then loses its lines quietly. Another
+// file it cannot write is told of in its turn.
+TEST(RunLog, AFileThatCannotBeWrittenIsToldOfOnce) {
+  TempDir dir;
+  RecordingUI ui;
   RunLog broken(ui, dir / "nolog" / "qbuia.log", test::PinnedTime);
   broken.WriteLog("Quillbrook", "Started...");
-  ASSERT_EQ(ui.messages.size(), 3u);
-  EXPECT_EQ(ui.messages[2].text, "An error occurred while Writing To Log :\r76 - Path not found");
+  broken.WriteLog("Quillbrook", "Closed...");
+  RunLog(broken, ui).WriteLog("Job", "Start");
+  ASSERT_EQ(ui.messages.size(), 1u);
+  EXPECT_EQ(ui.messages[0].text, "An error occurred while Writing To Log :\r76 - Path not found\r" +
+                                     (dir / "nolog" / "qbuia.log").string());
+  broken.LogError("X", 5, "d", dir / "nolog" / "report.log");
+  broken.LogError("X", 5, "d", dir / "nolog" / "report.log");
+  ASSERT_EQ(ui.messages.size(), 4u);  // each error's own box, and the new file's failure once
+  EXPECT_EQ(ui.messages[2].text, "An error occurred while Writing To Log :\r76 - Path not found\r" +
+                                     (dir / "nolog" / "report.log").string());
   EXPECT_FALSE(std::filesystem::exists(dir / "nolog"));
+  // A copy shares nothing with its original once made: each tells of a file that fails later.
+  RunLog copy(broken, ui);
+  broken.WriteLog(dir / "nolog" / "other.log", "X", "y");
+  copy.WriteLog(dir / "nolog" / "other.log", "X", "y");
+  EXPECT_EQ(ui.messages.size(), 6u);
 }
 
 // Puts a file-size limit on this process for the life of the guard, with SIGXFSZ ignored
@@ -335,16 +354,16 @@ TEST(RunLog, EveryLineIsOneWholeEntry) {
     FileSizeLimit limit(before + 3 * entrySize + entrySize / 2);
     ASSERT_TRUE(limit.ok());
     for (int i = 0; i < 6; ++i) {
-      const size_t failures = ui.messages.size();
+      const auto size = std::filesystem::file_size(log.AppLogFile());
       log.WriteLog("Filler", entry(i));
-      if (ui.messages.size() == failures)
+      if (std::filesystem::file_size(log.AppLogFile()) != size)
         written.push_back(RunLog::FormatLine(t, "Filler", entry(i)));
     }
   }
   EXPECT_EQ(written.size(), 4u);
-  ASSERT_EQ(ui.messages.size(), 3u);
-  for (const test::RecordedMessage& m : ui.messages)
-    EXPECT_EQ(m.text, "An error occurred while Writing To Log :\r61 - Disk full");
+  ASSERT_EQ(ui.messages.size(), 1u);
+  EXPECT_EQ(ui.messages[0].text, "An error occurred while Writing To Log :\r61 - Disk full\r" +
+                                     log.AppLogFile().string());
   log.WriteLog("Quillbrook", "Closed...");
   written.push_back(RunLog::FormatLine(t, "Quillbrook", "Closed..."));
 
