@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "engine/rdf_codec.h"
+#include "engine/rdf_sections.h"
 #include "tests/engine_fixture.h"
 #include "tests/rdf_scrambler.h"
 
@@ -177,6 +178,23 @@ TEST_F(EngineTest, DamagedRdfsFailWithNumberAndPlace) {
   // A missing file is error 53.
   EXPECT_FALSE(engine_.LoadRDF(home_ / "none.rdf", ""));
   EXPECT_EQ(engine_.LastError()->number(), kFileNotFound);
+}
+
+// An RDF of no bytes, or of nothing but blanks and line ends, is said to be empty, where it
+// would be taken for a scrambled RDF whose first line is damaged.
+TEST_F(EngineTest, AnEmptyRdfIsSaidToBeEmpty) {
+  for (const char* text : {"", " \r\n\t\r\n\r\n", "\xEF\xBB\xBF\r\n"}) {
+    const std::filesystem::path rdf = Rdf(text, "empty.rdf");
+    EXPECT_FALSE(engine_.LoadRDF(rdf, ""));
+    ASSERT_TRUE(engine_.LastError());
+    const QbError& e = *engine_.LastError();
+    EXPECT_EQ(e.number(), kRdfCorruptHeader);
+    EXPECT_EQ(e.file(), rdf);
+    EXPECT_TRUE(e.detail().starts_with("the RDF is empty:")) << e.describe();
+  }
+  // A blank line before the text is still the first line, as loading has always read it.
+  EXPECT_FALSE(engine_.LoadRDF(Rdf(" \r\nRDF 0001T T@P\r\nRDF 01 D\r\n", "blank.rdf"), ""));
+  EXPECT_EQ(engine_.LastError()->detail(), kBadChecksumText);
 }
 
 TEST_F(EngineTest, ReportKindMustMatchTheRdf) {
