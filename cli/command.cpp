@@ -8,7 +8,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
+#include <cerrno>
 #include <charconv>
+#include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <functional>
 #include <limits>
@@ -16,6 +20,7 @@
 #include <tuple>
 #include <vector>
 
+#include "base/bytes.h"
 #include "base/errors.h"
 #include "base/file_io.h"
 #include "cli/console_ui.h"
@@ -66,6 +71,23 @@ std::vector<std::pair<Key, std::string>> ParseSets(const ParsedOptions& opts) {
   return sets;
 }
 
+// The --set overrides for a run: pfset takes a whole line of qbsys.txt, and the system's name
+// alone stands for its line ("Ledgerline Financials" for "Ledgerline Financials,1,1,8, ").
+std::vector<std::pair<Key, std::string>> SettingsFor(const ParsedOptions& opts,
+                                                     const Application& app) {
+  std::vector<std::pair<Key, std::string>> sets = ParseSets(opts);
+  for (auto& [key, value] : sets) {
+    if (key != Key::pfset) continue;
+    for (const clsSystem& system : app.Systems) {
+      if (EqualsNoCase(system.System, Trim(value))) {
+        value = system.PfsetText();
+        break;
+      }
+    }
+  }
+  return sets;
+}
+
 std::vector<int> ParseFieldList(const ParsedOptions& opts) {
   std::vector<int> fields;
   std::optional<std::string> text = opts.value(Opt::Fields);
@@ -106,27 +128,116 @@ void ListFields(Recordset& rs) {
   rs.Sort("");
 }
 
+// Whether the RDF is for PDF reports, read quietly: its header loads as a text RDF's, or
+// fails only for being a PDF one. A damaged RDF is told of by the load that follows.
+bool IsPdfRdf(const Application& app, const std::filesystem::path& rdf) {
+  SilentUserInterface silent;
+  Application quiet(app, silent, false);
+  Engine probe(quiet);
+  probe.CreateRecordsets();
+  if (probe.GetRDFInfo(rdf) && probe.LoadRDFHeader(rdf)) return false;
+  return probe.LastError() && probe.LastError()->number() == kRdfNotForText;
+}
+
+// A job without a report (--list-fields, --save-rdf): no report's name says whether a PDF
+// or a text report is read, so the RDF is loaded as the kind it is. Loads as a job does: the
+// overrides before the RDF and again after, so that they win over its setting records.
+std::optional<ConversionJob> RdfOnlyJob(const Application& app, ConsoleUI& ui, JobRequest request) {
+  Application front(app, ui);
+  for (const auto& [key, value] : request.overrides) front.Settings.Item(key).Value = value;
+  Engine engine(front);
+  engine.flags.PdfReport = IsPdfRdf(front, request.rdf);
+  if (!engine.LoadRDF(request.rdf, {})) {
+    const std::string why =
+        engine.LastError() ? engine.LastError()->describe() : std::string("unknown error");
+    throw JobError(JobError::Kind::Failed, "cannot load RDF " + request.rdf.string() + ": " + why);
+  }
+  return std::optional<ConversionJob>(std::in_place, front, ui, engine, std::move(request));
+}
+
+// Only a report whose name ends in ".pdf", in lower case, is read as a PDF (as the window
+// reads it); REPORT.PDF is read as text, and a PDF RDF then refuses it.
+void ExplainPdfCase(const std::filesystem::path& report, std::string_view error) {
+  const std::string extension = report.extension().string();
+  if (extension != ".pdf" && EqualsNoCase(extension, ".pdf") &&
+      error.find(kRdfNotForTextText) != std::string_view::npos) {
+    std::fprintf(stderr,
+                 "qbconvert: %s is read as a text report: only a name ending in .pdf in lower "
+                 "case is read as a PDF; rename it to end in .pdf\n",
+                 report.c_str());
+  }
+}
+
 // The job the command line asks for: the RDF loaded with the command line's settings and
-// field choices. Throws UsageError for a field the RDF lacks; nothing when loading failed
-// (the reason is on standard error).
+// field choices (without a report, as the kind of RDF it is). Throws UsageError for a field the RDF
+// lacks; nothing when loading failed (the reason is on standard error).
 std::optional<ConversionJob> PrepareJob(const ParsedOptions& opts, const Application& app,
                                         ConsoleUI& ui) {
   JobRequest request;
   request.report = opts.value(Opt::Report).value_or("");
   request.rdf = opts.value(Opt::Rdf).value_or("");
   request.output = opts.value(Opt::Output).value_or("");
-  request.overrides = ParseSets(opts);
+  request.overrides = SettingsFor(opts, app);
   request.fields = ParseFieldList(opts);
   request.launch = opts.has(Opt::Launch);
   request.noOutput = !opts.has(Opt::Output);
+  const std::filesystem::path report = request.report;
   try {
+    if (report.empty()) return RdfOnlyJob(app, ui, std::move(request));
     return std::optional<ConversionJob>(std::in_place, app, ui, std::move(request));
   } catch (const JobError& e) {
     if (e.kind() == JobError::Kind::NoSuchField)
       throw UsageError(std::string("--fields: ") + e.what());
     std::fprintf(stderr, "qbconvert: %s\n", e.what());
+    ExplainPdfCase(report, e.what());
     return std::nullopt;
   }
+}
+
+// Whether two names are one file: the same file when both exist, else the same place once
+// resolved (an output that is yet to be written).
+bool SameFile(const std::filesystem::path& a, const std::filesystem::path& b) {
+  if (a.empty() || b.empty()) return false;
+  std::error_code ec;
+  if (std::filesystem::equivalent(a, b, ec)) return true;
+  const std::filesystem::path ca =
+      std::filesystem::weakly_canonical(std::filesystem::absolute(a, ec), ec);
+  if (ec) return false;
+  const std::filesystem::path cb =
+      std::filesystem::weakly_canonical(std::filesystem::absolute(b, ec), ec);
+  return !ec && ca == cb;
+}
+
+// Whether --output or --save-rdf (`what`) may write `target`: never over the report or the
+// RDF, nor over a folder, and over a file only with --overwrite. The first three are told
+// before the last, since --overwrite would not help there. False when refused, the reason
+// on standard error.
+bool MayWrite(const std::filesystem::path& target, std::string_view what,
+              const std::filesystem::path& report, const std::filesystem::path& rdf,
+              bool overwrite) {
+  const std::string name(what);
+  std::error_code ec;
+  for (const auto& [input, which] : {std::pair(&report, "report"), std::pair(&rdf, "RDF")}) {
+    if (!input->empty() && std::filesystem::equivalent(target, *input, ec)) {
+      std::fprintf(stderr, "The %s is the %s itself.\n%s: choose another name for the %s\n",
+                   name.c_str(), which, target.c_str(), name.c_str());
+      return false;
+    }
+  }
+  const std::filesystem::file_status status = std::filesystem::status(target, ec);
+  if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status)) {
+    std::fprintf(stderr, "The %s is not a file.\n%s: choose another name for the %s\n",
+                 name.c_str(), target.c_str(), name.c_str());
+    return false;
+  }
+  if (std::filesystem::exists(status) && !overwrite) {
+    std::string heading = name;
+    heading[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(heading[0])));
+    std::fprintf(stderr, "%s file already exists.\n%s: give --overwrite to replace it\n",
+                 heading.c_str(), target.c_str());
+    return false;
+  }
+  return true;
 }
 
 // Ctrl-C during a run: the first calls `cancel` and says `what`, the second ends the
@@ -205,11 +316,18 @@ TraceOptions MakeTraceOptions(const ParsedOptions& opts, const ConversionJob& jo
   return trace;
 }
 
+// What a run that matched nothing advises (ConversionJob::Findings), and what --check
+// advises instead: it is itself the --check --report the job suggests.
+constexpr std::string_view kCheckAdvice = "check the RDF with --check --report";
+constexpr std::string_view kTraceAdvice = "see what the RDF does to each report line with --trace";
+
 // A finished run's findings on standard error (and already in the log); true when there
 // were any.
-bool ShowFindings(const ConversionJob& job) {
+bool ShowFindings(const ConversionJob& job, bool checking = false) {
   const std::vector<std::string> findings = job.Findings();
-  for (const std::string& line : findings) {
+  for (std::string line : findings) {
+    if (checking && line.ends_with(kCheckAdvice))
+      line.replace(line.size() - kCheckAdvice.size(), kCheckAdvice.size(), kTraceAdvice);
     std::fprintf(stderr, "%s%s\n", line.starts_with(" ") ? "" : "qbconvert: ", line.c_str());
   }
   return !findings.empty();
@@ -227,13 +345,12 @@ int Convert(const ParsedOptions& opts, Application& app, ConsoleUI& ui) {
                  report.c_str());
     return kExitFailed;
   }
-  if (!output.empty() && std::filesystem::exists(output, ec) && !opts.has(Opt::Overwrite)) {
-    std::fprintf(stderr, "Output file already exists.\n%s: give --overwrite to replace it\n",
-                 output.c_str());
-    return kExitFailed;
-  }
   std::optional<ConversionJob> job = PrepareJob(opts, app, ui);
   if (!job) return kExitFailed;
+  // After loading: the RDF auto-find chose must not be written over either.
+  if (!output.empty() &&
+      !MayWrite(output, "output", report, job->Request().rdf, opts.has(Opt::Overwrite)))
+    return kExitFailed;
   std::optional<TraceWriter> trace;
   if (tracing) {
     trace.emplace(stdout, MakeTraceOptions(opts, *job));
@@ -245,7 +362,11 @@ int Convert(const ParsedOptions& opts, Application& app, ConsoleUI& ui) {
   ui.setProgressDetail([&job] { return std::to_string(job->LinesProcessed()) + " lines"; });
   bool ok;
   {
-    InterruptWatch watch([&job] { job->Cancel(); }, "the rows so far are kept");
+    // A cancelled run keeps its rows, unless they would replace an output: that one stays.
+    const bool replacing = !output.empty() && std::filesystem::is_regular_file(output, ec);
+    InterruptWatch watch(
+        [&job] { job->Cancel(); },
+        replacing ? "the output that was there stays as it was" : "the rows so far are kept");
     ok = job->Run();
   }
   ui.finishProgress();
@@ -253,9 +374,6 @@ int Convert(const ParsedOptions& opts, Application& app, ConsoleUI& ui) {
     std::fprintf(stderr, "qbconvert: the conversion of %s failed: %s\n", report.c_str(),
                  job->LastError() ? job->LastError()->describe().c_str() : "unknown error");
     return kExitFailed;
-  }
-  if (trace && trace->WriteFailed()) {
-    std::fprintf(stderr, "qbconvert: the trace could not be written whole to standard output\n");
   }
   const RunStats& stats = job->Stats();
   if (!opts.has(Opt::Quiet) || stats.cancelled) {
@@ -269,21 +387,53 @@ int Convert(const ParsedOptions& opts, Application& app, ConsoleUI& ui) {
   return ShowFindings(*job) ? kExitDropped : kExitOk;
 }
 
+// A table cell on one line: a message may hold line breaks ("The output is the RDF
+// itself:\n..."), and so may a file name.
+std::string OneLine(std::string text) {
+  for (char& c : text) {
+    if (c == '\r' || c == '\n' || c == '\t') c = ' ';
+  }
+  return text;
+}
+
+// The characters a terminal shows for `text`: a UTF-8 sequence is one, and so is each byte
+// that is no part of one (a Windows-1252 name shows a replacement character a byte).
+size_t ShownWidth(std::string_view text) {
+  size_t shown = 0;
+  for (size_t i = 0; i < text.size(); ++shown) {
+    const auto lead = static_cast<unsigned char>(text[i]);
+    const size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC0 ? 2 : 1;
+    size_t n = 1;
+    while (n < length && i + n < text.size() &&
+           (static_cast<unsigned char>(text[i + n]) & 0xC0) == 0x80)
+      ++n;
+    i += n == length ? length : 1;
+  }
+  return shown;
+}
+
+// `text` on one line, with blanks after it to `width` shown characters.
+std::string Cell(std::string_view text, size_t width) {
+  std::string cell = OneLine(std::string(text));
+  if (const size_t shown = ShownWidth(cell); shown < width) cell.append(width - shown, ' ');
+  return cell;
+}
+
 // The results of a batch (or of merged manifests) as a table on standard output.
 void PrintTable(const std::vector<BatchItem>& items) {
   size_t wide = 6;
-  for (const BatchItem& i : items) wide = std::max(wide, i.report.string().size());
-  std::printf("%-*s  %-14s  %9s  %10s  %8s  %s\n", static_cast<int>(wide), "REPORT", "RDF", "ROWS",
+  for (const BatchItem& i : items) wide = std::max(wide, ShownWidth(OneLine(i.report.string())));
+  std::printf("%s  %-14s  %9s  %10s  %8s  %s\n", Cell("REPORT", wide).c_str(), "RDF", "ROWS",
               "LINES", "TIME", "RESULT / OUTPUT");
   for (const BatchItem& i : items) {
     const double seconds = std::chrono::duration<double>(i.time).count();
-    std::printf("%-*s  %-14s  %9lld  %10lld  %7.2fs  %s", static_cast<int>(wide), i.report.c_str(),
-                i.rdf.filename().c_str(), static_cast<long long>(i.rows),
+    std::printf("%s  %s  %9lld  %10lld  %7.2fs  %s", Cell(i.report.string(), wide).c_str(),
+                Cell(i.rdf.filename().string(), 14).c_str(), static_cast<long long>(i.rows),
                 static_cast<long long>(i.lines), seconds,
                 std::string(ResultName(i.result)).c_str());
     if (i.result == BatchItem::Result::Done || i.result == BatchItem::Result::Findings)
-      std::printf(" %s", i.output.c_str());
-    if (!i.message.empty()) std::printf(": %s", i.message.c_str());
+      std::printf(" %s", OneLine(i.output.string()).c_str());
+    if (!i.message.empty()) std::printf(": %s", OneLine(i.message).c_str());
     std::printf("\n");
   }
 }
@@ -312,6 +462,23 @@ bool WriteManifest(const std::filesystem::path& file, const std::vector<BatchIte
   }
 }
 
+// --manifest never takes the place of a file the batch reads or writes: the manifest is
+// written last, over whatever has its name.
+void RefuseManifestOverFiles(const std::filesystem::path& manifest,
+                             const std::vector<BatchItem>& items,
+                             const std::filesystem::path& rdf) {
+  const std::string refused = "--manifest " + manifest.string() + " is ";
+  const std::string advice = ": choose another name for the manifest";
+  if (SameFile(manifest, rdf)) throw UsageError(refused + "the RDF (--rdf)" + advice);
+  for (const BatchItem& i : items) {
+    if (SameFile(manifest, i.report)) throw UsageError(refused + "a report of the batch" + advice);
+    if (SameFile(manifest, i.rdf))
+      throw UsageError(refused + "the RDF of " + i.report.string() + advice);
+    if (SameFile(manifest, i.output))
+      throw UsageError(refused + "the output of " + i.report.string() + advice);
+  }
+}
+
 // --batch: plan, run with a progress line on a terminal, then the table.
 int BatchCommand(const ParsedOptions& opts, const Application& app) {
   BatchRequest request;
@@ -331,7 +498,7 @@ int BatchCommand(const ParsedOptions& opts, const Application& app) {
   request.existing = opts.has(Opt::Overwrite)      ? BatchRequest::Existing::Overwrite
                      : opts.has(Opt::SkipExisting) ? BatchRequest::Existing::Skip
                                                    : BatchRequest::Existing::Refuse;
-  request.overrides = ParseSets(opts);
+  request.overrides = SettingsFor(opts, app);
   std::error_code ec;
   if (!request.outputDir.empty() && !std::filesystem::is_directory(request.outputDir, ec)) {
     std::fprintf(stderr, "qbconvert: the output folder %s does not exist\n",
@@ -345,6 +512,8 @@ int BatchCommand(const ParsedOptions& opts, const Application& app) {
     std::fprintf(stderr, "qbconvert: %s\n", e.describe().c_str());
     return kExitFailed;
   }
+  if (auto manifest = opts.value(Opt::Manifest))
+    RefuseManifestOverFiles(*manifest, batch.Items(), request.rdf);
   const bool progress = !opts.has(Opt::Quiet) && ::isatty(STDERR_FILENO);
   const auto start = std::chrono::steady_clock::now();
   {
@@ -393,6 +562,26 @@ int MergeCommand(const ParsedOptions& opts) {
   return StatusOf(items);
 }
 
+// --list-fields and --save-rdf: the RDF as the command line loads it, listed or saved.
+int RdfCommand(const ParsedOptions& opts, const Application& app, ConsoleUI& ui) {
+  const std::optional<std::string> save = opts.value(Opt::SaveRdf);
+  if (save && !MayWrite(*save, "saved RDF", opts.value(Opt::Report).value_or(""),
+                        *opts.value(Opt::Rdf), opts.has(Opt::Overwrite)))
+    return kExitFailed;
+  std::optional<ConversionJob> job = PrepareJob(opts, app, ui);
+  if (!job) return kExitFailed;
+  if (!save) {
+    ListFields(job->engine().tables.rsFields);
+    return kExitOk;
+  }
+  if (!job->engine().BuildRDF(*save)) {
+    std::fprintf(stderr, "qbconvert: cannot write %s: %s\n", save->c_str(),
+                 job->engine().LastError()->describe().c_str());
+    return kExitFailed;
+  }
+  return kExitOk;
+}
+
 // --check: the RDF's problems, then (with --report) how the RDF meets the report.
 int CheckCommand(const ParsedOptions& opts, Application& app, ConsoleUI& ui) {
   const std::filesystem::path rdf = *opts.value(Opt::Rdf);
@@ -422,7 +611,7 @@ int CheckCommand(const ParsedOptions& opts, Application& app, ConsoleUI& ui) {
               job->Request().report.c_str(), page, static_cast<long long>(moved));
         }
         std::fflush(stdout);
-        ShowFindings(*job);
+        ShowFindings(*job, true);
       } else {
         ++result.errors;
         std::printf("%s was not read through: %s\n", opts.value(Opt::Report)->c_str(),
@@ -476,6 +665,13 @@ void Validate(const ParsedOptions& opts) {
       throw UsageError(
           "--batch takes its reports after the options, and no --report, --output, "
           "--trace, --check, --list-fields or --save-rdf");
+    const std::string command = batch ? "--batch" : "--merge-manifests";
+    if (opts.has(Opt::Fields))
+      throw UsageError("--fields does not go with " + command +
+                       ": choose the fields in the RDF (--save-rdf --fields writes one)");
+    if (opts.has(Opt::Launch))
+      throw UsageError("--launch does not go with " + command +
+                       ": it opens the output of a single conversion");
     if (batch && opts.has(Opt::Rdf) && opts.has(Opt::RdfDir))
       throw UsageError("--rdf and --rdf-dir do not go together: one RDF for all, or a folder");
     if (opts.has(Opt::Overwrite) && opts.has(Opt::SkipExisting))
@@ -485,10 +681,11 @@ void Validate(const ParsedOptions& opts) {
   }
   if (trace && !opts.has(Opt::Report)) throw UsageError("--trace needs --report FILE");
   if (check && !opts.has(Opt::Rdf)) throw UsageError("--check needs --rdf FILE");
-  if (check && (trace || list || save || opts.has(Opt::Output))) {
+  if (check && (trace || list || save || opts.has(Opt::Output) || opts.has(Opt::Fields) ||
+                opts.has(Opt::Launch))) {
     throw UsageError(
-        "--check goes with --rdf and --report only (not with --output, --trace, "
-        "--list-fields or --save-rdf)");
+        "--check goes with --rdf, --report and --set only (not with --output, --trace, "
+        "--fields, --launch, --list-fields or --save-rdf)");
   }
   if (trace && (list || save)) {
     throw UsageError("--trace does not go with --list-fields or --save-rdf");
@@ -517,9 +714,38 @@ void Validate(const ParsedOptions& opts) {
   ParseFieldList(opts);
 }
 
-}  // namespace
+// The program folder, or a message naming it and where it came from when it is no folder:
+// the log and the settings would otherwise fail one by one, none of them naming it.
+std::optional<std::filesystem::path> ProgramFolder(const ParsedOptions& opts) {
+  const std::optional<std::string> home = opts.value(Opt::Home);
+  std::filesystem::path folder = ResolveProgramFolder(home);
+  if (std::error_code ec; std::filesystem::is_directory(folder, ec)) return folder;
+  const char* env = std::getenv("QUILLBROOK_HOME");
+  const std::string from = home          ? "--home " + *home
+                           : env && *env ? std::string("QUILLBROOK_HOME")
+                                         : std::string("the folder of qbconvert");
+  std::fprintf(stderr,
+               "qbconvert: the program folder %s (%s) does not exist or is not a folder: give "
+               "--home the folder that holds qbsys.txt\n",
+               folder.c_str(), from.c_str());
+  return std::nullopt;
+}
 
-int RunCommand(std::span<const char* const> args) {
+// Whether everything printed reached standard output; it is buffered, so a full disk shows
+// only when it is flushed, after the command has finished.
+bool StandardOutputWritten() {
+  const bool flushed = std::fflush(stdout) == 0;
+  const int error = errno;
+  if (flushed && !std::ferror(stdout)) return true;
+  const std::string why = flushed ? std::string() : " (" + std::string(std::strerror(error)) + ")";
+  std::fprintf(stderr,
+               "qbconvert: standard output could not be written whole%s: check where it goes "
+               "(a full disk, a file-size limit)\n",
+               why.c_str());
+  return false;
+}
+
+int Run(std::span<const char* const> args) {
   ParsedOptions opts;
   try {
     opts = ParseCommandLine(args);
@@ -537,11 +763,19 @@ int RunCommand(std::span<const char* const> args) {
     return kExitOk;
   }
 
+  const std::optional<std::filesystem::path> folder = ProgramFolder(opts);
+  if (!folder) return kExitFailed;
   ConsoleUI ui;
-  Application app(ResolveProgramFolder(opts.value(Opt::Home)), ui);
+  Application app(*folder, ui);
   app.Log().WriteLog(kSource, "Started...");
   int status = kExitOk;
   if (!app.ResetForm()) {
+    if (std::error_code ec; !std::filesystem::exists(*folder / "qbsys.txt", ec)) {
+      std::fprintf(stderr,
+                   "qbconvert: %s has no qbsys.txt, so it is no program folder: give --home "
+                   "the folder that holds qbsys.txt\n",
+                   folder->c_str());
+    }
     status = kExitFailed;
   } else if (opts.has(Opt::Batch)) {
     try {
@@ -554,16 +788,7 @@ int RunCommand(std::span<const char* const> args) {
     status = MergeCommand(opts);
   } else if (opts.has(Opt::ListFields) || opts.has(Opt::SaveRdf)) {
     try {
-      std::optional<ConversionJob> job = PrepareJob(opts, app, ui);
-      if (!job) {
-        status = kExitFailed;
-      } else if (opts.has(Opt::ListFields)) {
-        ListFields(job->engine().tables.rsFields);
-      } else if (!job->engine().BuildRDF(*opts.value(Opt::SaveRdf))) {
-        std::fprintf(stderr, "qbconvert: cannot write %s: %s\n", opts.value(Opt::SaveRdf)->c_str(),
-                     job->engine().LastError()->describe().c_str());
-        status = kExitFailed;
-      }
+      status = RdfCommand(opts, app, ui);
     } catch (const UsageError& e) {
       std::fprintf(stderr, "qbconvert: %s\n", e.what());
       status = kExitUsage;
@@ -586,6 +811,14 @@ int RunCommand(std::span<const char* const> args) {
     ShowStartup(app);
   }
   app.Log().WriteLog(kSource, "Closed...");
+  return status;
+}
+
+}  // namespace
+
+int RunCommand(std::span<const char* const> args) {
+  const int status = Run(args);
+  if (!StandardOutputWritten() && (status == kExitOk || status == kExitDropped)) return kExitFailed;
   return status;
 }
 

@@ -2,6 +2,8 @@
 
 #include <array>
 
+#include "base/text_encoding.h"
+
 namespace qb::cli {
 namespace {
 
@@ -16,15 +18,18 @@ constexpr std::array<OptionInfo, 27> kOptions{{
      "the program folder (qbcfg.ini, qbsys.txt, log/, out/); default: $QUILLBROOK_HOME, "
      "else the folder of this program"},
     {Opt::Set, "set", "KEY=VALUE", true,
-     "override one setting for this run (delim, textq, tqswt, rtype, ...; encoding=utf-8, "
-     "cp437, cp850, iso-8859-1, ebcdic-037 or ebcdic-500 reads a report in that encoding, "
-     "with asa=1, reclen=N and bom=1); may be repeated"},
+     "override one setting for this run (delim, textq, tqswt, rtype, rmode, ...; "
+     "encoding=NAME reads a report in that encoding, with asa=1, reclen=N and bom=1; pfset "
+     "takes a line of qbsys.txt or its system's name); may be repeated"},
     {Opt::Fields, "fields", "N,N,...", false, "output only these field numbers, in this order"},
     {Opt::Overwrite, "overwrite", "", false,
-     "replace an existing output file (only when the run succeeds)"},
-    {Opt::Quiet, "quiet", "", false, "print nothing on success"},
+     "replace an existing output file (only when the run succeeds), or the file of "
+     "--save-rdf"},
+    {Opt::Quiet, "quiet", "", false,
+     "print nothing on success (a batch still prints its table, without the progress line)"},
     {Opt::Launch, "launch", "", false,
-     "open an .xls output in the spreadsheet program afterwards (launch method from lmeth)"},
+     "open an .xls or .xlsx output in the spreadsheet program afterwards (launch method "
+     "from lmeth)"},
     {Opt::ListFields, "list-fields", "", false,
      "print the RDF's output fields (number, output, order, type, label) and stop"},
     {Opt::SaveRdf, "save-rdf", "FILE", false,
@@ -49,8 +54,9 @@ constexpr std::array<OptionInfo, 27> kOptions{{
     {Opt::To, "to", ".csv|.txt|.xls|.xlsx", false,
      "--batch: the output type (default: the opfmt setting)"},
     {Opt::RdfDir, "rdf-dir", "DIR", false,
-     "--batch: for a report auto-find gives no RDF for, the RDF of DIR that identifies it "
-     "(its RID rules and the program line pfset names)"},
+     "--batch: the RDF folder: auto-find looks for each report's RDF there, and a report it "
+     "gives none for gets the RDF of DIR that identifies it (its RID rules and the program "
+     "line pfset names)"},
     {Opt::Manifest, "manifest", "FILE", false,
      "--batch, --merge-manifests: the results as JSON Lines, one object a report"},
     {Opt::SkipExisting, "skip-existing", "", false,
@@ -67,6 +73,14 @@ const OptionInfo* Find(std::string_view name) {
     if (o.name == name) return &o;
   }
   return nullptr;
+}
+
+// A value left out, or given empty (--rdf ""), which would otherwise read as no option.
+UsageError NeedsValue(const OptionInfo& option) {
+  const std::string name = "--" + std::string(option.name);
+  if (option.valueName == "FILE") return UsageError(name + " needs a file name");
+  if (option.valueName == "DIR") return UsageError(name + " needs a folder name");
+  return UsageError(name + " needs a value: " + std::string(option.valueName));
 }
 
 }  // namespace
@@ -91,6 +105,10 @@ ParsedOptions ParseCommandLine(std::span<const char* const> args) {
   ParsedOptions parsed;
   for (size_t i = 0; i < args.size(); ++i) {
     std::string_view arg = args[i];
+    if (arg == "--") {  // the end of the options: a report may be named "--x.txt"
+      parsed.positional.insert(parsed.positional.end(), args.begin() + i + 1, args.end());
+      break;
+    }
     if (arg.substr(0, 2) != "--") {
       parsed.positional.emplace_back(arg);
       continue;
@@ -113,12 +131,10 @@ ParsedOptions ParseCommandLine(std::span<const char* const> args) {
       continue;
     }
     if (!inlineValue) {
-      if (i + 1 >= args.size()) {
-        throw UsageError("--" + std::string(option->name) +
-                         " needs a value: " + std::string(option->valueName));
-      }
+      if (i + 1 >= args.size()) throw NeedsValue(*option);
       inlineValue = args[++i];
     }
+    if (inlineValue->empty()) throw NeedsValue(*option);
     slot.push_back(std::move(*inlineValue));
   }
   return parsed;
@@ -130,17 +146,16 @@ std::string HelpText() {
       "Description File (RDF) says.\n\n"
       "Usage:\n"
       "  qbconvert --report FILE [--rdf FILE] --output FILE [options]\n"
-      "            .xls output uses the buffer mode of rmode (6, the default, builds the\n"
-      "            workbook from a text file in outdir at the end)\n"
       "  qbconvert --report FILE [--rdf FILE] [--output FILE] --trace [--lines FROM-TO]\n"
       "            [--unmatched] [--trace-format text|jsonl]\n"
-      "  qbconvert --check --rdf FILE [--report FILE]\n"
+      "  qbconvert --check --rdf FILE [--report FILE] [--set KEY=VALUE]...\n"
       "  qbconvert --batch [--jobs N] [--output-dir DIR] [--to TYPE] [--rdf FILE | --rdf-dir DIR]\n"
-      "            [--manifest FILE] [--overwrite | --skip-existing] [--recursive] REPORT...\n"
-      "  qbconvert --merge-manifests [--manifest FILE] MANIFEST...\n"
+      "            [--manifest FILE] [--overwrite | --skip-existing] [--recursive] [--]\n"
+      "            REPORT...\n"
+      "  qbconvert --merge-manifests [--manifest FILE] [--] MANIFEST...\n"
       "  qbconvert --rdf FILE [--report FILE] --list-fields\n"
-      "  qbconvert --rdf FILE [--report FILE] --save-rdf FILE [--set KEY=VALUE]... "
-      "[--fields N,...]\n"
+      "  qbconvert --rdf FILE [--report FILE] --save-rdf FILE [--overwrite] [--set KEY=VALUE]...\n"
+      "            [--fields N,...]\n"
       "  qbconvert [--home DIR]          check the program folder and show its settings\n"
       "  qbconvert --help | --version\n\n"
       "Options:\n";
@@ -152,6 +167,13 @@ std::string HelpText() {
     else
       left += "\n" + std::string(24, ' ');
     s += left + std::string(o.help) + "\n";
+    if (o.id == Opt::Set) {
+      const std::string indent(24, ' ');
+      s += indent + "encodings: " + EncodingNames() + "\n";
+      s += indent +
+           "rmode: the buffer mode of .xls output (6, the default, builds the workbook from a "
+           "work file at the end)\n";
+    }
   }
   s += "\nExit status: 0 done, 1 the run or the RDF failed (standard error says why; for\n"
        "--check: the RDF has errors), 2 a usage error, 3 completed, but report lines were\n"

@@ -70,8 +70,9 @@ class ParsedOptions {
   std::vector<std::string> positional;
 };
 
-// Accepts "--name value" and "--name=value"; other arguments are kept as positional.
-// Throws UsageError for unknown options, missing values and repeated single options.
+// Accepts "--name value" and "--name=value"; other arguments, and every argument after "--",
+// are kept as positional. Throws UsageError for unknown options, missing or empty values and
+// repeated single options.
 ParsedOptions ParseCommandLine(std::span<const char* const> args);
 
 std::string HelpText();

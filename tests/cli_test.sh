@@ -25,6 +25,16 @@ check "unknown option is named" contains "$tmp/out" "unknown option '--bogus'"
 
 "$qbconvert" --home >"$tmp/out" 2>&1; rc=$?
 check "missing value exits 2" test $rc -eq 2
+"$qbconvert" --rdf "" --list-fields >"$tmp/out" 2>&1; rc=$?
+check "an empty file name is a usage error" test $rc -eq 2
+check "an empty file name is named" contains "$tmp/out" "--rdf needs a file name"
+
+# --help tells what the program takes: both workbook types launch, every encoding it reads.
+"$qbconvert" --help >"$tmp/out" 2>&1
+check "--help: --launch opens .xlsx too" contains "$tmp/out" "open an .xls or .xlsx output"
+check "--help lists windows-1252" contains "$tmp/out" "encodings: windows-1252, utf-8"
+check "--help: the usage forms hold only commands" \
+  test -z "$(sed -n '/^Usage:/,/^Options:/p' "$tmp/out" | grep 'rmode')"
 
 # A program folder without qbsys.txt: error 513, exit 1, and the line in the log.
 mkdir -p "$tmp/home/log" "$tmp/home/out"
@@ -35,6 +45,12 @@ check "513 description on the next line" \
   test "$(sed -n 2p "$tmp/err")" = "Autofind Settings File Does not Exist "
 check "513 logged" contains "$tmp/home/log/qbuia.log" "ResetForm             --- Error: 513  Autofind"
 check "Started and Closed logged" test "$(grep -c 'qbconvert  .*--- \(Started\|Closed\)\.\.\.' "$tmp/home/log/qbuia.log")" -eq 2
+
+# A program folder that is not there is named, once, before anything is read or logged.
+"$qbconvert" --home "$tmp/nohome" >"$tmp/out" 2>"$tmp/err"; rc=$?
+check "a missing program folder exits 1" test $rc -eq 1
+check "a missing program folder is named, once" \
+  test "$(cat "$tmp/err")" = "qbconvert: the program folder $tmp/nohome (--home $tmp/nohome) does not exist or is not a folder: give --home the folder that holds qbsys.txt"
 
 # QUILLBROOK_HOME names the folder too; a folder with qbsys.txt starts.
 printf 'H\r\nLedger,1,1,8, \r\n' >"$tmp/home/qbsys.txt"
@@ -57,6 +73,23 @@ check "scrambled, saved plain, lists the same" cmp -s "$tmp/plain.txt" "$tmp/aga
 "$qbconvert" --home "$tmp/home" --rdf "$tmp/chosen.rdf" --list-fields >"$tmp/out" 2>&1
 check "--fields saved" contains "$tmp/out" "    5  y           1  c      Vendor Name"
 check "--fields deselects others" contains "$tmp/out" "    1  n           0  r      Type"
+# Without a report, a PDF RDF lists and saves as the kind it is.
+"$qbconvert" --home "$tmp/home" --rdf "$samples/ARINV01P.rdf" --list-fields >"$tmp/out" 2>"$tmp/err"; rc=$?
+check "a PDF RDF lists its fields without a report" test $rc -eq 0
+check "a PDF RDF's fields" contains "$tmp/out" "   11  y          10  w4     Ship To"
+# --save-rdf never writes the report or the RDF, and replaces a file only with --overwrite.
+cp "$samples/ARINV01.txt" "$tmp/keep.txt" && cp "$samples/ARINV01.rdf" "$tmp/keep.rdf"
+for target in txt:report rdf:RDF; do
+  ext=${target%%:*} what=${target##*:}
+  "$qbconvert" --home "$tmp/home" --rdf "$tmp/keep.rdf" --report "$tmp/keep.txt" \
+    --save-rdf "$tmp/keep.$ext" --overwrite >"$tmp/out" 2>"$tmp/err"; rc=$?
+  check "--save-rdf over the $what is refused" test $rc -eq 1
+  check "--save-rdf over the $what says so" contains "$tmp/err" "The saved RDF is the $what itself."
+  check "--save-rdf over the $what leaves it" cmp -s "$tmp/keep.$ext" "$samples/ARINV01.$ext"
+done
+"$qbconvert" --home "$tmp/home" --rdf "$samples/ARINV01.rdf" --save-rdf "$tmp/chosen.rdf" >"$tmp/out" 2>"$tmp/err"; rc=$?
+check "--save-rdf over a file needs --overwrite" test $rc -eq 1
+check "--save-rdf over a file says so" contains "$tmp/err" "give --overwrite to replace it"
 
 # Loading errors: what failed and why, exit 1.
 printf 'RDF 0001T broken, no at sign\r\n' >"$tmp/broken.rdf"
@@ -120,6 +153,11 @@ check "auto-found RDF converts" cmp -s "$tmp/auto.csv" "$golden/ARINV01.csv"
   --output "$tmp/auto2.csv" >"$tmp/out" 2>"$tmp/err"; rc=$?
 check "no RDF found exits 1" test $rc -eq 1
 check "no RDF found says where it looked" contains "$tmp/err" "$tmp/rdfs/GLDET01.rdf"
+# pfset takes a system's name for its line of qbsys.txt: "Ledger" reads columns 1-8 of line 1.
+cp "$samples/ARINV01.rdf" "$tmp/rdfs/NORTHGAT.rdf"
+"$qbconvert" --home "$tmp/home" --report "$samples/ARINV01.txt" --set "rdfdir=$tmp/rdfs" \
+  --set pfset=Ledger --output "$tmp/named.csv" --quiet >"$tmp/out" 2>"$tmp/err"
+check "pfset by the system's name finds the RDF" cmp -s "$tmp/named.csv" "$golden/ARINV01.csv"
 
 # A file that is not a PDF: error 514, what is wrong, exit 1.
 cp "$samples/ARINV01.txt" "$tmp/fake.pdf"
@@ -128,6 +166,12 @@ cp "$samples/ARINV01.txt" "$tmp/fake.pdf"
 check "a damaged PDF exits 1" test $rc -eq 1
 check "a damaged PDF says why" contains "$tmp/err" "Scanning PDF File (the file is damaged or not a PDF)"
 check "no intermediate files left" test -z "$(ls "$tmp/home/out")"
+# Only a name ending in a lower-case .pdf is read as a PDF: REPORT.PDF is told to be renamed.
+cp "$samples/pdf/ARINV01_fixed.pdf" "$tmp/UPPER.PDF"
+"$qbconvert" --home "$tmp/home" --report "$tmp/UPPER.PDF" --rdf "$samples/ARINV01P.rdf" \
+  --output "$tmp/upper.csv" >"$tmp/out" 2>"$tmp/err"; rc=$?
+check "an upper-case .PDF with a PDF RDF exits 1" test $rc -eq 1
+check "an upper-case .PDF is told to be renamed" contains "$tmp/err" "rename it to end in .pdf"
 
 # The PDF and workbook libraries are loaded only by a run that needs them. With each replaced
 # by a file that cannot be loaded, a text report still converts; a PDF or workbook run fails
@@ -163,6 +207,15 @@ cp "$samples/ARINV01.txt" "$tmp/self.txt"
 check "report as output exits 1" test $rc -eq 1
 check "report as output says so" contains "$tmp/err" "The output is the report itself"
 check "report as output leaves the report" cmp -s "$tmp/self.txt" "$samples/ARINV01.txt"
+# What --overwrite cannot help with is said first: the report, or a folder, as the output.
+"$qbconvert" --home "$tmp/home" --report "$tmp/self.txt" --rdf "$samples/ARINV01.rdf" \
+  --output "$tmp/self.txt" >"$tmp/out" 2>"$tmp/err"
+check "report as output, without --overwrite, says so" contains "$tmp/err" "The output is the report itself"
+mkdir -p "$tmp/folder.csv"
+"$qbconvert" --home "$tmp/home" --report "$samples/ARINV01.txt" --rdf "$samples/ARINV01.rdf" \
+  --output "$tmp/folder.csv" >"$tmp/out" 2>"$tmp/err"; rc=$?
+check "a folder as output exits 1" test $rc -eq 1
+check "a folder as output is not a file, without --overwrite" contains "$tmp/err" "The output is not a file."
 
 # The output's extension and the output type agree, or nothing is written.
 "$qbconvert" --home "$tmp/home" --report "$samples/ARINV01.txt" --rdf "$samples/ARINV01.rdf" \
@@ -206,6 +259,22 @@ check "Ctrl-C exits 130" test $rc -eq 130
 check "Ctrl-C says it cancelled" contains "$tmp/out" "** Cancelled **"
 check "Ctrl-C keeps the rows so far" test "$(wc -l <"$tmp/interrupted/out.csv")" -eq 100001
 check "Ctrl-C leaves no temporary file" test "$(ls -A "$tmp/interrupted")" = "out.csv"
+# Ctrl-C while replacing an output: that output stays, and the message says so.
+printf 'previous\r\n' >"$tmp/interrupted/out.csv"
+"$qbconvert" --home "$tmp/home" --report "$tmp/pipe.txt" --rdf "$big_rdf" \
+  --output "$tmp/interrupted/out.csv" --overwrite --quiet >"$tmp/out" 2>"$tmp/err" & pid=$!
+exec 3>"$tmp/pipe.txt"
+rows 100000 >&3
+sleep 0.3
+kill -INT $pid
+sleep 0.2
+exec 3>&-
+wait $pid; rc=$?
+check "Ctrl-C replacing exits 130" test $rc -eq 130
+check "Ctrl-C replacing keeps the previous output" \
+  test "$(cat "$tmp/interrupted/out.csv")" = "$(printf 'previous\r\n')"
+check "Ctrl-C replacing says so" contains "$tmp/err" "the output that was there stays as it was"
+check "Ctrl-C replacing counts nothing written" contains "$tmp/out" "0 Lines Written"
 
 # The RDF author's tools. --check: GCC-style messages, exit 1 on errors, 0 with warnings only.
 "$qbconvert" --home "$tmp/home" --check --rdf "$samples/ARINV01.rdf" --report "$samples/ARINV01.txt" \
@@ -244,6 +313,21 @@ check "--unmatched shows only unmatched pieces" test "$(grep -c '"marker":null' 
 check "--unmatched without --trace is a usage error" test $rc -eq 2
 "$qbconvert" --home "$tmp/home" --report "$samples/ARINV01.txt" --trace --lines 9-3 >"$tmp/out" 2>&1; rc=$?
 check "a backward --lines is a usage error" test $rc -eq 2
+# --fields and --launch mean nothing to --batch, nor --fields to --check: refused, exit 2.
+"$qbconvert" --home "$tmp/home" --batch --fields 99 --to .csv --output-dir "$tmp" \
+  "$samples/ARINV01.txt" >"$tmp/out" 2>&1; rc=$?
+check "--fields with --batch is a usage error" test $rc -eq 2
+"$qbconvert" --home "$tmp/home" --batch --launch --to .csv --output-dir "$tmp" \
+  "$samples/ARINV01.txt" >"$tmp/out" 2>&1; rc=$?
+check "--launch with --batch is a usage error" test $rc -eq 2
+"$qbconvert" --home "$tmp/home" --check --rdf "$samples/ARINV01.rdf" --fields 1 >"$tmp/out" 2>&1; rc=$?
+check "--fields with --check is a usage error" test $rc -eq 2
+check "--check says what it goes with" contains "$tmp/out" "--check goes with --rdf, --report and --set only"
+# Standard output that cannot be written (a full disk) fails the run, and says so.
+"$qbconvert" --home "$tmp/home" --report "$samples/ARINV01.txt" --rdf "$samples/ARINV01.rdf" \
+  --trace >/dev/full 2>"$tmp/err"; rc=$?
+check "--trace to a full disk exits 1" test $rc -eq 1
+check "--trace to a full disk says so" contains "$tmp/err" "standard output could not be written"
 
 # Completed, but lines were dropped: exit 3 and the first five on standard error and in the log.
 sed 's/^3,p,xxxxxx  nn\/nn\/nn,0,1,INV/3,p,xxxxxx  nn\/nn\/nn,0,11,INV/' "$samples/ARINV01.rdf" >"$tmp/slot.rdf"
@@ -259,6 +343,10 @@ grep -v '^[0-9]*,[=px],' "$samples/ARINV01.rdf" >"$tmp/none.rdf"
   --output "$tmp/none.csv" >"$tmp/out" 2>"$tmp/err"; rc=$?
 check "a run that matches nothing exits 3" test $rc -eq 3
 check "a run that matches nothing says so" contains "$tmp/err" "qbconvert: no line of $samples/ARINV01.txt matched a marker of $tmp/none.rdf: check the RDF with --check --report"
+"$qbconvert" --home "$tmp/home" --check --rdf "$samples/ARINV01.rdf" --report "$samples/ARAGE02.txt" \
+  >"$tmp/out" 2>"$tmp/err"
+check "--check on a report that matches nothing points to --trace" contains "$tmp/err" \
+  "matched a marker of $samples/ARINV01.rdf: see what the RDF does to each report line with --trace"
 
 # A line of 200 MB with no line end: only the first 500 characters of it are kept, so memory
 # stays flat. (Not measured under AddressSanitizer, whose own memory is larger than that.)
@@ -338,6 +426,44 @@ check "merge-manifests: the table again, exit 1" test $rc -eq 1 -a "$(grep -c ' 
 "$qbconvert" --home "$tmp/batchhome" --batch --skip-existing --output-dir "$tmp/batch/out" --to .csv \
   "$tmp/batch/in/AR*.txt" >"$tmp/out" 2>&1; rc=$?
 check "batch: existing outputs skipped, exit 0" test $rc -eq 0 -a "$(grep -c ' skipped' "$tmp/out")" -eq 2
+"$qbconvert" --home "$tmp/batchhome" --batch --skip-existing --output-dir "$tmp/batch/out" --to .csv \
+  "$tmp/batch/in/AR*.txt" >/dev/full 2>"$tmp/err"; rc=$?
+check "batch: a table not written exits 1" test $rc -eq 1
+check "batch: a table not written says so" contains "$tmp/err" "standard output could not be written"
+"$qbconvert" --home "$tmp/batchhome" --merge-manifests "$tmp/batch/manifest.jsonl" >/dev/full 2>"$tmp/err"
+check "merge-manifests: a table not written says so" contains "$tmp/err" "standard output could not be written"
+
+# The table keeps a row a line and its columns in line: a message's line breaks shown as
+# blanks, names padded by the characters shown (UTF-8, or a byte that is not).
+item() {
+  printf '{"report":"%s","rdf":"a.rdf","rdfChosenBy":"given","output":"o.csv","result":"%s",' "$1" "$2"
+  printf '"rows":1,"lines":2,"seconds":0,"message":"%s"}\n' "$3"
+}
+{ item plain.txt done ''; item 'ünï cødé/r.txt' failed 'The output is the RDF itself:\nx\nis y.'
+  item "$(printf 'b\x93d.txt')" done ''; } >"$tmp/table.jsonl"
+"$qbconvert" --home "$tmp/batchhome" --merge-manifests "$tmp/table.jsonl" >"$tmp/out" 2>&1
+check "table: a row a line" test "$(wc -l <"$tmp/out")" -eq 4
+check "table: the RDF column in line" /usr/bin/python3 -c '
+import sys
+lines = open(sys.argv[1], "rb").read().decode("utf-8", "replace").splitlines()
+assert len({l.index("RDF" if i == 0 else "a.rdf") for i, l in enumerate(lines)}) == 1, lines
+' "$tmp/out"
+
+# --manifest is never written over a report or an output of the batch: exit 2, nothing run.
+mkdir -p "$tmp/batch/m" && cp "$samples/ARINV01.txt" "$tmp/batch/m/r.txt"
+for name in r.txt r.csv; do
+  "$qbconvert" --home "$tmp/batchhome" --batch --rdf "$samples/ARINV01.rdf" --to .csv \
+    --output-dir "$tmp/batch/m" --manifest "$tmp/batch/m/$name" "$tmp/batch/m/r.txt" >"$tmp/out" 2>&1; rc=$?
+  check "batch: a manifest named $name is a usage error" test $rc -eq 2
+done
+check "batch: a refused manifest converts nothing" test "$(ls "$tmp/batch/m")" = "r.txt"
+check "batch: a refused manifest leaves the report" cmp -s "$tmp/batch/m/r.txt" "$samples/ARINV01.txt"
+
+# After "--" every argument is a report, even one whose name begins with "--".
+cp "$samples/ARINV01.txt" "$tmp/batch/m/--r.txt"
+(cd "$tmp/batch/m" && "$(realpath "$qbconvert")" --home "$tmp/batchhome" --batch --rdf "$samples/ARINV01.rdf" \
+  --to .csv -- --r.txt >"$tmp/out" 2>&1); rc=$?
+check "batch: a report after -- converts" test $rc -eq 0 -a -s "$tmp/batch/m/--r.csv"
 
 # Ctrl-C mid-batch: the report finished is kept, the one running writes nothing, exit 130.
 mkdir -p "$tmp/batch/cut"
