@@ -28,6 +28,7 @@
 #include "engine/rdf_checker.h"
 #include "run/batch.h"
 #include "run/conversion_job.h"
+#include "run/launch.h"
 #include "run/run_tally.h"
 #include "run/trace_writer.h"
 #include "settings/application.h"
@@ -383,6 +384,11 @@ int Convert(const ParsedOptions& opts, Application& app, ConsoleUI& ui) {
                  stats.LinesWrittenText().c_str(), stats.LinesProcessedText().c_str());
   }
   if (stats.cancelled) return kExitCancelled;
+  if (job->Request().launch && IsWorkbook(job->Options().format)) {
+    // The default launch only logs why it opened nothing; a user at a terminal is told.
+    const std::string problem = LaunchProblem(job->Options().launchMethod, output);
+    if (!problem.empty()) std::fprintf(stderr, "qbconvert: %s\n", problem.c_str());
+  }
   std::fflush(stdout);
   return ShowFindings(*job) ? kExitDropped : kExitOk;
 }
@@ -699,10 +705,14 @@ void Validate(const ParsedOptions& opts) {
   }
   if (opts.has(Opt::Output)) {
     if (!opts.has(Opt::Report)) throw UsageError("--output needs --report FILE");
-    if (!FormatOfExtension(std::filesystem::path(*opts.value(Opt::Output)).extension().string())) {
+    const std::optional<OutputFormat> format =
+        FormatOfExtension(std::filesystem::path(*opts.value(Opt::Output)).extension().string());
+    if (!format) {
       throw UsageError("--output must end in .txt, .csv, .xls or .xlsx, not '" +
                        *opts.value(Opt::Output) + "'");
     }
+    if (opts.has(Opt::Launch) && !IsWorkbook(*format))
+      throw UsageError("--launch opens a workbook: give an --output ending in .xls or .xlsx");
   }
   if (!list && !save && !trace && !check && !opts.has(Opt::Output) &&
       (opts.has(Opt::Report) || opts.has(Opt::Rdf) || opts.has(Opt::Fields) ||

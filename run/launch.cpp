@@ -12,22 +12,44 @@
 
 namespace qb {
 
+namespace {
+
+// Whether `name` can be started: a path as it stands, a bare name from a folder of PATH.
+bool Startable(const std::string& name) {
+  if (name.find('/') != std::string::npos) return ::access(name.c_str(), X_OK) == 0;
+  const char* path = std::getenv("PATH");
+  std::string_view rest = path ? path : "/usr/bin:/bin";
+  while (!rest.empty()) {
+    const size_t colon = rest.find(':');
+    const std::filesystem::path candidate = std::filesystem::path(rest.substr(0, colon)) / name;
+    if (::access(candidate.c_str(), X_OK) == 0) return true;
+    if (colon == std::string_view::npos) break;
+    rest.remove_prefix(colon + 1);
+  }
+  return false;
+}
+
+}  // namespace
+
 std::vector<std::string> SpreadsheetProgram() {
   if (const char* named = std::getenv("QUILLBROOK_SPREADSHEET"); named && *named) return {named};
-  const char* path = std::getenv("PATH");
-  auto onPath = [path](const std::string& name) {
-    std::string_view rest = path ? path : "/usr/bin:/bin";
-    while (!rest.empty()) {
-      const size_t colon = rest.find(':');
-      const std::filesystem::path candidate = std::filesystem::path(rest.substr(0, colon)) / name;
-      if (::access(candidate.c_str(), X_OK) == 0) return true;
-      if (colon == std::string_view::npos) break;
-      rest.remove_prefix(colon + 1);
-    }
-    return false;
-  };
-  if (onPath("libreoffice")) return {"libreoffice", "--calc"};
-  if (onPath("gnumeric")) return {"gnumeric"};
+  if (Startable("libreoffice")) return {"libreoffice", "--calc"};
+  if (Startable("gnumeric")) return {"gnumeric"};
+  return {};
+}
+
+std::string LaunchProblem(std::string_view method, const std::filesystem::path& workbook) {
+  if (method == "2" || method == "3") return {};  // these show "File Open Error" themselves
+  const std::vector<std::string> program = SpreadsheetProgram();
+  if (program.empty()) {
+    return "The workbook " + workbook.string() +
+           " was written, but no spreadsheet program was found to open it (libreoffice or "
+           "gnumeric): set QUILLBROOK_SPREADSHEET to one.";
+  }
+  if (!Startable(program.front())) {
+    return "The workbook " + workbook.string() + " was written, but the spreadsheet program " +
+           program.front() + " cannot be started: set QUILLBROOK_SPREADSHEET to one that can.";
+  }
   return {};
 }
 

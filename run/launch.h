@@ -16,6 +16,11 @@ namespace qb {
 // "libreoffice --calc" and "gnumeric" found on the PATH. Empty when there is none.
 std::vector<std::string> SpreadsheetProgram();
 
+// Why launching `workbook` by `method` opens nothing where the launch itself only logs it
+// (method 1, the default: no spreadsheet program, or one that cannot be started); empty when
+// the launch can go ahead or tells the user itself.
+std::string LaunchProblem(std::string_view method, const std::filesystem::path& workbook);
+
 // RunEnd's launch by "lmeth": "2" starts the spreadsheet program with the file name alone in
 // the file's folder, "3" opens the file with the desktop's program for it, anything else
 // starts the spreadsheet program on the file. Logged under "RunEnd"; a failed start of 2

@@ -323,6 +323,15 @@ check "--launch with --batch is a usage error" test $rc -eq 2
 "$qbconvert" --home "$tmp/home" --check --rdf "$samples/ARINV01.rdf" --fields 1 >"$tmp/out" 2>&1; rc=$?
 check "--fields with --check is a usage error" test $rc -eq 2
 check "--check says what it goes with" contains "$tmp/out" "--check goes with --rdf, --report and --set only"
+"$qbconvert" --home "$tmp/home" --report "$samples/ARINV01.txt" --rdf "$samples/ARINV01.rdf" \
+  --output "$tmp/launched.csv" --launch >"$tmp/out" 2>&1; rc=$?
+check "--launch with a .csv output is a usage error" test $rc -eq 2
+# A workbook that the default launch cannot open: written, and the user is told why.
+QUILLBROOK_SPREADSHEET=/nonexistent/calc "$qbconvert" --home "$tmp/home" \
+  --report "$samples/ARINV01.txt" --rdf "$samples/ARINV01.rdf" --output "$tmp/launched.xlsx" \
+  --launch --quiet >"$tmp/out" 2>"$tmp/err"; rc=$?
+check "a launch that cannot start still exits 0" test $rc -eq 0
+check "a launch that cannot start says so" contains "$tmp/err" "/nonexistent/calc cannot be started"
 # Standard output that cannot be written (a full disk) fails the run, and says so.
 "$qbconvert" --home "$tmp/home" --report "$samples/ARINV01.txt" --rdf "$samples/ARINV01.rdf" \
   --trace >/dev/full 2>"$tmp/err"; rc=$?

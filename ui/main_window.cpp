@@ -840,20 +840,7 @@ void MainWindow::ShowFailure() {
 QString MainWindow::LaunchProblem() const {
   const ConversionJob& job = *job_;
   if (!job.Request().launch || !IsWorkbook(job.Options().format)) return {};
-  const std::string& method = job.Options().launchMethod;
-  if (method == "2" || method == "3") return {};  // these show "File Open Error" themselves
-  const std::vector<std::string> program = SpreadsheetProgram();
-  const QString workbook = Q(job.Request().output.string());
-  if (program.empty()) {
-    return "The workbook " + workbook +
-           " was written, but no spreadsheet program was found to open it (libreoffice or "
-           "gnumeric): set QUILLBROOK_SPREADSHEET to one.";
-  }
-  if (QStandardPaths::findExecutable(Q(program.front())).isEmpty()) {
-    return "The workbook " + workbook + " was written, but the spreadsheet program " +
-           Q(program.front()) + " cannot be started: set QUILLBROOK_SPREADSHEET to one that can.";
-  }
-  return {};
+  return Q(qb::LaunchProblem(job.Options().launchMethod, job.Request().output));
 }
 
 void MainWindow::SetMenusEnabled(bool enabled) {
