@@ -55,6 +55,42 @@ void ShowStartup(const Application& app) {
 }
 
 // --set KEY=VALUE, checked against the settings before anything starts.
+// A value typed on the command line for a setting of a few fixed values must be one of them
+// (a run reads any other as its default, which would hide the typing mistake); the record
+// selection's words are taken in any case. The other settings are checked where they are used.
+void CheckSetValue(std::pair<Key, std::string>& set) {
+  auto& [key, value] = set;
+  std::span<const std::string_view> allowed;
+  static constexpr std::string_view kSwitch[] = {"0", "1"};
+  static constexpr std::string_view kSelections[] = {"All Records", "Details Only", "Totals Only"};
+  static constexpr std::string_view kMethods[] = {"1", "2", "3"};
+  switch (key) {
+    case Key::tqswt:
+    case Key::exswt:
+    case Key::bom:
+      allowed = kSwitch;
+      break;
+    case Key::rtype:
+      allowed = kSelections;
+      break;
+    case Key::lmeth:
+      allowed = kMethods;
+      break;
+    default:
+      return;
+  }
+  std::string list;
+  for (std::string_view a : allowed) {
+    if (EqualsNoCase(a, value)) {
+      value = a;
+      return;
+    }
+    list += (list.empty() ? "" : ", ") + std::string("\"") + std::string(a) + "\"";
+  }
+  throw UsageError("--set " + std::string(KeyName(key)) + "=" + value + ": the value is one of " +
+                   list);
+}
+
 std::vector<std::pair<Key, std::string>> ParseSets(const ParsedOptions& opts) {
   std::vector<std::pair<Key, std::string>> sets;
   for (const std::string& s : opts.values(Opt::Set)) {
@@ -68,6 +104,7 @@ std::vector<std::pair<Key, std::string>> ParseSets(const ParsedOptions& opts) {
       throw UsageError("--set: unknown setting '" + name + "'; the settings are:" + names);
     }
     sets.emplace_back(*key, s.substr(eq + 1));
+    CheckSetValue(sets.back());
   }
   return sets;
 }

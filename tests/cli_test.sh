@@ -128,10 +128,17 @@ check "scrambled RDF converts the same" cmp -s "$tmp/scr.csv" "$golden/ARINV01.c
 check "existing output refused" test $rc -eq 1
 check "existing output message" contains "$tmp/err" "Output file already exists."
 "$qbconvert" --home "$tmp/home" --report "$samples/ARAGE02.txt" --rdf "$samples/ARAGE02.rdf" \
-  --output "$tmp/scr.csv" --overwrite --set rtype="Totals Only" --fields 8,3 >"$tmp/out" 2>"$tmp/err"; rc=$?
+  --output "$tmp/scr.csv" --overwrite --set rtype="totals only" --fields 8,3 >"$tmp/out" 2>"$tmp/err"; rc=$?
 check "--overwrite replaces" test $rc -eq 0
 check "statistics printed" test "$(cat "$tmp/out")" = "$(printf 'Complete\nRun Time: 00:00\n1 Lines Written\n25 Lines Processed')"
 check "Totals Only with chosen fields" test "$(cat "$tmp/scr.csv")" = "$(printf 'Balance,Customer Name\r\n34832.81,\r')"
+# A setting of a few fixed values takes only those (the record selection's words in any case).
+for set in tqswt=2 lmeth=9 "rtype=Totals"; do
+  "$qbconvert" --home "$tmp/home" --report "$samples/ARAGE02.txt" --rdf "$samples/ARAGE02.rdf" \
+    --output "$tmp/never.csv" --set "$set" >"$tmp/out" 2>"$tmp/err"; rc=$?
+  check "--set $set is a usage error" test $rc -eq 2
+done
+check "--set names the values" contains "$tmp/err" '"All Records", "Details Only", "Totals Only"'
 check "Process lines logged" contains "$tmp/home/log/qbuia.log" "Process               --- Last Write"
 "$qbconvert" --home "$tmp/home" --report "$samples/ARINV01.txt" --rdf "$samples/ARINV01.rdf" \
   --output "$tmp/x.pdf" >"$tmp/out" 2>"$tmp/err"; rc=$?
