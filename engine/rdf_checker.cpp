@@ -245,13 +245,24 @@ bool Checker::ReadLines() {
     {
       LineReader reader(file, kProc);
       std::string_view raw;
-      if (!reader.Next(raw)) {
+      bool empty = !reader.Next(raw);
+      if (!empty) first = raw;
+      auto blank = [](std::string_view line) {
+        return line.find_first_not_of(" \t\r") == std::string_view::npos;
+      };
+      // Blanks and line ends alone are an empty file too, as loading calls it.
+      if (!empty && blank(kUtf8Bom.size() <= raw.size() && raw.starts_with(kUtf8Bom)
+                              ? raw.substr(kUtf8Bom.size())
+                              : raw)) {
+        empty = true;
+        while (empty && reader.Next(raw)) empty = blank(raw);
+      }
+      if (empty) {
         Error(0,
               "the file is empty: an RDF begins with its header part line, as in \"RDF 0001T "
               "Invoice register@ARINV01\"");
         return false;
       }
-      first = raw;
     }
     // A UTF-8 byte-order mark says the RDF's texts are UTF-8; loading reads past it.
     if (first.starts_with(kUtf8Bom)) first.erase(0, kUtf8Bom.size());

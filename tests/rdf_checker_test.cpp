@@ -344,6 +344,15 @@ TEST_F(RdfChecker, DamagedScrambledFirstLine) {
   EXPECT_EQ(r.errors + r.warnings, 1);
 }
 
+TEST_F(RdfChecker, AFileOfBlanksIsEmptyAndABlankFirstLineIsNamed) {
+  for (const char* text : {"", "\r\n  \r\n\t\r\n", "\xEF\xBB\xBF\r\n"}) {
+    WriteFile(dir_ / "E.rdf", text);
+    EXPECT_TRUE(On(CheckRdf(dir_ / "E.rdf"), 0, Severity::Error, {"file is empty"}));
+  }
+  WriteFile(dir_ / "E.rdf", "\r\n" + ReadFile(Sample("ARINV01.rdf")));
+  EXPECT_TRUE(On(CheckRdf(dir_ / "E.rdf"), 1, Severity::Error, {"an empty line first"}));
+}
+
 TEST_F(RdfChecker, MissingFileIsOneError) {
   const RdfCheckResult r = CheckRdf(dir_ / "none.rdf");
   EXPECT_TRUE(On(r, 0, Severity::Error, {"cannot be read", "File not found"}));
