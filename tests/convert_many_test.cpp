@@ -141,9 +141,9 @@ class ConvertManyTest : public ::testing::Test {
   ConvertManyDialog* dialog_ = nullptr;
 };
 
-// A folder of reports and a folder of their RDFs: each report is shown with the RDF that
-// identifies it (the source system names the line where each report prints its program)
-// before the run, and comes out as a single run writes it.
+// A folder of reports and a folder of their RDFs, named so that auto-find finds none: each
+// report is shown with the RDF that identifies it (the source system names the line where
+// each report prints its program) before the run, and comes out as a single run writes it.
 TEST_F(ConvertManyTest, EachReportGetsItsRdfAndComesOutAsFromASingleRun) {
   const fs::path reports = home_ / "reports", rdfs = home_ / "rdfs";
   fs::create_directories(reports);
@@ -152,7 +152,7 @@ TEST_F(ConvertManyTest, EachReportGetsItsRdfAndComesOutAsFromASingleRun) {
   const std::vector<std::string> names = {"APCHK01", "ARAGE02", "GLDET01"};
   for (const std::string& name : names) {
     fs::copy_file(kSamples / (name + ".txt"), reports / (name + ".txt"));
-    fs::copy_file(kSamples / (name + ".rdf"), rdfs / (name + ".rdf"));
+    fs::copy_file(kSamples / (name + ".rdf"), rdfs / ("id-" + name + ".rdf"));
   }
   Open();
   dialogs_.folders = {Q(reports), Q(rdfs)};
@@ -160,8 +160,8 @@ TEST_F(ConvertManyTest, EachReportGetsItsRdfAndComesOutAsFromASingleRun) {
   Click("btnRdfFolder");
   ASSERT_EQ(Find<QTableWidget>("tblReports")->rowCount(), 3);
   for (const std::string& name : names) {
-    EXPECT_EQ(Cell(name + ".txt", kRdf), name + ".rdf (identification)");
-    EXPECT_EQ(Tip(name + ".txt", kRdf), (rdfs / (name + ".rdf")).string());
+    EXPECT_EQ(Cell(name + ".txt", kRdf), "id-" + name + ".rdf (identification)");
+    EXPECT_EQ(Tip(name + ".txt", kRdf), (rdfs / ("id-" + name + ".rdf")).string());
     EXPECT_EQ(Tip(name + ".txt", kOutput), (reports / (name + ".csv")).string());  // beside it
     EXPECT_EQ(Result(name + ".txt"), "planned");
   }
@@ -173,7 +173,8 @@ TEST_F(ConvertManyTest, EachReportGetsItsRdfAndComesOutAsFromASingleRun) {
   for (const std::string& name : names) {
     const fs::path output = reports / (name + ".csv");
     EXPECT_EQ(Result(name + ".txt"), "done");
-    EXPECT_EQ(ReadFile(output), SingleRun(reports / (name + ".txt"), rdfs / (name + ".rdf")))
+    EXPECT_EQ(ReadFile(output),
+              SingleRun(reports / (name + ".txt"), rdfs / ("id-" + name + ".rdf")))
         << name;
     EXPECT_EQ(Cell(name + ".txt", kRows), std::to_string(test::ReadLines(output).size() - 1));
   }

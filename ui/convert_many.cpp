@@ -180,8 +180,9 @@ void ConvertManyDialog::BuildControls() {
   const std::string& rdfdir = front_.SavedSettings[Key::rdfdir];
   folderRow(1, "R&DF folder:", "txtRdfFolder", "btnRdfFolder",
             "None: auto-find in " + (rdfdir.empty() ? QString("the current folder") : Q(rdfdir)),
-            "A folder of RDFs: each report gets the one that identifies it", txtRdfFolder_,
-            btnRdfFolder_);
+            "A folder of RDFs: each report gets the one auto-find names there, else the one "
+            "that identifies it",
+            txtRdfFolder_, btnRdfFolder_);
   auto* typeLabel = new QLabel("Output &type:", fraOutput_);
   typeLabel->setBuddy(cboOutputType_);
   auto* existingLabel = new QLabel("If an output &exists:", fraOutput_);
