@@ -644,14 +644,20 @@ int CheckCommand(const ParsedOptions& opts, Application& app, ConsoleUI& ui) {
             tally.Report(job->Request().report.string(), rdf.string(), job->ColumnFields());
         for (const std::string& line : summary.lines) std::printf("%s\n", line.c_str());
         result.warnings += summary.warnings;
+        // An RDF that already gives the layout its pitch or bands is told where to look.
+        const RdfTables& tables = job->engine().tables;
+        const bool laidOut =
+            tables.rsPdfParams.RecordCount() > 0 || tables.rsPdfColumns.RecordCount() > 0;
         for (const auto& [page, moved] : job->Stats().crowdedPdfPages) {
           ++result.warnings;
           std::printf(
               "%s: warning: page %d: %lld words had to move right, their columns taken by other "
-              "words: the pitch is wider than the characters of the page's text; give the "
-              "RDF's PDP row the pitch and margin the report was printed with, or PDC bands "
-              "for its columns\n",
-              job->Request().report.c_str(), page, static_cast<long long>(moved));
+              "words: the pitch is wider than the characters of the page's text; %s\n",
+              job->Request().report.c_str(), page, static_cast<long long>(moved),
+              laidOut ? "if a field's words are among them (--trace shows the page's lines), "
+                        "give the PDP row a narrower pitch or a PDC band for that column"
+                      : "give the RDF's PDP row the pitch and margin the report was printed "
+                        "with, or PDC bands for its columns");
         }
         std::fflush(stdout);
         ShowFindings(*job, true);

@@ -179,6 +179,11 @@ cp "$samples/pdf/ARINV01_fixed.pdf" "$tmp/UPPER.PDF"
   --output "$tmp/upper.csv" >"$tmp/out" 2>"$tmp/err"; rc=$?
 check "an upper-case .PDF with a PDF RDF exits 1" test $rc -eq 1
 check "an upper-case .PDF is told to be renamed" contains "$tmp/err" "rename it to end in .pdf"
+# Words crowded on a PDF page: an RDF that sets its pitch and bands is told where to look.
+"$qbconvert" --home "$tmp/home" --check --rdf "$samples/ARINV01PP.rdf" \
+  --report "$samples/pdf/ARINV01_proportional.pdf" >"$tmp/out" 2>"$tmp/err"
+check "crowded PDF page with bands: advice to check the fields" contains "$tmp/out" \
+  "if a field's words are among them"
 
 # The PDF and workbook libraries are loaded only by a run that needs them. With each replaced
 # by a file that cannot be loaded, a text report still converts; a PDF or workbook run fails
