@@ -226,7 +226,16 @@ std::optional<ConversionJob> PrepareJob(const ParsedOptions& opts, const Applica
   } catch (const JobError& e) {
     if (e.kind() == JobError::Kind::NoSuchField)
       throw UsageError(std::string("--fields: ") + e.what());
-    std::fprintf(stderr, "qbconvert: %s\n", e.what());
+    // A load that failed has said why in its message ("cannot load RDF FILE: Error 515 in
+    // LoadRDFHeader: ..."); what it failed on is enough here.
+    const std::string_view what = e.what();
+    const size_t error = what.find(": Error ");
+    const size_t why = error == std::string_view::npos ? error : what.find(": ", error + 2);
+    if (why != std::string_view::npos && ui.Told(what.substr(why))) {
+      std::fprintf(stderr, "qbconvert: %.*s, as said above\n", static_cast<int>(why), what.data());
+    } else {
+      std::fprintf(stderr, "qbconvert: %s\n", e.what());
+    }
     ExplainPdfCase(report, e.what());
     return std::nullopt;
   }
@@ -409,8 +418,14 @@ int Convert(const ParsedOptions& opts, Application& app, ConsoleUI& ui) {
   }
   ui.finishProgress();
   if (!ok) {
+    const std::optional<QbError>& error = job->LastError();
+    const std::string why = !error ? std::string("unknown error")
+                            : ui.Told(error->describe())
+                                ? "Error " + std::to_string(error->number()) + " in " +
+                                      error->source() + ", as said above"
+                                : error->describe();
     std::fprintf(stderr, "qbconvert: the conversion of %s failed: %s\n", report.c_str(),
-                 job->LastError() ? job->LastError()->describe().c_str() : "unknown error");
+                 why.c_str());
     return kExitFailed;
   }
   const RunStats& stats = job->Stats();

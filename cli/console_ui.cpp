@@ -2,6 +2,8 @@
 
 #include <unistd.h>
 
+#include <algorithm>
+
 namespace qb::cli {
 namespace {
 
@@ -13,6 +15,9 @@ std::string ToLines(std::string_view text) {
   }
   return s;
 }
+
+// A message's lines shorter than this are headings ("Error: 5"), which say nothing alone.
+constexpr size_t kToldLine = 16;
 
 }  // namespace
 
@@ -32,6 +37,17 @@ void ConsoleUI::message(std::string_view text, std::string_view title, MessageIc
   if (!title.empty() && title != "Quillbrook") body = std::string(title) + ": " + body;
   std::fprintf(err_, "%s\n", body.c_str());
   std::fflush(err_);
+  for (size_t start = 0; start < body.size();) {
+    const size_t end = std::min(body.find('\n', start), body.size());
+    if (end - start >= kToldLine) told_.push_back(body.substr(start, end - start));
+    start = end + 1;
+  }
+}
+
+bool ConsoleUI::Told(std::string_view text) const {
+  return std::any_of(told_.begin(), told_.end(), [text](const std::string& line) {
+    return text.find(line) != std::string_view::npos;
+  });
 }
 
 bool ConsoleUI::question(std::string_view text, std::string_view title, MessageIcon icon) {

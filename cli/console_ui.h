@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <functional>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "settings/user_interface.h"
 
@@ -23,6 +25,11 @@ class ConsoleUI final : public UserInterface {
   void status(std::string_view text) override;
   void progress(int percent) override;
 
+  // Whether a message shown so far said what `text` says: a line of it (other than a short
+  // heading such as "Error: 5") stands in `text`. A failure already told need not be told
+  // again in full.
+  bool Told(std::string_view text) const;
+
   // Extra text shown after the bar, asked for at each redraw ("12345 lines").
   void setProgressDetail(std::function<std::string()> detail) { detail_ = std::move(detail); }
   // Ends the bar's line so later output starts on a fresh one.
@@ -37,6 +44,7 @@ class ConsoleUI final : public UserInterface {
   std::string status_;
   std::function<std::string()> detail_;
   bool answer_ = false;
+  std::vector<std::string> told_;  // the lines of the messages shown
   std::chrono::steady_clock::time_point start_;
 };
 
