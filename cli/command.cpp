@@ -16,6 +16,7 @@
 #include <fstream>
 #include <functional>
 #include <limits>
+#include <map>
 #include <thread>
 #include <tuple>
 #include <vector>
@@ -559,8 +560,9 @@ int BatchCommand(const ParsedOptions& opts, const Application& app) {
   request.overrides = SettingsFor(opts, app);
   std::error_code ec;
   if (!request.outputDir.empty() && !std::filesystem::is_directory(request.outputDir, ec)) {
-    std::fprintf(stderr, "qbconvert: the output folder %s does not exist\n",
-                 request.outputDir.c_str());
+    std::fprintf(stderr, "qbconvert: the output folder %s %s\n", request.outputDir.c_str(),
+                 std::filesystem::exists(request.outputDir, ec) ? "is not a folder"
+                                                                : "does not exist: make it first");
     return kExitFailed;
   }
   Batch batch(app, request);
@@ -596,22 +598,45 @@ int BatchCommand(const ParsedOptions& opts, const Application& app) {
 // --merge-manifests: the manifests of batches run apart, as one table (and one manifest).
 int MergeCommand(const ParsedOptions& opts) {
   std::vector<BatchItem> items;
-  for (const std::string& file : opts.positional) {
+  std::map<std::filesystem::path, std::string> seen;  // report -> the manifest it came from
+  for (size_t f = 0; f < opts.positional.size(); ++f) {
+    const std::string& file = opts.positional[f];
+    for (size_t g = 0; g < f; ++g) {
+      if (SameFile(file, opts.positional[g])) {
+        std::fprintf(stderr, "qbconvert: the manifest %s is named twice\n", file.c_str());
+        return kExitFailed;
+      }
+    }
+    std::error_code ec;
     std::ifstream in(file, std::ios::binary);
-    if (!in) {
+    if (!in || !std::filesystem::is_regular_file(file, ec)) {
       std::fprintf(stderr, "qbconvert: the manifest %s cannot be read\n", file.c_str());
       return kExitFailed;
     }
     int number = 0;
+    const size_t before = items.size();
     for (std::string line; std::getline(in, line);) {
       ++number;
-      if (line.empty()) continue;
+      if (Trim(line).empty() || line == "\r") continue;
       try {
         items.push_back(ParseManifestLine(line));
       } catch (const QbError& e) {
         std::fprintf(stderr, "%s:%d: %s\n", file.c_str(), number, e.description().c_str());
         return kExitFailed;
       }
+      const auto [at, added] = seen.emplace(items.back().report, file);
+      if (!added) {
+        std::fprintf(stderr, "qbconvert: %s: %s is in %s too; both are counted\n", file.c_str(),
+                     items.back().report.c_str(), at->second.c_str());
+      }
+    }
+    // A batch always writes a line for each report: an empty manifest is one cut off.
+    if (items.size() == before) {
+      std::fprintf(stderr,
+                   "qbconvert: the manifest %s holds no results: its batch did not get to the "
+                   "end, or it is no manifest\n",
+                   file.c_str());
+      return kExitFailed;
     }
   }
   PrintTable(items);

@@ -10,6 +10,7 @@
 #include <set>
 #include <thread>
 
+#include "base/bytes.h"
 #include "base/errors.h"
 #include "base/json.h"
 #include "engine/engine.h"
@@ -540,21 +541,31 @@ BatchItem ParseManifestLine(std::string_view line) {
       }
       continue;
     }
-    const size_t end = line.find_first_of(",}", at);
-    const std::string number(line.substr(at, end - at));
-    at = end == std::string_view::npos ? line.size() : end;
-    try {
-      if (key == "rows")
-        item.rows = std::stoll(number);
-      else if (key == "lines")
-        item.lines = std::stoll(number);
-      else if (key == "seconds")
-        item.time = std::chrono::duration_cast<std::chrono::steady_clock::duration>(
-            std::chrono::duration<double>(std::stod(number)));
-    } catch (const std::exception&) {
-      throw bad("a number that is none");
+    size_t end = line.find_first_of(",}", at);
+    if (end == std::string_view::npos) end = line.size();
+    const std::string_view number = Trim(line.substr(at, end - at));
+    at = end;
+    // A count or a time of ours: the whole text a number, and none below 0.
+    auto parse = [&](auto& value) {
+      const auto [ptr, ec] = std::from_chars(number.data(), number.data() + number.size(), value);
+      if (ec != std::errc() || ptr != number.data() + number.size() || number.empty())
+        throw bad("a number that is none");
+      if (value < 0) throw bad("a number below 0");
+    };
+    if (key == "rows") {
+      parse(item.rows);
+    } else if (key == "lines") {
+      parse(item.lines);
+    } else if (key == "seconds") {
+      double seconds = 0;
+      parse(seconds);
+      item.time = std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+          std::chrono::duration<double>(seconds));
     }
   }
+  ++at;  // the closing brace
+  skipBlanks();
+  if (at < line.size()) throw bad("text after the object");
   if (item.report.empty()) throw bad("no report");
   return item;
 }

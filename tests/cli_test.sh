@@ -454,6 +454,19 @@ check "batch: a table not written exits 1" test $rc -eq 1
 check "batch: a table not written says so" contains "$tmp/err" "standard output could not be written"
 "$qbconvert" --home "$tmp/batchhome" --merge-manifests "$tmp/batch/manifest.jsonl" >/dev/full 2>"$tmp/err"
 check "merge-manifests: a table not written says so" contains "$tmp/err" "standard output could not be written"
+# A manifest that is empty, damaged or named twice fails the merge, so that a slice that
+# died is noticed.
+: >"$tmp/empty.jsonl"
+sed 's/"rows":[0-9]*/"rows":-5/' "$tmp/batch/manifest.jsonl" >"$tmp/negative.jsonl"
+sed 's/}$/} and more/' "$tmp/batch/manifest.jsonl" >"$tmp/trailing.jsonl"
+for m in empty negative trailing; do
+  "$qbconvert" --home "$tmp/batchhome" --merge-manifests "$tmp/$m.jsonl" >"$tmp/out" 2>"$tmp/err"; rc=$?
+  check "merge-manifests: a $m manifest fails" test $rc -eq 1
+done
+check "merge-manifests: says what is wrong" contains "$tmp/err" "text after the object"
+"$qbconvert" --home "$tmp/batchhome" --merge-manifests "$tmp/batch/manifest.jsonl" \
+  "$tmp/batch/../batch/manifest.jsonl" >"$tmp/out" 2>"$tmp/err"; rc=$?
+check "merge-manifests: one manifest twice fails" test $rc -eq 1
 
 # The table keeps a row a line and its columns in line: a message's line breaks shown as
 # blanks, names padded by the characters shown (UTF-8, or a byte that is not).
