@@ -445,13 +445,13 @@ void Batch::Cancel() {
 
 std::string ManifestLine(const BatchItem& item) {
   std::string line = "{\"report\":";
-  AppendJson(line, item.report.string());
+  AppendJson(line, item.report.string(), /*escapeBytes=*/true);
   line += ",\"rdf\":";
-  AppendJson(line, item.rdf.string());
+  AppendJson(line, item.rdf.string(), /*escapeBytes=*/true);
   line += ",\"rdfChosenBy\":";
   AppendJson(line, item.rdfChosenBy);
   line += ",\"output\":";
-  AppendJson(line, item.output.string());
+  AppendJson(line, item.output.string(), /*escapeBytes=*/true);
   line += ",\"result\":";
   AppendJson(line, ResultName(item.result));
   char seconds[32];

@@ -94,6 +94,10 @@ TEST_F(BatchTest, EachReportGetsItsRdfAndAFailureStopsNoOther) {
     EXPECT_EQ(back.message, item.message);
   }
   EXPECT_THROW(ParseManifestLine("{\"report\":\"a\",\"result\":\"maybe\"}"), QbError);
+  // A file name that is not UTF-8 comes back as the bytes it was.
+  BatchItem latin;
+  latin.report = "in/caf\xE9.txt";
+  EXPECT_EQ(ParseManifestLine(ManifestLine(latin)).report, latin.report);
 }
 
 TEST_F(BatchTest, IdentificationByTheReportsOwnTextAndAmbiguityNamesBoth) {
