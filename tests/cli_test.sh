@@ -257,17 +257,23 @@ exec 3>&-
 check "kill -9 keeps the previous output" test "$(cat "$tmp/killed/out.csv")" = "$(printf 'previous\r\n')"
 check "kill -9 leaves no temporary file" test "$(ls -A "$tmp/killed")" = "out.csv"
 
+# Feeds 100,000 rows into the report pipe that the command started in the background reads,
+# then sends it Ctrl-C and waits for it: rc is its exit status.
+interrupt() {
+  exec 3>"$tmp/pipe.txt"
+  rows 100000 >&3
+  sleep 0.3
+  kill -INT "$1"
+  sleep 0.2
+  exec 3>&-
+  wait "$1"; rc=$?
+}
+
 # Ctrl-C: the rows so far are written whole, exit 130, nothing left beside them.
 mkdir -p "$tmp/interrupted"
 "$qbconvert" --home "$tmp/home" --report "$tmp/pipe.txt" --rdf "$big_rdf" \
-  --output "$tmp/interrupted/out.csv" --quiet >"$tmp/out" 2>"$tmp/err" & pid=$!
-exec 3>"$tmp/pipe.txt"
-rows 100000 >&3
-sleep 0.3
-kill -INT $pid
-sleep 0.2
-exec 3>&-
-wait $pid; rc=$?
+  --output "$tmp/interrupted/out.csv" --quiet >"$tmp/out" 2>"$tmp/err" &
+interrupt $!
 check "Ctrl-C exits 130" test $rc -eq 130
 check "Ctrl-C says it cancelled" contains "$tmp/out" "** Cancelled **"
 check "Ctrl-C keeps the rows so far" test "$(wc -l <"$tmp/interrupted/out.csv")" -eq 100001
@@ -275,14 +281,8 @@ check "Ctrl-C leaves no temporary file" test "$(ls -A "$tmp/interrupted")" = "ou
 # Ctrl-C while replacing an output: that output stays, and the message says so.
 printf 'previous\r\n' >"$tmp/interrupted/out.csv"
 "$qbconvert" --home "$tmp/home" --report "$tmp/pipe.txt" --rdf "$big_rdf" \
-  --output "$tmp/interrupted/out.csv" --overwrite --quiet >"$tmp/out" 2>"$tmp/err" & pid=$!
-exec 3>"$tmp/pipe.txt"
-rows 100000 >&3
-sleep 0.3
-kill -INT $pid
-sleep 0.2
-exec 3>&-
-wait $pid; rc=$?
+  --output "$tmp/interrupted/out.csv" --overwrite --quiet >"$tmp/out" 2>"$tmp/err" &
+interrupt $!
 check "Ctrl-C replacing exits 130" test $rc -eq 130
 check "Ctrl-C replacing keeps the previous output" \
   test "$(cat "$tmp/interrupted/out.csv")" = "$(printf 'previous\r\n')"
@@ -504,14 +504,7 @@ check "batch: a report after -- converts" test $rc -eq 0 -a -s "$tmp/batch/m/--r
 mkdir -p "$tmp/batch/cut"
 "$qbconvert" --home "$tmp/batchhome" --batch --jobs 1 --to .csv --rdf "$big_rdf" \
   --output-dir "$tmp/batch/cut" "$tmp/batch/in/ARINV01.txt" "$tmp/pipe.txt" >"$tmp/out" 2>"$tmp/err" &
-pid=$!
-exec 3>"$tmp/pipe.txt"
-rows 100000 >&3
-sleep 0.3
-kill -INT $pid
-sleep 0.2
-exec 3>&-
-wait $pid; rc=$?
+interrupt $!
 check "batch: Ctrl-C exits 130" test $rc -eq 130
 check "batch: Ctrl-C keeps the finished output, writes no other" \
   test "$(ls -A "$tmp/batch/cut")" = "ARINV01.csv"
