@@ -56,12 +56,19 @@ bool NotAReport(const fs::path& file) {
   return kNot.contains(ext) || file.filename().string().starts_with(".");
 }
 
-// A path as the file system resolves it (links, "." and ".."), so that two spellings of one
-// file compare equal; the file need not exist yet.
+// A path with its folder as the file system resolves it (links, "." and ".."), so that two
+// spellings of one file compare equal, and a file written there replaces what this names.
+// The name itself is kept: two links to one report are two reports (and writing over a link
+// replaces the link, not what it points to). The file need not exist yet.
 fs::path Resolved(const fs::path& path) {
   std::error_code ec;
-  fs::path resolved = fs::weakly_canonical(path, ec);
-  return ec ? fs::absolute(path, ec).lexically_normal() : resolved;
+  const fs::path absolute = fs::absolute(path, ec).lexically_normal();
+  const fs::path folder = fs::weakly_canonical(absolute.parent_path(), ec);
+  return ec ? absolute : folder / absolute.filename();
+}
+
+bool HasExtension(const fs::path& file, std::string_view extension) {
+  return EqualsNoCase(file.extension().string(), extension);
 }
 
 QbError FolderError(const fs::path& folder, const std::error_code& ec) {
@@ -70,30 +77,36 @@ QbError FolderError(const fs::path& folder, const std::error_code& ec) {
       .at(folder);
 }
 
-// An earlier batch's output beside its report is not a report: a file of the output type
-// that shares its name with another report of the folder, and was written after it.
-void DropEarlierOutputs(std::vector<fs::path>& found, std::string_view type) {
+// A file of the output type named as another report of its folder is that report's output
+// of an earlier batch, not a report, where the outputs go elsewhere (it is not written
+// again). Where they go to its folder, it is taken for one only when it was written after
+// its report; an older one is a report, and the planning says which file is in the way.
+void DropEarlierOutputs(std::vector<fs::path>& found, std::string_view type,
+                        const fs::path& outputDir) {
   std::map<fs::path, fs::file_time_type> reports;  // stem -> the newest report of that stem
   std::error_code ec;
   for (const fs::path& f : found) {
-    if (f.extension() == type) continue;
+    if (HasExtension(f, type)) continue;
     const auto written = fs::last_write_time(f, ec);
     if (ec) continue;
     auto [at, added] = reports.emplace(f.parent_path() / f.stem(), written);
     if (!added) at->second = std::max(at->second, written);
   }
+  const fs::path outputs =
+      outputDir.empty() ? fs::path() : fs::weakly_canonical(fs::absolute(outputDir, ec), ec);
   std::erase_if(found, [&](const fs::path& f) {
-    if (f.extension() != type) return false;
+    if (!HasExtension(f, type)) return false;
     const auto report = reports.find(f.parent_path() / f.stem());
-    return report != reports.end() && fs::last_write_time(f, ec) >= report->second && !ec;
+    if (report == reports.end()) return false;
+    const bool rewritten = outputDir.empty() || Resolved(f).parent_path() == outputs;
+    return !rewritten || (fs::last_write_time(f, ec) >= report->second && !ec);
   });
 }
 
-// The reports one input names, in name order for folders and globs. Outputs beside their
-// reports (`besideReports`) leave an earlier batch's outputs in the folder, which are no
-// reports.
+// The reports one input names, in name order for folders and globs, an earlier batch's
+// outputs left out.
 std::vector<fs::path> Expand(const std::string& input, bool recursive, std::string_view type,
-                             bool besideReports) {
+                             const fs::path& outputDir) {
   std::vector<fs::path> found;
   std::error_code ec;
   if (IsGlob(input) && !fs::exists(input, ec)) {
@@ -105,7 +118,7 @@ std::vector<fs::path> Expand(const std::string& input, bool recursive, std::stri
       }
     }
     ::globfree(&g);
-    if (besideReports) DropEarlierOutputs(found, type);
+    DropEarlierOutputs(found, type, outputDir);
     if (found.empty()) {
       throw QbError(kFileNotFound, std::string(kSource), "no report matches \"" + input + "\"");
     }
@@ -113,6 +126,10 @@ std::vector<fs::path> Expand(const std::string& input, bool recursive, std::stri
   }
   // A report named may also be a named pipe (a report unpacked on the fly).
   const auto kind = fs::status(input, ec);
+  if (ec && ec != std::errc::no_such_file_or_directory) {
+    throw QbError(kPathFileAccess, std::string(kSource), "cannot be read: " + ec.message())
+        .at(input);
+  }
   if (fs::is_regular_file(kind) || fs::is_fifo(kind)) return {fs::path(input)};
   if (fs::exists(kind) && !fs::is_directory(kind)) {
     throw QbError(kFileNotFound, std::string(kSource),
@@ -130,21 +147,23 @@ std::vector<fs::path> Expand(const std::string& input, bool recursive, std::stri
     // Links to folders are not followed, so a link back up cannot make the walk endless.
     fs::recursive_directory_iterator it(input, ec), end;
     if (ec) throw FolderError(input, ec);
-    for (; it != end; it.increment(ec)) {
-      if (ec) break;
+    for (; it != end;) {
       take(*it);
+      const fs::path entered = it->path();  // a folder the step below may fail to open
+      it.increment(ec);
+      if (ec) throw FolderError(entered, ec);
     }
-    if (ec) throw FolderError(it != end ? it->path().parent_path() : fs::path(input), ec);
   } else {
     fs::directory_iterator it(input, ec), end;
     if (ec) throw FolderError(input, ec);
-    for (; it != end; it.increment(ec)) {
-      if (ec) throw FolderError(input, ec);
+    for (; it != end;) {
       take(*it);
+      it.increment(ec);
+      if (ec) throw FolderError(input, ec);
     }
   }
   std::sort(found.begin(), found.end());
-  if (besideReports) DropEarlierOutputs(found, type);
+  DropEarlierOutputs(found, type, outputDir);
   if (found.empty()) {
     throw QbError(kFileNotFound, std::string(kSource),
                   recursive ? "no reports in this folder or the folders below it"
@@ -195,7 +214,7 @@ void Batch::Plan() {
   std::vector<fs::path> reports;
   std::map<fs::path, size_t> reportAt;  // resolved path -> index in `reports`
   for (const std::string& input : request_.inputs) {
-    for (fs::path& r : Expand(input, request_.recursive, type, request_.outputDir.empty())) {
+    for (fs::path& r : Expand(input, request_.recursive, type, request_.outputDir)) {
       if (reportAt.emplace(Resolved(r), reports.size()).second) reports.push_back(std::move(r));
     }
   }
@@ -271,11 +290,16 @@ void Batch::Plan() {
       }
     }
     if (item.result == BatchItem::Result::Planned) {
+      // A file of the output type that is older than its namesake report is taken for a
+      // report: it may be a report, or an output of an earlier batch.
       if (const auto other = reportAt.find(Resolved(item.output)); other != reportAt.end()) {
         fail(reports[other->second] == report
-                 ? std::string("the output would be the report itself")
+                 ? "a report of the output type (" + type +
+                       ") would be written over itself: write the outputs to another folder"
                  : "the output would replace " + reports[other->second].string() +
-                       ", a report of this batch: write the outputs to another folder");
+                       ", older than this report and so taken for a report of the batch: if "
+                       "it is an earlier output, delete it; if not, write the outputs to "
+                       "another folder");
       } else if (fs::equivalent(item.output, report, ec)) {
         fail("the output would be the report itself");
       } else if (fs::equivalent(item.output, item.rdf, ec)) {

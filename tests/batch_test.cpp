@@ -176,29 +176,48 @@ TEST_F(BatchTest, NoReportIsReplacedAndNoOutputWrittenTwice) {
   request.outputType = ".txt";
   request.existing = BatchRequest::Existing::Overwrite;
   // JAN.txt is older than JAN.prn, so no output of it: both are reports, and JAN.prn's
-  // output would replace JAN.txt.
+  // output would replace JAN.txt. Nothing is converted, and the messages say what to do.
   Batch beside(app_, request);
   beside.Plan();
   ASSERT_EQ(beside.Items().size(), 2u);
-  EXPECT_NE(Item(beside, "JAN.prn").message.find("a report of this batch"), std::string::npos)
+  EXPECT_NE(Item(beside, "JAN.prn").message.find("if it is an earlier output, delete it"),
+            std::string::npos)
       << Item(beside, "JAN.prn").message;
-  EXPECT_NE(Item(beside, "JAN.txt").message.find("the report itself"), std::string::npos);
+  EXPECT_NE(Item(beside, "JAN.txt").message.find("would be written over itself"),
+            std::string::npos);
   beside.Run();
   EXPECT_EQ(beside.ExitStatus(), 1);
   EXPECT_EQ(ReadFile(home_ / "in" / "JAN.txt"), report);
 
-  // Written after JAN.prn, JAN.txt is taken for its output of an earlier batch.
+  // Written after JAN.prn, JAN.txt is taken for its output of an earlier batch, also when
+  // the outputs are sent to the reports' own folder by name.
   fs::last_write_time(home_ / "in" / "JAN.txt", now + std::chrono::hours(1));
-  Batch again(app_, request);
-  again.Plan();
-  ASSERT_EQ(again.Items().size(), 1u);
-  EXPECT_EQ(again.Items()[0].result, BatchItem::Result::Planned);
+  for (const fs::path& dir : {fs::path(), home_ / "in" / ".." / "in"}) {
+    request.outputDir = dir;
+    Batch again(app_, request);
+    again.Plan();
+    ASSERT_EQ(again.Items().size(), 1u) << dir;
+    EXPECT_EQ(again.Items()[0].result, BatchItem::Result::Planned) << dir;
+  }
 
-  // Into one folder, the two would write one output: neither runs. One report named twice,
-  // however spelt, is one report.
+  // With the outputs in another folder, a file of the output type named as a report is that
+  // report's earlier output, whatever its age: it is not written again. Two links to one
+  // report are two reports; one report named twice, however spelt, is one.
+  fs::last_write_time(home_ / "in" / "JAN.txt", now - std::chrono::hours(1));
+  fs::create_symlink("JAN.prn", home_ / "in" / "FEB.prn");
   request.outputDir = home_ / "out";
   fs::create_directories(request.outputDir);
   request.inputs = {(home_ / "in").string(), (home_ / "in" / "." / "JAN.prn").string()};
+  Batch elsewhere(app_, request);
+  elsewhere.Plan();
+  ASSERT_EQ(elsewhere.Items().size(), 2u);
+  EXPECT_EQ(Item(elsewhere, "FEB.prn").result, BatchItem::Result::Planned);
+  EXPECT_EQ(Item(elsewhere, "JAN.prn").result, BatchItem::Result::Planned);
+
+  // Two reports that would write one output: neither runs.
+  fs::create_directories(home_ / "in2");
+  fs::copy_file(home_ / "in" / "JAN.prn", home_ / "in2" / "JAN.prn");
+  request.inputs = {(home_ / "in" / "JAN.prn").string(), (home_ / "in2").string()};
   Batch clash(app_, request);
   clash.Plan();
   ASSERT_EQ(clash.Items().size(), 2u);
