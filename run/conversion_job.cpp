@@ -118,7 +118,8 @@ bool ConversionJob::Run() {
   if (ok) {
     for (const std::string& line : Findings()) app_.Log().WriteLog("Process", line);
   }
-  if (ok && !driver_->Abandoned() && !request_.noOutput) {
+  // A run cancelled while replacing an output wrote nothing: there is nothing new to open.
+  if (ok && !driver_->Abandoned() && !request_.noOutput && !driver_->Stats().previousKept) {
     driver_->RunEnd(request_.output, request_.launch);
   }
   return ok;

@@ -20,10 +20,11 @@
 namespace qb {
 
 struct RunStats {
-  bool finished = false;   // Process reached its statistics (false after a failure)
-  bool cancelled = false;  // the user cancelled; the rows gathered so far were written
-  // Cancelled while replacing an output: the rows gathered were dropped instead, and the
-  // output that was there stays as it was (an output is only ever replaced whole).
+  bool finished = false;  // Process reached its statistics (false after a failure)
+  // The user cancelled: the rows gathered so far were written, unless the run was replacing
+  // an output (`previousKept`): then they were dropped, and that output stays as it was (an
+  // output is only ever replaced whole).
+  bool cancelled = false;
   bool previousKept = false;
   int64_t linesProcessed = 0;
   int32_t linesWritten = 0;

@@ -14,6 +14,7 @@
 namespace qb {
 namespace {
 
+using test::Count;
 using test::Files;
 using test::ReadFile;
 using test::WriteFile;
@@ -91,6 +92,7 @@ TEST_F(ConversionJobTest, AFailedRunLeavesThePreviousOutputAndNoTemporaryFile) {
 // Abandoned, a run writes nothing; cancelled, it keeps its rows so far, unless it was replacing
 // an output: that one stays as it was.
 TEST_F(ConversionJobTest, AnAbandonedRunWritesNothingAndACancelledOneKeepsItsRows) {
+  ::setenv("QUILLBROOK_SPREADSHEET", "/bin/true", 1);  // a launch opens nothing here
   for (const OutputKind& kind : kKinds) {
     const auto output = home_ / (std::string("out") + kind.extension);
     WriteFile(output, "previous output");
@@ -107,7 +109,11 @@ TEST_F(ConversionJobTest, AnAbandonedRunWritesNothingAndACancelledOneKeepsItsRow
     }
     for (const bool replacing : {true, false}) {
       if (!replacing) std::filesystem::remove(output);
-      ConversionJob job(app_, ui_, Request(kind));
+      // A workbook asked to be opened is opened only when the run wrote it.
+      JobRequest request = Request(kind);
+      request.launch = true;
+      const size_t launches = Count(Log(), "Launch 1");
+      ConversionJob job(app_, ui_, request);
       ui_.onProgress = [&job](int pct) {
         if (pct >= 40) job.Cancel();
       };
@@ -115,6 +121,8 @@ TEST_F(ConversionJobTest, AnAbandonedRunWritesNothingAndACancelledOneKeepsItsRow
       EXPECT_TRUE(job.Stats().cancelled) << kind.name;
       EXPECT_EQ(job.Stats().previousKept, replacing) << kind.name;
       EXPECT_EQ(Files(home_.path()), Expected(kind)) << kind.name;
+      const bool workbook = std::string_view(kind.extension) == ".xls";
+      EXPECT_EQ(Count(Log(), "Launch 1"), launches + (workbook && !replacing ? 1 : 0)) << kind.name;
       if (replacing) {
         EXPECT_EQ(ReadFile(output), "previous output") << kind.name;
         EXPECT_EQ(job.Stats().linesWritten, 0) << kind.name;

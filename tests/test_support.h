@@ -107,6 +107,13 @@ inline std::vector<std::string> Files(const std::filesystem::path& folder) {
   return names;
 }
 
+// How often `what` stands in `text`.
+inline size_t Count(std::string_view text, std::string_view what) {
+  size_t n = 0;
+  for (size_t at = text.find(what); at != std::string_view::npos; at = text.find(what, at + 1)) ++n;
+  return n;
+}
+
 inline std::vector<std::string> ReadLines(const std::filesystem::path& p) {
   std::vector<std::string> lines;
   std::istringstream in(ReadFile(p));

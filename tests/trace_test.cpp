@@ -15,6 +15,7 @@
 namespace qb {
 namespace {
 
+using test::Count;
 using test::ReadFile;
 using test::Sample;
 using test::WriteFile;
@@ -27,12 +28,6 @@ std::vector<std::string> LinesStartingWith(const std::string& text, std::string_
     if (line.starts_with(prefix)) found.push_back(line);
   }
   return found;
-}
-
-size_t Count(const std::string& text, std::string_view what) {
-  size_t n = 0;
-  for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
-  return n;
 }
 
 class TraceTest : public test::EngineTest {

@@ -782,7 +782,7 @@ void MainWindow::RunEnd(bool ok) {
     findings << (error ? Q(error->describe()) : QStringLiteral("The run failed."))
              << "Nothing was written. The log: " + Q(app_->Log().AppLogFile().string());
   }
-  const QString launch = ok && !exitRequested_ ? LaunchProblem() : QString();
+  const QString launch = ok && !exitRequested_ && !stats.previousKept ? LaunchProblem() : QString();
   if (!launch.isEmpty()) findings << launch;
   lblFindings_->setText(findings.join('\n'));
   lblFindings_->setVisible(!findings.isEmpty());
