@@ -17,6 +17,7 @@
 #include <functional>
 #include <limits>
 #include <map>
+#include <set>
 #include <thread>
 #include <tuple>
 #include <vector>
@@ -528,6 +529,12 @@ void RefuseManifestOverFiles(const std::filesystem::path& manifest,
                              const std::filesystem::path& rdf) {
   const std::string refused = "--manifest " + manifest.string() + " is ";
   const std::string advice = ": choose another name for the manifest";
+  // Found out now, not after the batch has run.
+  std::error_code ec;
+  const std::filesystem::path folder = std::filesystem::absolute(manifest, ec).parent_path();
+  if (std::filesystem::is_directory(manifest, ec)) throw UsageError(refused + "a folder" + advice);
+  if (!std::filesystem::is_directory(folder, ec))
+    throw UsageError(refused + "in a folder that does not exist (" + folder.string() + ")");
   if (SameFile(manifest, rdf)) throw UsageError(refused + "the RDF (--rdf)" + advice);
   for (const BatchItem& i : items) {
     if (SameFile(manifest, i.report)) throw UsageError(refused + "a report of the batch" + advice);
@@ -599,17 +606,16 @@ int BatchCommand(const ParsedOptions& opts, const Application& app) {
 int MergeCommand(const ParsedOptions& opts) {
   std::vector<BatchItem> items;
   std::map<std::filesystem::path, std::string> seen;  // report -> the manifest it came from
-  for (size_t f = 0; f < opts.positional.size(); ++f) {
-    const std::string& file = opts.positional[f];
-    for (size_t g = 0; g < f; ++g) {
-      if (SameFile(file, opts.positional[g])) {
-        std::fprintf(stderr, "qbconvert: the manifest %s is named twice\n", file.c_str());
-        return kExitFailed;
-      }
-    }
+  std::set<std::filesystem::path> manifests;          // resolved
+  for (const std::string& file : opts.positional) {
     std::error_code ec;
+    if (!manifests.insert(std::filesystem::weakly_canonical(file, ec)).second && !ec) {
+      std::fprintf(stderr, "qbconvert: the manifest %s is named twice\n", file.c_str());
+      return kExitFailed;
+    }
+    // A manifest may come through a pipe (<(ssh node cat slice.jsonl)); a folder is none.
     std::ifstream in(file, std::ios::binary);
-    if (!in || !std::filesystem::is_regular_file(file, ec)) {
+    if (!in || std::filesystem::is_directory(file, ec)) {
       std::fprintf(stderr, "qbconvert: the manifest %s cannot be read\n", file.c_str());
       return kExitFailed;
     }

@@ -467,6 +467,9 @@ check "merge-manifests: says what is wrong" contains "$tmp/err" "text after the 
 "$qbconvert" --home "$tmp/batchhome" --merge-manifests "$tmp/batch/manifest.jsonl" \
   "$tmp/batch/../batch/manifest.jsonl" >"$tmp/out" 2>"$tmp/err"; rc=$?
 check "merge-manifests: one manifest twice fails" test $rc -eq 1
+"$qbconvert" --home "$tmp/batchhome" --merge-manifests /dev/stdin <"$tmp/batch/manifest.jsonl" \
+  >"$tmp/out" 2>&1
+check "merge-manifests: a manifest through a pipe" test "$(grep -c ' done ' "$tmp/out")" -eq 3
 
 # The table keeps a row a line and its columns in line: a message's line breaks shown as
 # blanks, names padded by the characters shown (UTF-8, or a byte that is not).
@@ -486,7 +489,8 @@ assert len({l.index("RDF" if i == 0 else "a.rdf") for i, l in enumerate(lines)})
 
 # --manifest is never written over a report or an output of the batch: exit 2, nothing run.
 mkdir -p "$tmp/batch/m" && cp "$samples/ARINV01.txt" "$tmp/batch/m/r.txt"
-for name in r.txt r.csv; do
+# Nor in a folder that is not there, which would be found out only after the batch.
+for name in r.txt r.csv nofolder/m.jsonl; do
   "$qbconvert" --home "$tmp/batchhome" --batch --rdf "$samples/ARINV01.rdf" --to .csv \
     --output-dir "$tmp/batch/m" --manifest "$tmp/batch/m/$name" "$tmp/batch/m/r.txt" >"$tmp/out" 2>&1; rc=$?
   check "batch: a manifest named $name is a usage error" test $rc -eq 2
