@@ -278,9 +278,14 @@ void XlsxSink::Put(size_t c, std::string_view text, bool header) {
 const char* XlsxSink::LibraryText(std::string_view text, bool& cut) {
   text_.clear();
   unsigned char high = 0;
-  for (char c : text) high |= static_cast<unsigned char>(c);
+  bool special = false;  // a NUL or a "_", which may need an escape
+  for (char c : text) {
+    high |= static_cast<unsigned char>(c);
+    special |= c == '\0' || c == '_';
+  }
   if (high < 0x80) {
     text_.append(text);  // plain ASCII, most texts
+    if (!special) return text_.c_str();
   } else {
     AppendUtf8(text_, text);
   }

@@ -32,12 +32,16 @@ class RunLog {
   RunLog(UserInterface& ui, std::filesystem::path appLogFile, Clock clock = {});
   // The same log, telling `ui` of its failures and errors; with `writes` false, one that
   // writes nothing (a run that only looks at a report, again and again, as the report view's).
+  // Only such a copy, which names its own user interface, is made.
   RunLog(const RunLog& other, UserInterface& ui, bool writes = true)
       : ui_(ui),
         appLogFile_(other.appLogFile_),
         clock_(other.clock_),
         writes_(other.writes_ && writes),
         failedFiles_(other.FailedFilesCopy()) {}
+
+  RunLog(const RunLog&) = delete;
+  RunLog& operator=(const RunLog&) = delete;
 
   // The program folder's log\qbuia.log.
   const std::filesystem::path& AppLogFile() const { return appLogFile_; }
