@@ -62,9 +62,10 @@ bool NotAReport(const fs::path& file) {
 // replaces the link, not what it points to). The file need not exist yet.
 fs::path Resolved(const fs::path& path) {
   std::error_code ec;
-  const fs::path absolute = fs::absolute(path, ec).lexically_normal();
+  const fs::path absolute = fs::absolute(path, ec);
+  // The folder is looked up as it is spelt: "link/.." is where the link leads, then up.
   const fs::path folder = fs::weakly_canonical(absolute.parent_path(), ec);
-  return ec ? absolute : folder / absolute.filename();
+  return ec ? absolute.lexically_normal() : folder / absolute.filename();
 }
 
 bool HasExtension(const fs::path& file, std::string_view extension) {
@@ -78,28 +79,20 @@ QbError FolderError(const fs::path& folder, const std::error_code& ec) {
 }
 
 // A file of the output type named as another report of its folder is that report's output
-// of an earlier batch, not a report, where the outputs go elsewhere (it is not written
-// again). Where they go to its folder, it is taken for one only when it was written after
-// its report; an older one is a report, and the planning says which file is in the way.
+// of an earlier batch, not a report, where this batch writes its outputs elsewhere. (Where it
+// writes them to that folder, Plan tells an earlier output from a report by its age.)
 void DropEarlierOutputs(std::vector<fs::path>& found, std::string_view type,
                         const fs::path& outputDir) {
-  std::map<fs::path, fs::file_time_type> reports;  // stem -> the newest report of that stem
-  std::error_code ec;
+  if (outputDir.empty()) return;
+  std::set<fs::path> stems;
   for (const fs::path& f : found) {
-    if (HasExtension(f, type)) continue;
-    const auto written = fs::last_write_time(f, ec);
-    if (ec) continue;
-    auto [at, added] = reports.emplace(f.parent_path() / f.stem(), written);
-    if (!added) at->second = std::max(at->second, written);
+    if (!HasExtension(f, type)) stems.insert(f.parent_path() / f.stem());
   }
-  const fs::path outputs =
-      outputDir.empty() ? fs::path() : fs::weakly_canonical(fs::absolute(outputDir, ec), ec);
+  std::error_code ec;
+  const fs::path outputs = fs::weakly_canonical(fs::absolute(outputDir, ec), ec);
   std::erase_if(found, [&](const fs::path& f) {
-    if (!HasExtension(f, type)) return false;
-    const auto report = reports.find(f.parent_path() / f.stem());
-    if (report == reports.end()) return false;
-    const bool rewritten = outputDir.empty() || Resolved(f).parent_path() == outputs;
-    return !rewritten || (fs::last_write_time(f, ec) >= report->second && !ec);
+    return HasExtension(f, type) && stems.contains(f.parent_path() / f.stem()) &&
+           Resolved(f).parent_path() != outputs;
   });
 }
 
@@ -211,15 +204,39 @@ void Batch::Plan() {
                   "the output type \"" + type + "\" is none of .txt, .csv, .xls and .xlsx");
   }
   // Each report once, however often and however spelt it was named.
-  std::vector<fs::path> reports;
-  std::map<fs::path, size_t> reportAt;  // resolved path -> index in `reports`
+  std::vector<fs::path> found;
+  std::set<fs::path> named;
   for (const std::string& input : request_.inputs) {
     for (fs::path& r : Expand(input, request_.recursive, type, request_.outputDir)) {
-      if (reportAt.emplace(Resolved(r), reports.size()).second) reports.push_back(std::move(r));
+      if (named.insert(Resolved(r)).second) found.push_back(std::move(r));
     }
   }
-  std::vector<fs::path> rdfs;  // the RDF folder's, for identification
+  auto outputOf = [&](const fs::path& report) {
+    const fs::path folder = request_.outputDir.empty() ? report.parent_path() : request_.outputDir;
+    return folder / (report.stem().string() + type);
+  };
+  // A file found that another report of the batch would write, and that was written after
+  // that report, is its output of an earlier batch, not a report. An older one may be either:
+  // it stays a report, and the one that would write it fails, saying so.
+  std::map<fs::path, size_t> writerOf;  // resolved output -> index in `found`
+  for (size_t i = 0; i < found.size(); ++i) {
+    if (fs::path output = Resolved(outputOf(found[i])); output != Resolved(found[i]))
+      writerOf.emplace(std::move(output), i);
+  }
+  std::vector<fs::path> reports;
+  std::map<fs::path, size_t> reportAt;  // resolved path -> index in `reports`
   std::error_code ec;
+  for (size_t i = 0; i < found.size(); ++i) {
+    const fs::path resolved = Resolved(found[i]);
+    if (const auto writer = writerOf.find(resolved);
+        writer != writerOf.end() && writer->second != i) {
+      const auto written = fs::last_write_time(found[i], ec);
+      if (!ec && written >= fs::last_write_time(found[writer->second], ec) && !ec) continue;
+    }
+    reportAt.emplace(resolved, reports.size());
+    reports.push_back(found[i]);
+  }
+  std::vector<fs::path> rdfs;  // the RDF folder's, for identification
   if (!request_.rdfDir.empty()) {
     if (!fs::is_directory(request_.rdfDir, ec)) {
       throw QbError(
@@ -251,8 +268,7 @@ void Batch::Plan() {
   for (const fs::path& report : reports) {
     BatchItem item;
     item.report = report;
-    const fs::path folder = request_.outputDir.empty() ? report.parent_path() : request_.outputDir;
-    item.output = folder / (report.stem().string() + type);
+    item.output = outputOf(report);
     auto fail = [&](std::string why) {
       item.result = BatchItem::Result::Failed;
       item.message = std::move(why);
@@ -290,16 +306,22 @@ void Batch::Plan() {
       }
     }
     if (item.result == BatchItem::Result::Planned) {
-      // A file of the output type that is older than its namesake report is taken for a
-      // report: it may be a report, or an output of an earlier batch.
+      // A report that another report would write is older than that one (see above): it
+      // may be a report, or an output of an earlier batch.
+      const auto writer = writerOf.find(Resolved(report));
       if (const auto other = reportAt.find(Resolved(item.output)); other != reportAt.end()) {
-        fail(reports[other->second] == report
-                 ? "a report of the output type (" + type +
-                       ") would be written over itself: write the outputs to another folder"
-                 : "the output would replace " + reports[other->second].string() +
-                       ", older than this report and so taken for a report of the batch: if "
-                       "it is an earlier output, delete it; if not, write the outputs to "
-                       "another folder");
+        if (reports[other->second] != report) {
+          fail("the output would replace " + reports[other->second].string() +
+               ", older than this report and so taken for a report of the batch: if it is an "
+               "earlier output, delete it; if not, write the outputs to another folder");
+        } else if (writer != writerOf.end() && found[writer->second] != report) {
+          fail("older than " + found[writer->second].string() +
+               ", whose output it would be, and so taken for a report: if it is an earlier "
+               "output, delete it; if not, write the outputs to another folder");
+        } else {
+          fail("a report of the output type (" + type +
+               ") would be written over itself: write the outputs to another folder");
+        }
       } else if (fs::equivalent(item.output, report, ec)) {
         fail("the output would be the report itself");
       } else if (fs::equivalent(item.output, item.rdf, ec)) {

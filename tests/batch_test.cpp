@@ -183,8 +183,10 @@ TEST_F(BatchTest, NoReportIsReplacedAndNoOutputWrittenTwice) {
   EXPECT_NE(Item(beside, "JAN.prn").message.find("if it is an earlier output, delete it"),
             std::string::npos)
       << Item(beside, "JAN.prn").message;
-  EXPECT_NE(Item(beside, "JAN.txt").message.find("would be written over itself"),
-            std::string::npos);
+  EXPECT_NE(
+      Item(beside, "JAN.txt").message.find("older than " + (home_ / "in" / "JAN.prn").string()),
+      std::string::npos)
+      << Item(beside, "JAN.txt").message;
   beside.Run();
   EXPECT_EQ(beside.ExitStatus(), 1);
   EXPECT_EQ(ReadFile(home_ / "in" / "JAN.txt"), report);
@@ -227,6 +229,36 @@ TEST_F(BatchTest, NoReportIsReplacedAndNoOutputWrittenTwice) {
   }
   clash.Run();
   EXPECT_TRUE(fs::is_empty(request.outputDir));
+
+  // The reports' folder spelt through a link and "..", as the file system reads it (the
+  // link's target, then up): JAN.txt, older than JAN.prn, is still kept from being written,
+  // and JAN.prn named again in that spelling is the same report.
+  fs::create_directories(home_ / "in" / "deep");
+  fs::create_directory_symlink(home_ / "in" / "deep", home_ / "link");
+  request.outputDir = home_ / "link" / "..";
+  request.inputs = {(home_ / "in").string(), (home_ / "link" / ".." / "JAN.prn").string()};
+  Batch linked(app_, request);
+  linked.Plan();
+  ASSERT_EQ(linked.Items().size(), 3u);  // FEB.prn, JAN.prn, JAN.txt
+  EXPECT_EQ(Item(linked, "JAN.prn").result, BatchItem::Result::Failed);
+  linked.Run();
+  EXPECT_EQ(ReadFile(home_ / "in" / "JAN.txt"), report);
+
+  // Outputs written into a folder below the reports are no reports the next time.
+  fs::create_directories(home_ / "tree" / "out");
+  fs::copy_file(Sample("ARINV01.txt"), home_ / "tree" / "ARINV01.txt");
+  request.inputs = {(home_ / "tree").string()};
+  request.outputDir = home_ / "tree" / "out";
+  request.outputType = ".csv";
+  request.recursive = true;
+  Batch first(app_, request);
+  first.Plan();
+  first.Run();
+  ASSERT_EQ(first.ExitStatus(), 0);
+  Batch rerun(app_, request);
+  rerun.Plan();
+  ASSERT_EQ(rerun.Items().size(), 1u);
+  EXPECT_EQ(rerun.Items()[0].result, BatchItem::Result::Planned) << rerun.Items()[0].message;
 }
 
 }  // namespace
