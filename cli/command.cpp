@@ -5,6 +5,7 @@
 
 #include <pthread.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -524,17 +525,31 @@ bool WriteManifest(const std::filesystem::path& file, const std::vector<BatchIte
 
 // --manifest never takes the place of a file the batch reads or writes: the manifest is
 // written last, over whatever has its name.
+// Whether --manifest can be written where it is named, found out before the work, not after
+// it: its folder exists and takes files, and what has its name, if anything, is a file (the
+// manifest replaces it whole, which would turn /dev/stdout into a file).
+void CheckManifestPlace(const std::filesystem::path& manifest) {
+  const std::string refused = "--manifest " + manifest.string() + " is ";
+  std::error_code ec;
+  const std::filesystem::path folder = std::filesystem::absolute(manifest, ec).parent_path();
+  const auto status = std::filesystem::status(manifest, ec);
+  if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status)) {
+    throw UsageError(refused + "no file" +
+                     (std::filesystem::is_directory(status) ? std::string(" but a folder") : "") +
+                     ": name a file for the manifest (the table goes to standard output)");
+  }
+  if (!std::filesystem::is_directory(folder, ec))
+    throw UsageError(refused + "in a folder that does not exist (" + folder.string() + ")");
+  if (::access(folder.c_str(), W_OK) != 0)
+    throw UsageError(refused + "in a folder that cannot be written (" + folder.string() + ")");
+}
+
 void RefuseManifestOverFiles(const std::filesystem::path& manifest,
                              const std::vector<BatchItem>& items,
                              const std::filesystem::path& rdf) {
   const std::string refused = "--manifest " + manifest.string() + " is ";
   const std::string advice = ": choose another name for the manifest";
-  // Found out now, not after the batch has run.
-  std::error_code ec;
-  const std::filesystem::path folder = std::filesystem::absolute(manifest, ec).parent_path();
-  if (std::filesystem::is_directory(manifest, ec)) throw UsageError(refused + "a folder" + advice);
-  if (!std::filesystem::is_directory(folder, ec))
-    throw UsageError(refused + "in a folder that does not exist (" + folder.string() + ")");
+  CheckManifestPlace(manifest);
   if (SameFile(manifest, rdf)) throw UsageError(refused + "the RDF (--rdf)" + advice);
   for (const BatchItem& i : items) {
     if (SameFile(manifest, i.report)) throw UsageError(refused + "a report of the batch" + advice);
@@ -604,12 +619,21 @@ int BatchCommand(const ParsedOptions& opts, const Application& app) {
 
 // --merge-manifests: the manifests of batches run apart, as one table (and one manifest).
 int MergeCommand(const ParsedOptions& opts) {
+  if (auto manifest = opts.value(Opt::Manifest)) {
+    try {
+      CheckManifestPlace(*manifest);
+    } catch (const UsageError& e) {
+      std::fprintf(stderr, "qbconvert: %s\nTry 'qbconvert --help'.\n", e.what());
+      return kExitUsage;
+    }
+  }
   std::vector<BatchItem> items;
   std::map<std::filesystem::path, std::string> seen;  // report -> the manifest it came from
-  std::set<std::filesystem::path> manifests;          // resolved
+  std::set<std::pair<dev_t, ino_t>> manifests;        // each file once, by its inode
   for (const std::string& file : opts.positional) {
     std::error_code ec;
-    if (!manifests.insert(std::filesystem::weakly_canonical(file, ec)).second && !ec) {
+    if (struct stat st{};
+        ::stat(file.c_str(), &st) == 0 && !manifests.insert({st.st_dev, st.st_ino}).second) {
       std::fprintf(stderr, "qbconvert: the manifest %s is named twice\n", file.c_str());
       return kExitFailed;
     }

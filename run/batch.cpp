@@ -142,9 +142,11 @@ std::vector<fs::path> Expand(const std::string& input, bool recursive, std::stri
     if (ec) throw FolderError(input, ec);
     for (; it != end;) {
       take(*it);
-      const fs::path entered = it->path();  // a folder the step below may fail to open
+      // The step below enters a folder, or reads on in the one it is in; either may fail.
+      std::error_code kind;
+      const fs::path at = it->is_directory(kind) ? it->path() : it->path().parent_path();
       it.increment(ec);
-      if (ec) throw FolderError(entered, ec);
+      if (ec) throw FolderError(at, ec);
     }
   } else {
     fs::directory_iterator it(input, ec), end;

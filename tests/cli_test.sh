@@ -467,9 +467,18 @@ check "merge-manifests: says what is wrong" contains "$tmp/err" "text after the 
 "$qbconvert" --home "$tmp/batchhome" --merge-manifests "$tmp/batch/manifest.jsonl" \
   "$tmp/batch/../batch/manifest.jsonl" >"$tmp/out" 2>"$tmp/err"; rc=$?
 check "merge-manifests: one manifest twice fails" test $rc -eq 1
-"$qbconvert" --home "$tmp/batchhome" --merge-manifests /dev/stdin <"$tmp/batch/manifest.jsonl" \
+cat "$tmp/batch/manifest.jsonl" | "$qbconvert" --home "$tmp/batchhome" --merge-manifests /dev/stdin \
   >"$tmp/out" 2>&1
 check "merge-manifests: a manifest through a pipe" test "$(grep -c ' done ' "$tmp/out")" -eq 3
+ln -f "$tmp/batch/manifest.jsonl" "$tmp/linked.jsonl"
+"$qbconvert" --home "$tmp/batchhome" --merge-manifests "$tmp/batch/manifest.jsonl" "$tmp/linked.jsonl" \
+  >"$tmp/out" 2>&1; rc=$?
+check "merge-manifests: a manifest and its hard link fail" test $rc -eq 1
+# The joined manifest is never written over something that is no file (a pipe, a device).
+mkfifo "$tmp/fifo.jsonl"
+"$qbconvert" --home "$tmp/batchhome" --merge-manifests --manifest "$tmp/fifo.jsonl" \
+  "$tmp/batch/manifest.jsonl" >"$tmp/out" 2>&1; rc=$?
+check "merge-manifests: --manifest on a pipe is a usage error" test $rc -eq 2 -a -p "$tmp/fifo.jsonl"
 
 # The table keeps a row a line and its columns in line: a message's line breaks shown as
 # blanks, names padded by the characters shown (UTF-8, or a byte that is not).

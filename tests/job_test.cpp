@@ -137,6 +137,7 @@ TEST_F(ConversionJobTest, AnAbandonedRunWritesNothingAndACancelledOneKeepsItsRow
     ui_.onProgress = nullptr;
     std::filesystem::remove(output);
   }
+  ::unsetenv("QUILLBROOK_SPREADSHEET");
 }
 
 // Two jobs over one loaded RDF, run at once on two threads while this thread changes the
