@@ -204,6 +204,7 @@ class Checker {
   }
 
   bool ReadLines();
+  void IndentedRows();
   void Structure();
   void FirstLine(const Line& line);
   void PartLine(const Line& line);
@@ -279,6 +280,7 @@ bool Checker::ReadLines() {
       lines_.push_back({source.Line(), std::string(line)});
       return true;
     });
+    if (!scrambled) IndentedRows();
   } catch (const QbError& e) {
     if (!e.detail().empty()) {
       // A damaged first line is met first by GetRDFInfo, which names it 517.
@@ -293,6 +295,25 @@ bool Checker::ReadLines() {
     return false;
   }
   return true;
+}
+
+// A line that begins with a blank is a comment, and loading skips it without a word; one
+// that reads like a row or a section line was most likely indented to set it off.
+void Checker::IndentedRows() {
+  LineReader reader(result_.file, kProc);
+  std::string_view line;
+  for (int64_t number = 1; reader.Next(line); ++number) {
+    if (number == 1 || line.empty() || line.front() != ' ') continue;
+    const std::string_view text = Trim(line);
+    const bool section = text.size() == 3 && std::all_of(text.begin(), text.end(), [](char c) {
+                           return c >= 'A' && c <= 'Z';
+                         });
+    if (text.empty() || text.front() == '[' ||
+        !(section || text.starts_with("RDF ") || text.find(',') != std::string_view::npos))
+      continue;
+    Warn(number, "this line begins with a blank, so loading skips it as a comment; if it is a " +
+                     std::string(section ? "section line" : "row") + ", take the blanks away");
+  }
 }
 
 void Checker::Structure() {

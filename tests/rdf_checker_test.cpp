@@ -344,6 +344,14 @@ TEST_F(RdfChecker, DamagedScrambledFirstLine) {
   EXPECT_EQ(r.errors + r.warnings, 1);
 }
 
+TEST_F(RdfChecker, AnIndentedRowIsToldToBeAComment) {
+  const RdfCheckResult r = Break("ARINV01.rdf", "1,=,CUSTOMER,", "  1,=,CUSTOMER,");
+  EXPECT_TRUE(On(r, line_, Severity::Warning, {"begins with a blank", "if it is a row"}));
+  // A comment that begins with a blank and reads like none stays a comment, unremarked.
+  const RdfCheckResult clean = Break("ARINV01.rdf", "DLM\r\n", "DLM\r\n   a note\r\n");
+  EXPECT_EQ(clean.errors + clean.warnings, 0);
+}
+
 TEST_F(RdfChecker, AFileOfBlanksIsEmptyAndABlankFirstLineIsNamed) {
   for (const char* text : {"", "\r\n  \r\n\t\r\n", "\xEF\xBB\xBF\r\n"}) {
     WriteFile(dir_ / "E.rdf", text);
