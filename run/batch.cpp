@@ -462,7 +462,9 @@ void Batch::Run(const std::function<void(const Progress&)>& progress) {
       p.bytesRead = bytesDone;
       p.lines = linesDone;
       for (const ConversionJob* job : running) {
-        if (job) p.lines += job->LinesProcessed();
+        if (!job) continue;
+        p.lines += job->LinesProcessed();
+        p.rows += job->RowsWritten();
       }
       if (progress) {
         lock.unlock();

@@ -80,7 +80,7 @@ class Batch {
   // times a second between.
   struct Progress {
     size_t done = 0, total = 0;  // items ended / planned
-    int64_t rows = 0;            // rows written by the items ended
+    int64_t rows = 0;            // rows written so far, the running items' too
     int64_t bytesRead = 0;       // report bytes of the items ended
     int64_t lines = 0;           // report lines read so far, the running items' too
   };

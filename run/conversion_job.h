@@ -95,6 +95,7 @@ class ConversionJob {
   const std::optional<QbError>& LastError() const { return driver_->LastError(); }
   // Lines handed on so far; may be read from another thread while the job runs.
   int64_t LinesProcessed() const { return driver_->LinesProcessed(); }
+  int32_t RowsWritten() const { return driver_->RowsWritten(); }
   // The output columns as the RDF defines them (after Run).
   std::vector<Converter::ColumnField> ColumnFields() const {
     return driver_->converter().ColumnFields();

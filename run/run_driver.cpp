@@ -59,6 +59,7 @@ bool RunDriver::Run(const std::filesystem::path& report, const std::filesystem::
   lastError_.reset();
   stats_ = RunStats();
   linesProcessed_ = 0;
+  rowsWritten_ = 0;
   const auto start = std::chrono::steady_clock::now();
   const RunLog& log = engine_.app().Log();
   // Whatever the caller checked before: a report is never written.
@@ -154,6 +155,7 @@ void RunDriver::HandLine(std::string_view piece, int64_t line, int32_t part) {
   }
   linesProcessed_.store(n, std::memory_order_relaxed);
   converter_.HandPiece(piece, line, part);
+  rowsWritten_.store(converter_.State().LinesWritten, std::memory_order_relaxed);
 }
 
 void RunDriver::Process(const std::filesystem::path& report, const std::filesystem::path& output,

@@ -90,6 +90,8 @@ class RunDriver {
   const std::optional<QbError>& LastError() const { return lastError_; }
   // Lines handed on so far; may be read from another thread while the run goes on.
   int64_t LinesProcessed() const { return linesProcessed_.load(std::memory_order_relaxed); }
+  // Rows written so far, read as LinesProcessed is.
+  int32_t RowsWritten() const { return rowsWritten_.load(std::memory_order_relaxed); }
 
  private:
   void Process(const std::filesystem::path& report, const std::filesystem::path& output,
@@ -105,6 +107,7 @@ class RunDriver {
   std::optional<QbError> lastError_;
   bool processFailed_ = false;
   std::atomic<int64_t> linesProcessed_{0};
+  std::atomic<int32_t> rowsWritten_{0};
 };
 
 }  // namespace qb

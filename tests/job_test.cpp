@@ -114,8 +114,11 @@ TEST_F(ConversionJobTest, AnAbandonedRunWritesNothingAndACancelledOneKeepsItsRow
       request.launch = true;
       const size_t launches = Count(Log(), "Launch 1");
       ConversionJob job(app_, ui_, request);
-      ui_.onProgress = [&job](int pct) {
-        if (pct >= 40) job.Cancel();
+      int32_t rowsSeen = 0;  // read through the job while the run goes on
+      ui_.onProgress = [&job, &rowsSeen](int pct) {
+        if (pct < 40) return;
+        if (rowsSeen == 0) rowsSeen = job.RowsWritten();
+        job.Cancel();
       };
       EXPECT_TRUE(job.Run()) << kind.name;
       EXPECT_TRUE(job.Stats().cancelled) << kind.name;
@@ -129,6 +132,8 @@ TEST_F(ConversionJobTest, AnAbandonedRunWritesNothingAndACancelledOneKeepsItsRow
         continue;
       }
       EXPECT_GT(job.Stats().linesWritten, 0) << kind.name;
+      EXPECT_GT(rowsSeen, 0) << kind.name;
+      EXPECT_LE(rowsSeen, job.Stats().linesWritten) << kind.name;
       if (std::string_view(kind.extension) != ".xls") {
         EXPECT_EQ(test::ReadLines(output).size(), static_cast<size_t>(job.Stats().linesWritten) + 1)
             << kind.name;
