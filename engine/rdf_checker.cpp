@@ -246,19 +246,12 @@ bool Checker::ReadLines() {
     {
       LineReader reader(file, kProc);
       std::string_view raw;
-      bool empty = !reader.Next(raw);
-      if (!empty) first = raw;
-      auto blank = [](std::string_view line) {
-        return line.find_first_not_of(" \t\r") == std::string_view::npos;
-      };
+      const bool read = reader.Next(raw);
+      first = read ? raw : std::string_view();
       // Blanks and line ends alone are an empty file too, as loading calls it.
-      if (!empty && blank(kUtf8Bom.size() <= raw.size() && raw.starts_with(kUtf8Bom)
-                              ? raw.substr(kUtf8Bom.size())
-                              : raw)) {
-        empty = true;
-        while (empty && reader.Next(raw)) empty = blank(raw);
-      }
-      if (empty) {
+      std::string_view head = first;
+      if (head.starts_with(kUtf8Bom)) head.remove_prefix(kUtf8Bom.size());
+      if (!read || IsBlankRdf(file, head, kProc)) {
         Error(0,
               "the file is empty: an RDF begins with its header part line, as in \"RDF 0001T "
               "Invoice register@ARINV01\"");

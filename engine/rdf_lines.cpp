@@ -12,6 +12,21 @@ bool IsScrambledFirstLine(std::string_view firstLine) {
   return !StartsWith(Trim(firstLine), "RDF");
 }
 
+bool IsBlankRdf(const std::filesystem::path& path, std::string_view firstLine,
+                std::string_view procedure) {
+  auto blank = [](std::string_view line) {
+    return line.find_first_not_of(" \t\r") == std::string_view::npos;
+  };
+  if (!blank(firstLine)) return false;
+  LineReader reader(path, procedure);
+  std::string_view line;
+  reader.Next(line);  // the first, blank
+  while (reader.Next(line)) {
+    if (!blank(line)) return false;
+  }
+  return true;
+}
+
 bool RdfLineSource::Next(std::string_view& line) {
   std::string_view raw;
   for (;;) {

@@ -16,6 +16,12 @@ namespace qb {
 // True when the RDF is scrambled: its first line, trimmed, does not begin "RDF".
 bool IsScrambledFirstLine(std::string_view firstLine);
 
+// True when the RDF at `path`, whose first line (its byte-order mark taken off) is
+// `firstLine`, holds nothing but blanks and line ends: an empty RDF, which loading would
+// otherwise take for a scrambled one. Reads on only when the first line is blank.
+bool IsBlankRdf(const std::filesystem::path& path, std::string_view firstLine,
+                std::string_view procedure);
+
 class RdfLineSource {
  public:
   RdfLineSource(const std::filesystem::path& path, bool scrambled, std::string_view procedure)

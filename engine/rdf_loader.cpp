@@ -67,19 +67,6 @@ constexpr std::string_view kEmptyRdfText =
     "the RDF is empty: it holds nothing but blanks and line ends, and an RDF begins with its "
     "header part line, as in \"RDF 0001T Invoice register@ARINV01\"";
 
-bool IsBlankLine(std::string_view line) {
-  return line.find_first_not_of(" \t\r") == std::string_view::npos;
-}
-
-// True when the lines after the first that `reader` gave are all blank, or there are none.
-bool OnlyBlankLinesLeft(LineReader& reader) {
-  std::string_view line;
-  while (reader.Next(line)) {
-    if (!IsBlankLine(line)) return false;
-  }
-  return true;
-}
-
 }  // namespace
 
 bool Engine::GetRDFInfo(const std::filesystem::path& rdfPath) {
@@ -92,15 +79,10 @@ bool Engine::GetRDFInfo(const std::filesystem::path& rdfPath) {
     if (flags.RdfUtf8) raw.remove_prefix(kUtf8Bom.size());
     // A file with no text would be taken for a scrambled RDF and fail on its first line's
     // checksum; it is named for what it is instead.
-    std::string blankFirst;
-    if (IsBlankLine(raw)) {
-      blankFirst = raw;  // the reader's next line takes the buffer `raw` points into
-      if (OnlyBlankLinesLeft(reader)) {
-        throw QbError(kRdfCorruptHeader, std::string(kProc), std::string(kCorruptRdfText))
-            .at(rdfPath)
-            .because(std::string(kEmptyRdfText));
-      }
-      raw = blankFirst;
+    if (IsBlankRdf(rdfPath, raw, kProc)) {
+      throw QbError(kRdfCorruptHeader, std::string(kProc), std::string(kCorruptRdfText))
+          .at(rdfPath)
+          .because(std::string(kEmptyRdfText));
     }
     flags.Scrambled = IsScrambledFirstLine(raw);
     std::string line;
