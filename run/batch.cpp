@@ -45,15 +45,18 @@ bool IsGlob(std::string_view s) {
   return s.find_first_of("*?[") != std::string_view::npos;
 }
 
+bool HasExtension(const fs::path& file, std::string_view extension) {
+  return EqualsNoCase(file.extension().string(), extension);
+}
+
 // Files a folder holds that are not reports: RDFs, logs, settings, workbooks, manifests,
 // hidden files.
 bool NotAReport(const fs::path& file) {
-  static const std::set<std::string> kNot = {".rdf",  ".log",  ".ini",  ".xls",
-                                             ".xlsx", ".part", ".jsonl"};
-  std::string ext = file.extension().string();
-  std::transform(ext.begin(), ext.end(), ext.begin(),
-                 [](unsigned char c) { return std::tolower(c); });
-  return kNot.contains(ext) || file.filename().string().starts_with(".");
+  static constexpr std::string_view kNot[] = {".rdf",  ".log",  ".ini",  ".xls",
+                                              ".xlsx", ".part", ".jsonl"};
+  return std::any_of(std::begin(kNot), std::end(kNot),
+                     [&file](std::string_view ext) { return HasExtension(file, ext); }) ||
+         file.filename().string().starts_with(".");
 }
 
 // A path with its folder as the file system resolves it (links, "." and ".."), so that two
@@ -66,10 +69,6 @@ fs::path Resolved(const fs::path& path) {
   // The folder is looked up as it is spelt: "link/.." is where the link leads, then up.
   const fs::path folder = fs::weakly_canonical(absolute.parent_path(), ec);
   return ec ? absolute.lexically_normal() : folder / absolute.filename();
-}
-
-bool HasExtension(const fs::path& file, std::string_view extension) {
-  return EqualsNoCase(file.extension().string(), extension);
 }
 
 QbError FolderError(const fs::path& folder, const std::error_code& ec) {
@@ -248,11 +247,9 @@ void Batch::Plan() {
     }
     fs::directory_iterator it(request_.rdfDir, ec), end;
     for (; !ec && it != end; it.increment(ec)) {
-      std::string ext = it->path().extension().string();
-      std::transform(ext.begin(), ext.end(), ext.begin(),
-                     [](unsigned char c) { return std::tolower(c); });
       std::error_code entry;
-      if (ext == ".rdf" && it->is_regular_file(entry)) rdfs.push_back(it->path());
+      if (HasExtension(it->path(), ".rdf") && it->is_regular_file(entry))
+        rdfs.push_back(it->path());
     }
     if (ec) throw FolderError(request_.rdfDir, ec);
     std::sort(rdfs.begin(), rdfs.end());
