@@ -169,33 +169,6 @@ void ListFields(Recordset& rs) {
   rs.Sort("");
 }
 
-// Whether the RDF is for PDF reports, read quietly: its header loads as a text RDF's, or
-// fails only for being a PDF one. A damaged RDF is told of by the load that follows.
-bool IsPdfRdf(const Application& app, const std::filesystem::path& rdf) {
-  SilentUserInterface silent;
-  Application quiet(app, silent, false);
-  Engine probe(quiet);
-  probe.CreateRecordsets();
-  if (probe.GetRDFInfo(rdf) && probe.LoadRDFHeader(rdf)) return false;
-  return probe.LastError() && probe.LastError()->number() == kRdfNotForText;
-}
-
-// A job without a report (--list-fields, --save-rdf): no report's name says whether a PDF
-// or a text report is read, so the RDF is loaded as the kind it is. Loads as a job does: the
-// overrides before the RDF and again after, so that they win over its setting records.
-std::optional<ConversionJob> RdfOnlyJob(const Application& app, ConsoleUI& ui, JobRequest request) {
-  Application front(app, ui);
-  for (const auto& [key, value] : request.overrides) front.Settings.Item(key).Value = value;
-  Engine engine(front);
-  engine.flags.PdfReport = IsPdfRdf(front, request.rdf);
-  if (!engine.LoadRDF(request.rdf, {})) {
-    const std::string why =
-        engine.LastError() ? engine.LastError()->describe() : std::string("unknown error");
-    throw JobError(JobError::Kind::Failed, "cannot load RDF " + request.rdf.string() + ": " + why);
-  }
-  return std::optional<ConversionJob>(std::in_place, front, ui, engine, std::move(request));
-}
-
 // Only a report whose name ends in ".pdf", in lower case, is read as a PDF (as the window
 // reads it); REPORT.PDF is read as text, and a PDF RDF then refuses it.
 void ExplainPdfCase(const std::filesystem::path& report, std::string_view error) {
@@ -224,7 +197,6 @@ std::optional<ConversionJob> PrepareJob(const ParsedOptions& opts, const Applica
   request.noOutput = !opts.has(Opt::Output);
   const std::filesystem::path report = request.report;
   try {
-    if (report.empty()) return RdfOnlyJob(app, ui, std::move(request));
     return std::optional<ConversionJob>(std::in_place, app, ui, std::move(request));
   } catch (const JobError& e) {
     if (e.kind() == JobError::Kind::NoSuchField)

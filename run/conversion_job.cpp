@@ -5,6 +5,20 @@
 #include "base/errors.h"
 
 namespace qb {
+namespace {
+
+// Whether the RDF is for PDF reports, read quietly: its header loads as a text RDF's, or
+// fails only for being a PDF one. A damaged RDF is told of by the load that follows.
+bool IsPdfRdf(const Application& app, const std::filesystem::path& rdf) {
+  SilentUserInterface silent;
+  Application quiet(app, silent, /*logging=*/false);
+  Engine probe(quiet);
+  probe.CreateRecordsets();
+  if (probe.GetRDFInfo(rdf) && probe.LoadRDFHeader(rdf)) return false;
+  return probe.LastError() && probe.LastError()->number() == kRdfNotForText;
+}
+
+}  // namespace
 
 ConversionJob::ConversionJob(const Application& front, UserInterface& ui, JobRequest request)
     : request_(std::move(request)), app_(front, ui), engine_(app_) {
@@ -31,7 +45,10 @@ ConversionJob::ConversionJob(const Application& front, UserInterface& ui, JobReq
     rdf = *found;
   }
   request_.rdf = rdf;
-  engine_.flags.PdfReport = request_.report.extension() == ".pdf";
+  // Without a report (a job that lists or saves the RDF) no name says which kind of report
+  // is read: the RDF is loaded as the kind it is.
+  engine_.flags.PdfReport =
+      request_.report.empty() ? IsPdfRdf(app_, rdf) : request_.report.extension() == ".pdf";
   if (!engine_.LoadRDF(rdf, request_.report)) {
     const std::string why =
         engine_.LastError() ? engine_.LastError()->describe() : std::string("unknown error");
