@@ -4,18 +4,9 @@
 #include <string>
 #include <string_view>
 
-namespace qb {
+#include "base/utf8.h"
 
-// The length of the valid UTF-8 sequence at `s`, or 0.
-inline size_t Utf8Length(std::string_view s) {
-  const auto b = static_cast<unsigned char>(s[0]);
-  const size_t n = b < 0xC2 ? 0 : b < 0xE0 ? 2 : b < 0xF0 ? 3 : b < 0xF5 ? 4 : 0;
-  if (n == 0 || s.size() < n) return 0;
-  for (size_t i = 1; i < n; ++i) {
-    if ((static_cast<unsigned char>(s[i]) & 0xC0) != 0x80) return 0;
-  }
-  return n;
-}
+namespace qb {
 
 // A JSON string. Report text is bytes: valid UTF-8 passes as it is, any other byte is taken
 // as the Latin-1 character of its value, so the object is always valid JSON. With

@@ -1,8 +1,9 @@
 #pragma once
-// Writing a code point as UTF-8: inline and free of the rest of base, so that modules loaded
-// on their own (the PDF reader) use it without linking anything.
+// Writing a code point as UTF-8, and the length of a sequence: inline and free of the rest of
+// base, so that modules loaded on their own (the PDF reader) use them without linking anything.
 
 #include <string>
+#include <string_view>
 
 namespace qb {
 
@@ -23,6 +24,18 @@ inline void AppendUtf8(std::string& out, char32_t cp) {
     out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
     out += static_cast<char>(0x80 | (cp & 0x3F));
   }
+}
+
+// The length of the valid UTF-8 sequence at the start of `s` (2 to 4), or 0: an ASCII
+// character, a byte that begins no sequence, or a sequence cut short.
+inline size_t Utf8Length(std::string_view s) {
+  const auto b = static_cast<unsigned char>(s[0]);
+  const size_t n = b < 0xC2 ? 0 : b < 0xE0 ? 2 : b < 0xF0 ? 3 : b < 0xF5 ? 4 : 0;
+  if (n == 0 || s.size() < n) return 0;
+  for (size_t i = 1; i < n; ++i) {
+    if ((static_cast<unsigned char>(s[i]) & 0xC0) != 0x80) return 0;
+  }
+  return n;
 }
 
 }  // namespace qb

@@ -26,6 +26,7 @@
 #include "base/bytes.h"
 #include "base/errors.h"
 #include "base/file_io.h"
+#include "base/utf8.h"
 #include "cli/console_ui.h"
 #include "cli/options.h"
 #include "engine/rdf_checker.h"
@@ -433,15 +434,7 @@ std::string OneLine(std::string text) {
 // that is no part of one (a Windows-1252 name shows a replacement character a byte).
 size_t ShownWidth(std::string_view text) {
   size_t shown = 0;
-  for (size_t i = 0; i < text.size(); ++shown) {
-    const auto lead = static_cast<unsigned char>(text[i]);
-    const size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC0 ? 2 : 1;
-    size_t n = 1;
-    while (n < length && i + n < text.size() &&
-           (static_cast<unsigned char>(text[i + n]) & 0xC0) == 0x80)
-      ++n;
-    i += n == length ? length : 1;
-  }
+  for (size_t i = 0; i < text.size(); ++shown) i += std::max<size_t>(1, Utf8Length(text.substr(i)));
   return shown;
 }
 
