@@ -8,8 +8,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <ctime>
-#include <mutex>
-#include <vector>
 
 #include "base/errors.h"
 
@@ -68,37 +66,13 @@ void AppendEntry(const std::filesystem::path& logFile, std::string_view line) {
 
 }  // namespace
 
-// The files the log has told the user it could not write.
-class RunLog::FailedFiles {
- public:
-  FailedFiles() = default;
-  FailedFiles(const FailedFiles& other) {
-    std::lock_guard lock(other.mutex_);
-    files_ = other.files_;
-  }
-
-  // True the first time `file` is given: the failure is to be told.
-  bool First(const std::filesystem::path& file) {
-    std::lock_guard lock(mutex_);
-    if (std::find(files_.begin(), files_.end(), file) != files_.end()) return false;
-    files_.push_back(file);
-    return true;
-  }
-
- private:
-  mutable std::mutex mutex_;
-  std::vector<std::filesystem::path> files_;  // guarded by mutex_
-};
-
-std::shared_ptr<RunLog::FailedFiles> RunLog::FailedFilesCopy() const {
-  return std::make_shared<FailedFiles>(*failedFiles_);
+std::vector<std::filesystem::path> RunLog::FailedFiles() const {
+  const std::lock_guard lock(failedMutex_);
+  return failedFiles_;
 }
 
 RunLog::RunLog(UserInterface& ui, std::filesystem::path appLogFile, Clock clock)
-    : ui_(ui),
-      appLogFile_(std::move(appLogFile)),
-      clock_(std::move(clock)),
-      failedFiles_(std::make_shared<FailedFiles>()) {
+    : ui_(ui), appLogFile_(std::move(appLogFile)), clock_(std::move(clock)) {
   if (!clock_) clock_ = [] { return std::chrono::system_clock::now(); };
 }
 
@@ -130,7 +104,12 @@ void RunLog::WriteLog(const std::filesystem::path& logFile, std::string_view sou
   try {
     AppendEntry(logFile, line);
   } catch (const QbError& e) {
-    if (!failedFiles_->First(logFile)) return;
+    {
+      const std::lock_guard lock(failedMutex_);
+      if (std::find(failedFiles_.begin(), failedFiles_.end(), logFile) != failedFiles_.end())
+        return;
+      failedFiles_.push_back(logFile);
+    }
     ui_.message("An error occurred while Writing To Log :\r" + std::to_string(e.number()) + " - " +
                     e.description() + "\r" + logFile.string(),
                 "Quillbrook", MessageIcon::None);

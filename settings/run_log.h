@@ -13,10 +13,11 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
-#include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "settings/user_interface.h"
 
@@ -38,7 +39,7 @@ class RunLog {
         appLogFile_(other.appLogFile_),
         clock_(other.clock_),
         writes_(other.writes_ && writes),
-        failedFiles_(other.FailedFilesCopy()) {}
+        failedFiles_(other.FailedFiles()) {}
 
   RunLog(const RunLog&) = delete;
   RunLog& operator=(const RunLog&) = delete;
@@ -77,9 +78,10 @@ class RunLog {
   std::filesystem::path appLogFile_;
   Clock clock_;
   bool writes_ = true;
-  class FailedFiles;
-  std::shared_ptr<FailedFiles> FailedFilesCopy() const;
-  std::shared_ptr<FailedFiles> failedFiles_;  // this log's own
+  // The files this log has told the user it could not write, each once.
+  std::vector<std::filesystem::path> FailedFiles() const;
+  mutable std::mutex failedMutex_;
+  mutable std::vector<std::filesystem::path> failedFiles_;  // guarded by failedMutex_
 };
 
 // Runs `body` under an error trap, the common end of every trapped procedure: an error is
