@@ -339,18 +339,15 @@ TraceOptions MakeTraceOptions(const ParsedOptions& opts, const ConversionJob& jo
   return trace;
 }
 
-// What a run that matched nothing advises (ConversionJob::Findings), and what --check
-// advises instead: it is itself the --check --report the job suggests.
-constexpr std::string_view kCheckAdvice = "check the RDF with --check --report";
+// What --check advises a run that matched nothing: it is itself the --check --report that a
+// run advises.
 constexpr std::string_view kTraceAdvice = "see what the RDF does to each report line with --trace";
 
 // A finished run's findings on standard error (and already in the log); true when there
 // were any.
 bool ShowFindings(const ConversionJob& job, bool checking = false) {
-  const std::vector<std::string> findings = job.Findings();
-  for (std::string line : findings) {
-    if (checking && line.ends_with(kCheckAdvice))
-      line.replace(line.size() - kCheckAdvice.size(), kCheckAdvice.size(), kTraceAdvice);
+  const std::vector<std::string> findings = checking ? job.Findings(kTraceAdvice) : job.Findings();
+  for (const std::string& line : findings) {
     std::fprintf(stderr, "%s%s\n", line.starts_with(" ") ? "" : "qbconvert: ", line.c_str());
   }
   return !findings.empty();

@@ -142,7 +142,7 @@ bool ConversionJob::Run() {
   return ok;
 }
 
-std::vector<std::string> ConversionJob::Findings() const {
+std::vector<std::string> ConversionJob::Findings(std::string_view advice) const {
   std::vector<std::string> lines;
   const RunStats& stats = driver_->Stats();
   if (!stats.finished || stats.cancelled) return lines;
@@ -165,8 +165,8 @@ std::vector<std::string> ConversionJob::Findings() const {
     }
   }
   if (stats.piecesMatched == 0) {
-    lines.push_back("no line of " + report + " matched a marker of " + rdf +
-                    ": check the RDF with --check --report");
+    lines.push_back("no line of " + report + " matched a marker of " + rdf + ": " +
+                    std::string(advice));
   }
   return lines;
 }

@@ -81,8 +81,10 @@ class ConversionJob {
 
   // What a finished run should tell its user besides its figures, a line each: the report
   // lines that errors dropped (how many, the first few with their report and RDF lines), or
-  // that no line matched any marker. Empty when there is nothing to tell. Run also logs them.
-  std::vector<std::string> Findings() const;
+  // that no line matched any marker, with `advice` on what to do then. Empty when there is
+  // nothing to tell. Run also logs them.
+  static constexpr std::string_view kNothingMatchedAdvice = "check the RDF with --check --report";
+  std::vector<std::string> Findings(std::string_view advice = kNothingMatchedAdvice) const;
 
   // The run stops at the next line; the rows so far are written.
   void Cancel() { driver_->State().CancelFlag = true; }
