@@ -204,38 +204,43 @@ void Batch::Plan() {
     throw QbError(kInvalidCall, std::string(kSource),
                   "the output type \"" + type + "\" is none of .txt, .csv, .xls and .xlsx");
   }
-  // Each report once, however often and however spelt it was named.
-  std::vector<fs::path> found;
+  // Each report once, however often and however spelt it was named; each path resolved once.
+  struct Candidate {
+    fs::path report, resolved, output, resolvedOutput;
+  };
+  std::vector<Candidate> candidates;
   std::set<fs::path> named;
   for (const std::string& input : request_.inputs) {
     for (fs::path& r : Expand(input, request_.recursive, type, request_.outputDir)) {
-      if (named.insert(Resolved(r)).second) found.push_back(std::move(r));
+      fs::path resolved = Resolved(r);
+      if (!named.insert(resolved).second) continue;
+      const fs::path folder = request_.outputDir.empty() ? r.parent_path() : request_.outputDir;
+      fs::path output = folder / (r.stem().string() + type);
+      fs::path resolvedOutput = Resolved(output);
+      candidates.push_back(
+          {std::move(r), std::move(resolved), std::move(output), std::move(resolvedOutput)});
     }
   }
-  auto outputOf = [&](const fs::path& report) {
-    const fs::path folder = request_.outputDir.empty() ? report.parent_path() : request_.outputDir;
-    return folder / (report.stem().string() + type);
-  };
   // A file found that another report of the batch would write, and that was written after
   // that report, is its output of an earlier batch, not a report. An older one may be either:
   // it stays a report, and the one that would write it fails, saying so.
-  std::map<fs::path, size_t> writerOf;  // resolved output -> index in `found`
-  for (size_t i = 0; i < found.size(); ++i) {
-    if (fs::path output = Resolved(outputOf(found[i])); output != Resolved(found[i]))
-      writerOf.emplace(std::move(output), i);
+  std::map<fs::path, size_t> writerOf;  // resolved output -> index in `candidates`
+  for (size_t i = 0; i < candidates.size(); ++i) {
+    if (candidates[i].resolvedOutput != candidates[i].resolved)
+      writerOf.emplace(candidates[i].resolvedOutput, i);
   }
-  std::vector<fs::path> reports;
-  std::map<fs::path, size_t> reportAt;  // resolved path -> index in `reports`
+  std::vector<const Candidate*> reports;
+  std::map<fs::path, const Candidate*> reportAt;  // resolved path -> the report
   std::error_code ec;
-  for (size_t i = 0; i < found.size(); ++i) {
-    const fs::path resolved = Resolved(found[i]);
-    if (const auto writer = writerOf.find(resolved);
+  for (size_t i = 0; i < candidates.size(); ++i) {
+    if (const auto writer = writerOf.find(candidates[i].resolved);
         writer != writerOf.end() && writer->second != i) {
-      const auto written = fs::last_write_time(found[i], ec);
-      if (!ec && written >= fs::last_write_time(found[writer->second], ec) && !ec) continue;
+      const auto written = fs::last_write_time(candidates[i].report, ec);
+      if (!ec && written >= fs::last_write_time(candidates[writer->second].report, ec) && !ec)
+        continue;
     }
-    reportAt.emplace(resolved, reports.size());
-    reports.push_back(found[i]);
+    reportAt.emplace(candidates[i].resolved, &candidates[i]);
+    reports.push_back(&candidates[i]);
   }
   std::vector<fs::path> rdfs;  // the RDF folder's, for identification
   if (!request_.rdfDir.empty()) {
@@ -264,10 +269,13 @@ void Batch::Plan() {
     // A damaged "pfset": no auto-find; identification or the given RDF still work.
   }
   Engine identify(app);
-  for (const fs::path& report : reports) {
+  std::vector<const fs::path*> resolvedOutputs;  // each item's
+  for (const Candidate* candidate : reports) {
+    const fs::path& report = candidate->report;
     BatchItem item;
     item.report = report;
-    item.output = outputOf(report);
+    item.output = candidate->output;
+    resolvedOutputs.push_back(&candidate->resolvedOutput);
     auto fail = [&](std::string why) {
       item.result = BatchItem::Result::Failed;
       item.message = std::move(why);
@@ -307,14 +315,14 @@ void Batch::Plan() {
     if (item.result == BatchItem::Result::Planned) {
       // A report that another report would write is older than that one (see above): it
       // may be a report, or an output of an earlier batch.
-      const auto writer = writerOf.find(Resolved(report));
-      if (const auto other = reportAt.find(Resolved(item.output)); other != reportAt.end()) {
-        if (reports[other->second] != report) {
-          fail("the output would replace " + reports[other->second].string() +
+      const auto writer = writerOf.find(candidate->resolved);
+      if (const auto other = reportAt.find(candidate->resolvedOutput); other != reportAt.end()) {
+        if (other->second != candidate) {
+          fail("the output would replace " + other->second->report.string() +
                ", older than this report and so taken for a report of the batch: if it is an "
                "earlier output, delete it; if not, write the outputs to another folder");
-        } else if (writer != writerOf.end() && found[writer->second] != report) {
-          fail("older than " + found[writer->second].string() +
+        } else if (writer != writerOf.end() && &candidates[writer->second] != candidate) {
+          fail("older than " + candidates[writer->second].report.string() +
                ", whose output it would be, and so taken for a report: if it is an earlier "
                "output, delete it; if not, write the outputs to another folder");
         } else {
@@ -332,8 +340,7 @@ void Batch::Plan() {
   // Two reports that would write one output: neither is converted.
   std::map<fs::path, std::vector<size_t>> writers;
   for (size_t i = 0; i < items_.size(); ++i) {
-    if (items_[i].result == BatchItem::Result::Planned)
-      writers[Resolved(items_[i].output)].push_back(i);
+    if (items_[i].result == BatchItem::Result::Planned) writers[*resolvedOutputs[i]].push_back(i);
   }
   for (const auto& [output, indexes] : writers) {
     if (indexes.size() < 2) continue;
