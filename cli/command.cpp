@@ -66,7 +66,6 @@ void CheckSetValue(std::pair<Key, std::string>& set) {
   auto& [key, value] = set;
   std::span<const std::string_view> allowed;
   static constexpr std::string_view kSwitch[] = {"0", "1"};
-  static constexpr std::string_view kSelections[] = {"All Records", "Details Only", "Totals Only"};
   static constexpr std::string_view kMethods[] = {"1", "2", "3"};
   switch (key) {
     case Key::tqswt:
@@ -75,7 +74,7 @@ void CheckSetValue(std::pair<Key, std::string>& set) {
       allowed = kSwitch;
       break;
     case Key::rtype:
-      allowed = kSelections;
+      allowed = kRecordSelections;
       break;
     case Key::lmeth:
       allowed = kMethods;

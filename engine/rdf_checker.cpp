@@ -33,7 +33,6 @@ constexpr std::string_view kActionsOfA[] = {"set",  "seth", "cat",  "catv", "get
                                             "getc", "getz", "hold", "keep"};
 constexpr std::string_view kActionsWithoutText[] = {"set", "seth", "catv", "get", "getc", "getz"};
 constexpr std::string_view kSettingCodes[] = {"HD", "OF", "QS", "TQ", "DL", "RT", "ES", "EN"};
-constexpr std::string_view kRecordSelections[] = {"All Records", "Details Only", "Totals Only"};
 
 template <size_t N>
 bool OneOf(std::string_view word, const std::string_view (&words)[N]) {

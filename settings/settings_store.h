@@ -39,6 +39,10 @@ enum class Key : uint8_t {
 };
 inline constexpr size_t kKeyCount = 17;
 
+// The values of "rtype", which records a run writes.
+inline constexpr std::string_view kRecordSelections[] = {"All Records", "Details Only",
+                                                         "Totals Only"};
+
 // The name of a setting in the settings file and in --set ("delim").
 std::string_view KeyName(Key key);
 // The setting of that name, without regard to case, or nothing.

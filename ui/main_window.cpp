@@ -228,7 +228,7 @@ void MainWindow::BuildControls() {
   cboTextQualifier_->setToolTip("Select a Text Qualifier");
   cboRecordType_ = new QComboBox(fraFileSettings_);
   cboRecordType_->setObjectName("cboRecordType");
-  cboRecordType_->addItems({"All Records", "Details Only", "Totals Only"});
+  for (std::string_view selection : kRecordSelections) cboRecordType_->addItem(Q(selection));
   cboRecordType_->setToolTip("Select the records to write");
   cboEncoding_ = new QComboBox(fraFileSettings_);
   cboEncoding_->setObjectName("cboEncoding");
