@@ -27,12 +27,18 @@ inline void AppendUtf8(std::string& out, char32_t cp) {
 }
 
 // The length of the valid UTF-8 sequence at the start of `s` (2 to 4), or 0: an ASCII
-// character, a byte that begins no sequence, or a sequence cut short.
+// character, a byte that begins no sequence, a sequence cut short, an overlong form, a
+// surrogate or a code point past U+10FFFF.
 inline size_t Utf8Length(std::string_view s) {
   const auto b = static_cast<unsigned char>(s[0]);
   const size_t n = b < 0xC2 ? 0 : b < 0xE0 ? 2 : b < 0xF0 ? 3 : b < 0xF5 ? 4 : 0;
   if (n == 0 || s.size() < n) return 0;
-  for (size_t i = 1; i < n; ++i) {
+  // Those three show in the second byte's range.
+  const auto second = static_cast<unsigned char>(s[1]);
+  const unsigned lowest = b == 0xE0 ? 0xA0 : b == 0xF0 ? 0x90 : 0x80;
+  const unsigned highest = b == 0xED ? 0x9F : b == 0xF4 ? 0x8F : 0xBF;
+  if (second < lowest || second > highest) return 0;
+  for (size_t i = 2; i < n; ++i) {
     if ((static_cast<unsigned char>(s[i]) & 0xC0) != 0x80) return 0;
   }
   return n;

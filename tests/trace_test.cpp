@@ -203,15 +203,17 @@ TEST_F(TraceTest, LinesAndUnmatchedLimitWhatIsShownNotWhatIsRead) {
 }
 
 TEST_F(TraceTest, JsonlKeepsEveryObjectOnOneLineWhateverTheReportHolds) {
-  // Quotes, a backslash, a tab, a control character and bytes that are not UTF-8.
-  WriteFile(home_ / "report.txt", std::string("CUST \"1\\\tx\x01 \xE9\xFF\r\nITEM A100  2\r\n"));
+  // Quotes, a backslash, a tab, a control character and bytes that are not UTF-8: lone
+  // bytes, an overlong "/" and a surrogate, each byte of which becomes a character of its own.
+  WriteFile(home_ / "report.txt",
+            std::string("CUST \"1\\\tx\x01 \xE9\xFF\xE0\x80\xAF\xED\xA0\x80\r\nITEM A100  2\r\n"));
   const std::string trace =
       Run(Request(home_ / "report.txt", Rdf(kTraceRdf), ""), Options(TraceOptions::Format::Jsonl));
   const std::vector<std::string> objects = LinesStartingWith(trace, "{");
   ASSERT_EQ(objects.size(), 4u);  // start, two pieces, end
   EXPECT_EQ(Count(trace, "\n"), 4u);
   EXPECT_NE(objects[1].find(R"("text":"CUST \"1\\\tx\u0001 )"
-                            "\xC3\xA9\xC3\xBF\""),
+                            "\xC3\xA9\xC3\xBF\xC3\xA0\xC2\x80\xC2\xAF\xC3\xAD\xC2\xA0\xC2\x80\""),
             std::string::npos)
       << objects[1];
   EXPECT_NE(objects[1].find(R"("held":"\"1")"), std::string::npos) << objects[1];
