@@ -122,11 +122,14 @@ void LogCutCells(const RunLog& log, std::string_view source, std::span<const Cut
   constexpr size_t kNamed = 20;
   for (size_t i = 0; i < cells.size() && i < kNamed; ++i) {
     const CutCell& c = cells[i];
-    log.WriteLog(source, (c.sheet > 1 ? "Sheet " + std::to_string(c.sheet) + ", row " : "Row ") +
-                             std::to_string(c.row) + ", column " + std::to_string(c.column) +
-                             ": a text of " + std::to_string(c.length) +
-                             " characters was cut to the " + std::to_string(kMaxCellText) +
-                             " a cell holds");
+    log.WriteLog(source,
+                 (c.sheet > 1 ? "Sheet " + std::to_string(c.sheet) + ", row " : "Row ") +
+                     std::to_string(c.row) + ", column " + std::to_string(c.column) +
+                     ": a text of " + std::to_string(c.length) + " characters" +
+                     (c.escaped > 0 ? " (" + std::to_string(c.escaped) +
+                                          " with the escapes a workbook writes for NULs and \"_x\")"
+                                    : "") +
+                     " was cut to the " + std::to_string(kMaxCellText) + " a cell holds");
   }
   if (total > kNamed) log.WriteLog(source, std::to_string(total - kNamed) + " more texts were cut");
 }

@@ -43,9 +43,10 @@ double AutoFitWidth(size_t longest);
 
 // A text longer than a cell holds (kMaxCellText), cut there.
 struct CutCell {
-  int row, column;  // 1-based, on its sheet
-  size_t length;    // of the text as given
-  int sheet = 1;    // an .xlsx's later sheets are 2, 3, ...
+  int row, column;     // 1-based, on its sheet
+  size_t length;       // of the text as given
+  int sheet = 1;       // an .xlsx's later sheets are 2, 3, ...
+  size_t escaped = 0;  // when an .xlsx's escapes made it too long: its length with them
 };
 // One log line a cut cell (the first twenty of `cells`), and the count of the rest of `total`.
 void LogCutCells(const RunLog& log, std::string_view source, std::span<const CutCell> cells,

@@ -77,9 +77,9 @@ bool NeedsEscapes(std::string_view text) {
 }
 
 // `text` (UTF-8) with the escapes above, into `out`. The library takes at most kMaxCellText
-// characters, escapes counted as their seven: false when the escaped text had to be cut there
-// (at a whole character or escape).
-bool Escape(std::string_view text, std::string& out) {
+// characters, escapes counted as their seven: the escaped text is cut there (at a whole
+// character or escape). Returns its length in characters before the cut.
+size_t Escape(std::string_view text, std::string& out) {
   out.clear();
   size_t characters = 0;
   for (size_t i = 0; i < text.size(); ++i) {
@@ -87,16 +87,15 @@ bool Escape(std::string_view text, std::string& out) {
     const char* const escape = c == '\0'                           ? "_x0000_"
                                : c == '_' && BeginsEscape(text, i) ? "_x005F_"
                                                                    : nullptr;
-    const size_t count = escape ? 7 : (static_cast<unsigned char>(c) & 0xC0) != 0x80;
-    if (characters + count > xls::kMaxCellText) return false;
-    characters += count;
+    characters += escape ? 7 : (static_cast<unsigned char>(c) & 0xC0) != 0x80;
+    if (characters > xls::kMaxCellText) continue;  // cut: only counted from here on
     if (escape) {
       out.append(escape);
     } else {
       out.push_back(c);
     }
   }
-  return true;
+  return characters;
 }
 
 class XlsxSink final : public OutputSink {
@@ -128,8 +127,9 @@ class XlsxSink final : public OutputSink {
   // Puts `text` in column `c` of the current row as typed input.
   void Put(size_t c, std::string_view text, bool header);
   // `text` as the library takes it: UTF-8, escaped as above, ending in a NUL (valid until the
-  // next call). Sets `cut` when the escapes made it too long for a cell and it was cut.
-  const char* LibraryText(std::string_view text, bool& cut);
+  // next call). Sets `escaped` to its length with its escapes when they made it too long for
+  // a cell and it was cut.
+  const char* LibraryText(std::string_view text, size_t& escaped);
   void Check(lxw_error error) const;
 
   // Appends `units` to `out` as UTF-8.
@@ -265,17 +265,19 @@ void XlsxSink::Put(size_t c, std::string_view text, bool header) {
   if (cut) text = text.substr(0, xls::kMaxCellText);
   xmlBound_ += kXmlPerCharacter * text.size();
   column.longest = std::max(column.longest, text.size());
-  const char* const given = LibraryText(text, cut);
-  if (cut) {
+  size_t escaped = 0;
+  const char* const given = LibraryText(text, escaped);
+  if (cut || escaped > 0) {
     if (cut_.size() < 20) {
-      cut_.push_back({static_cast<int>(row_) + 1, static_cast<int>(c) + 1, length, sheets_});
+      cut_.push_back({static_cast<int>(row_) + 1, static_cast<int>(c) + 1, length, sheets_,
+                      cut ? 0 : escaped});
     }
     ++cutCount_;
   }
   Check(lib_.worksheet_write_string(sheet_, row_, col, given, format));
 }
 
-const char* XlsxSink::LibraryText(std::string_view text, bool& cut) {
+const char* XlsxSink::LibraryText(std::string_view text, size_t& escaped) {
   text_.clear();
   unsigned char high = 0;
   bool special = false;  // a NUL or a "_", which may need an escape
@@ -290,7 +292,7 @@ const char* XlsxSink::LibraryText(std::string_view text, bool& cut) {
     AppendUtf8(text_, text);
   }
   if (!NeedsEscapes(text_)) return text_.c_str();
-  if (!Escape(text_, escaped_)) cut = true;
+  if (const size_t length = Escape(text_, escaped_); length > xls::kMaxCellText) escaped = length;
   return escaped_.c_str();
 }
 
