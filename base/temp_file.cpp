@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
@@ -30,6 +31,18 @@ std::string UniquePart() {
   std::snprintf(text, sizeof text, ".%ld.%012llx", static_cast<long>(::getpid()),
                 static_cast<unsigned long long>(random & 0xffffffffffffULL));
   return text;
+}
+
+// A name RunFolder::Path gives: the prefix and the six letters and digits mkdtemp puts in.
+// Only such folders are removed as stale, not one a user named "qbrun.old" in the folder.
+bool IsRunFolderName(std::string_view name) {
+  if (name.size() != kRunFolderPrefix.size() + 6 || !name.starts_with(kRunFolderPrefix)) {
+    return false;
+  }
+  for (char c : name.substr(kRunFolderPrefix.size())) {
+    if (!std::isalnum(static_cast<unsigned char>(c))) return false;
+  }
+  return true;
 }
 
 std::string ProcLink(int fd) {
@@ -146,8 +159,8 @@ void RunFolder::RemoveStale(const std::filesystem::path& parent,
   std::error_code ec;
   const auto now = std::filesystem::file_time_type::clock::now();
   for (const auto& entry : std::filesystem::directory_iterator(parent, ec)) {
-    const std::string name = entry.path().filename().string();
-    if (name.rfind(kRunFolderPrefix, 0) != 0 || !entry.is_directory(ec) || entry.is_symlink(ec)) {
+    if (!IsRunFolderName(entry.path().filename().string()) || !entry.is_directory(ec) ||
+        entry.is_symlink(ec)) {
       continue;
     }
     const auto changed = std::filesystem::last_write_time(entry.path(), ec);

@@ -171,16 +171,22 @@ TEST_F(DffTest, EachRunHasItsOwnWorkFolder) {
   EXPECT_EQ(ReadFile(b.path()), "second\r\n \r\n");
   EXPECT_NE(one.Path("t"), two.Path("t"));
 
-  const auto stale = home_ / "out" / "qbrun.killed";
-  const auto fresh = home_ / "out" / "qbrun.running";
-  std::filesystem::create_directories(stale);
-  std::filesystem::create_directories(fresh);
+  // Old run folders go; a new one stays, and so does an old folder of the user's whose name
+  // merely begins as a run folder's does.
+  const auto stale = home_ / "out" / "qbrun.k1LLed";
+  const auto fresh = home_ / "out" / "qbrun.runs00";
+  const auto users = home_ / "out" / "qbrun.2026-10 archive";
+  for (const auto& folder : {stale, fresh, users}) std::filesystem::create_directories(folder);
   WriteFile(stale / "x.qbr", "left by a killed run");
-  std::filesystem::last_write_time(
-      stale, std::filesystem::file_time_type::clock::now() - std::chrono::hours(25));
+  WriteFile(users / "oct.csv", "kept");
+  for (const auto& old : {stale, users}) {
+    std::filesystem::last_write_time(
+        old, std::filesystem::file_time_type::clock::now() - std::chrono::hours(25));
+  }
   RunFolder::RemoveStale(home_ / "out", std::chrono::hours(24));
   EXPECT_FALSE(std::filesystem::exists(stale));
   EXPECT_TRUE(std::filesystem::exists(fresh));
+  EXPECT_EQ(ReadFile(users / "oct.csv"), "kept");
   EXPECT_TRUE(std::filesystem::exists(one.Path("t")));
 }
 
