@@ -289,6 +289,9 @@ void Batch::Plan() {
                found && fs::is_regular_file(*found, ec)) {
       item.rdf = *found;
       item.rdfChosenBy = "auto-find";
+    } else if (!fs::is_regular_file(report, ec)) {
+      // Each RDF's identification reads the report: a pipe would be used up by the first.
+      fail("a report that comes through a pipe is not identified: name its RDF with --rdf");
     } else {
       autoFind = found ? "auto-find looked for " + found->string() + ", which is not there"
                        : "auto-find gives no RDF name for it";

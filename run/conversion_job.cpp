@@ -1,7 +1,12 @@
 #include "run/conversion_job.h"
 
-#include <algorithm>
+#include <fcntl.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
+
+#include "base/buffered_file.h"
 #include "base/errors.h"
 
 namespace qb {
@@ -16,6 +21,22 @@ bool IsPdfRdf(const Application& app, const std::filesystem::path& rdf) {
   probe.CreateRecordsets();
   if (probe.GetRDFInfo(rdf) && probe.LoadRDFHeader(rdf)) return false;
   return probe.LastError() && probe.LastError()->number() == kRdfNotForText;
+}
+
+// Whether loading the RDF reads the report: to tell its layout among the RDF's several, or
+// to compare its program name with the RDF's ("pfset" naming a line of a text report).
+bool LoadingReadsReport(const Application& app, const std::filesystem::path& rdf, bool pdf) {
+  SilentUserInterface silent;
+  Application quiet(app, silent, /*logging=*/false);
+  Engine probe(quiet);
+  probe.CreateRecordsets();
+  if (!probe.GetRDFInfo(rdf)) return false;
+  if (probe.rdf.Number > 1) return true;
+  try {
+    return !pdf && ParseSystemEntry(app.Settings[Key::pfset], "LoadRDF").Row >= 1;
+  } catch (const QbError&) {
+    return false;
+  }
 }
 
 }  // namespace
@@ -49,7 +70,9 @@ ConversionJob::ConversionJob(const Application& front, UserInterface& ui, JobReq
   // is read: the RDF is loaded as the kind it is.
   engine_.flags.PdfReport =
       request_.report.empty() ? IsPdfRdf(app_, rdf) : request_.report.extension() == ".pdf";
-  if (!engine_.LoadRDF(rdf, request_.report)) {
+  reportFile_ = request_.report;
+  SpoolReport(rdf);
+  if (!engine_.LoadRDF(rdf, reportFile_)) {
     const std::string why =
         engine_.LastError() ? engine_.LastError()->describe() : std::string("unknown error");
     throw JobError(JobError::Kind::Failed, "cannot load RDF " + rdf.string() + ": " + why);
@@ -67,9 +90,52 @@ ConversionJob::ConversionJob(const Application& front, UserInterface& ui, JobReq
 ConversionJob::ConversionJob(const Application& front, UserInterface& ui, const Engine& loaded,
                              JobRequest request)
     : request_(std::move(request)), app_(front, ui), engine_(app_, loaded) {
+  reportFile_ = request_.report;
   ApplyOverrides();
   ApplyFieldList();
   MakeDriver();
+}
+
+// A report that is no file (a pipe, a device) can be read only once: when loading the RDF
+// reads it too, it is first copied into a work file, which both then read. Otherwise the run
+// reads it as it comes.
+void ConversionJob::SpoolReport(const std::filesystem::path& rdf) {
+  std::error_code ec;
+  const auto kind = std::filesystem::status(request_.report, ec).type();
+  if (request_.report.empty() || ec || kind == std::filesystem::file_type::regular ||
+      kind == std::filesystem::file_type::directory) {
+    return;  // a missing report or a folder is told of by the run's checks
+  }
+  if (!LoadingReadsReport(app_, rdf, engine_.flags.PdfReport)) return;
+  constexpr std::string_view kProc = "ConversionJob";
+  try {
+    const int in = ::open(request_.report.c_str(), O_RDONLY | O_CLOEXEC);
+    if (in < 0) throw ErrorFromErrno(errno, std::string(kProc)).at(request_.report);
+    const struct Closer {
+      int fd;
+      ~Closer() { ::close(fd); }
+    } closer{in};
+    spoolFolder_.emplace(app_.ProgramFolder() / "out");
+    spooled_.emplace(spoolFolder_->Path(kProc), "report", "", kProc);
+    BufferedFile copy(spooled_->path(), kProc);
+    constexpr size_t kChunk = 1 << 20;
+    for (;;) {
+      char* const p = copy.Reserve(copy.Cursor(), kChunk);
+      const ssize_t n = ::read(in, p, kChunk);
+      if (n < 0 && errno == EINTR) continue;
+      if (n < 0) throw ErrorFromErrno(errno, std::string(kProc)).at(request_.report);
+      if (n == 0) break;
+      copy.Commit(p + n);
+    }
+    copy.Close();
+  } catch (const QbError& e) {
+    throw JobError(JobError::Kind::Failed,
+                   "cannot copy the report " + request_.report.string() +
+                       " into a work file (a report that comes through a pipe is read from "
+                       "one): " +
+                       e.describe());
+  }
+  reportFile_ = spooled_->path();
 }
 
 // The output options, parsed once and checked: an output named .csv is never written as a
@@ -131,7 +197,7 @@ RunDriver::Check ConversionJob::Check() {
 bool ConversionJob::Run() {
   const std::filesystem::path output =
       request_.noOutput ? std::filesystem::path() : request_.output;
-  const bool ok = driver_->Run(request_.report, output);
+  const bool ok = driver_->Run(reportFile_, output);
   if (ok) {
     for (const std::string& line : Findings()) app_.Log().WriteLog("Process", line);
   }

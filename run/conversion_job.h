@@ -17,6 +17,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/temp_file.h"
 #include "engine/engine.h"
 #include "output/output_options.h"
 #include "run/run_driver.h"
@@ -112,10 +113,16 @@ class ConversionJob {
   void ApplyOverrides();
   void ApplyFieldList();
   void MakeDriver();
+  void SpoolReport(const std::filesystem::path& rdf);
 
   JobRequest request_;
   Application app_;
   Engine engine_;
+  // What is read as the report: the request's, or the copy of a report that comes through a
+  // pipe and is read to load the RDF, in a work folder of the job's own.
+  std::filesystem::path reportFile_;
+  std::optional<RunFolder> spoolFolder_;
+  std::optional<TempFile> spooled_;
   std::optional<RunDriver> driver_;  // made once the settings are final
 };
 

@@ -3,8 +3,10 @@
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 
 #include <csignal>
+#include <fstream>
 #include <thread>
 
 #include "output/spreadsheet.h"
@@ -177,6 +179,39 @@ TEST_F(ConversionJobTest, JobsCopyTheRdfAndShareNothing) {
   EXPECT_EQ(two[0], "Amount,Number");
   EXPECT_EQ(one[1], "1000000,0.25");
   EXPECT_EQ(two[kLines], "919.25,1039999");
+}
+
+// A report through a pipe can be read once. Where loading the RDF reads it to tell the
+// report's layout (here the mark on its last line picks the second), the job copies it first:
+// the run converts every line, as from the file, and the copy goes with the job.
+TEST_F(ConversionJobTest, AReportThroughAPipeIsIdentifiedAndConvertedWhole) {
+  constexpr std::string_view kDetail =
+      "DLM\r\n1,=,D,0,1,DET\r\nDLC\r\nDET,0,0,1,3,7,=,,\r\nDET,0,0,2,11,8,=,,\r\nFLD\r\n";
+  Rdf(std::string("RDF 0002T Two@TWO\r\nRID\r\nF1,1,x,MARK,stop,0\r\nFLG\r\n02,1\r\n01,0\r\n") +
+          "RDF 01 Unmarked\r\n" + std::string(kDetail) + "1,y,c,1,0,Number,\r\n" +
+          "RDF 02 Marked\r\n" + std::string(kDetail) + "1,y,c,1,0,Marked,\r\n",
+      "two.rdf");
+  const std::string report = ReadFile(home_ / "r.txt") + "MARK\r\n";
+  const auto pipe = home_ / "pipe.txt";
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  std::thread feed([&] {
+    std::ofstream(pipe, std::ios::binary) << report;  // blocks until the job opens the pipe
+  });
+  JobRequest request = Request(kKinds[1]);
+  request.report = pipe;
+  request.rdf = home_ / "two.rdf";
+  {
+    ConversionJob job(app_, ui_, request);
+    feed.join();
+    ASSERT_EQ(job.Check(), RunDriver::Check::Ready);
+    ASSERT_TRUE(job.Run());
+  }
+  const auto rows = test::ReadLines(home_ / "out.csv");
+  ASSERT_EQ(rows.size(), static_cast<size_t>(kLines) + 1);
+  EXPECT_EQ(rows[0], "Marked");
+  EXPECT_EQ(rows[1], "1000000");
+  EXPECT_EQ(rows[kLines], "1039999");
+  EXPECT_TRUE(Files(home_ / "out").empty());
 }
 
 // The report and the RDF are never written: an output that is one of them, by its name, a
