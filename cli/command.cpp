@@ -648,10 +648,27 @@ int RdfCommand(const ParsedOptions& opts, const Application& app, ConsoleUI& ui)
     ListFields(job->engine().tables.rsFields);
     return kExitOk;
   }
-  if (!job->engine().BuildRDF(*save)) {
+  Engine& engine = job->engine();
+  if (!engine.BuildRDF(*save)) {
     std::fprintf(stderr, "qbconvert: cannot write %s: %s\n", save->c_str(),
-                 job->engine().LastError()->describe().c_str());
+                 engine.LastError()->describe().c_str());
     return kExitFailed;
+  }
+  // An RDF is saved as it is loaded: its header part and the one layout chosen for the report.
+  if (engine.rdf.Number > 1) {
+    std::string layout = "01";
+    Recordset& lines = engine.tables.rsLines;
+    for (lines.MoveFirst(); !lines.IsEOF(); lines.MoveNext()) {
+      const std::string_view line = lines.GetText(col::Lines::fldRDL);
+      if (line.starts_with("RDF") && line.size() >= 6 && line.substr(4, 2) != "00") {
+        layout = line.substr(4, 2);
+      }
+    }
+    std::fprintf(stderr,
+                 "qbconvert: note: %s has %d report layouts; %s holds layout %s only (the one "
+                 "loaded%s): to save another, give --report a report of that layout\n",
+                 opts.value(Opt::Rdf)->c_str(), engine.rdf.Number, save->c_str(), layout.c_str(),
+                 opts.has(Opt::Report) ? " for the report" : " without a report");
   }
   return kExitOk;
 }

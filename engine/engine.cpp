@@ -196,6 +196,17 @@ bool Engine::BuildRDF(const std::filesystem::path& path) {
           key == Key::delim ? DelimiterRecordOfSetting(settings[key]) : settings[key];
       line(std::string(code) + "," + value);
     }
+    // The texts are the RDF's own bytes: UTF-8 when it was read so, else Windows-1252. A file
+    // whose "EN" record says UTF-8 is read so: its Windows-1252 texts are written in UTF-8.
+    // A UTF-8 file begins with a byte-order mark, which says so before any record is read.
+    const bool utf8 = flags.RdfUtf8 || EncodingNamed(settings[Key::encoding]) == Encoding::Utf8;
+    if (utf8 && !flags.RdfUtf8 && !IsAscii(out)) {
+      std::u32string text;
+      text.reserve(out.size());
+      for (char c : out) text += Windows1252CodePoint(static_cast<unsigned char>(c));
+      out = Utf8(text);
+    }
+    if (utf8) out.insert(0, kUtf8Bom);
     WriteFileAtomically(path, out, "BuildRDF");
   });
 }

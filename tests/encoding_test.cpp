@@ -179,16 +179,29 @@ TEST_F(EncodingTest, MarkerTextsOfEitherRdfEncodingMatchTheDecodedReport) {
       "DET,0,0,2,7,3,=,,\r\nFLD\r\n1,y,c,1,0,Kind,\r\n2,y,n0,2,0,Litres,\r\n";
   const std::string expected = "Kind,Litres\r\n\xC3\x96L,100\r\n";
   // A Windows-1252 RDF, a UTF-8 RDF by its byte-order mark, and one by its EN record.
-  EXPECT_EQ(
-      Convert(home_ / "oil.txt", {{Key::encoding, "utf-8"}}, Rdf("RDF 0001T Oil@OIL\r\n" + body)),
-      expected);
+  const auto cp1252 = Rdf("RDF 0001T Oil@OIL\r\n" + body, "cp1252.rdf");
+  EXPECT_EQ(Convert(home_ / "oil.txt", {{Key::encoding, "utf-8"}}, cp1252), expected);
   const std::string utf8Body = Recoder("UTF-8", "WINDOWS-1252", "test")(body);
-  EXPECT_EQ(Convert(home_ / "oil.txt", {{Key::encoding, "utf-8"}},
-                    Rdf(std::string(kUtf8Bom) + "RDF 0001T Oil@OIL\r\n" + utf8Body)),
-            expected);
-  EXPECT_EQ(Convert(home_ / "oil.txt", {},
-                    Rdf("RDF 0001T Oil@OIL\r\n" + utf8Body + "RLF SECTION\r\nEN,utf-8\r\n")),
-            expected);
+  const auto bom = Rdf(std::string(kUtf8Bom) + "RDF 0001T Oil@OIL\r\n" + utf8Body, "bom.rdf");
+  EXPECT_EQ(Convert(home_ / "oil.txt", {{Key::encoding, "utf-8"}}, bom), expected);
+  const auto en = Rdf("RDF 0001T Oil@OIL\r\n" + utf8Body + "RLF SECTION\r\nEN,utf-8\r\n", "en.rdf");
+  EXPECT_EQ(Convert(home_ / "oil.txt", {}, en), expected);
+  // Saved again, each is read as it was: a UTF-8 RDF begins with a byte-order mark, and the
+  // Windows-1252 texts of one saved with "EN" utf-8 are written in UTF-8.
+  auto save = [&](const std::filesystem::path& rdf,
+                  std::vector<std::pair<Key, std::string>> settings) {
+    JobRequest r;
+    r.rdf = rdf;
+    r.overrides = std::move(settings);
+    ConversionJob job(app_, ui_, r);
+    const auto saved = home_ / ("saved-" + rdf.filename().string());
+    EXPECT_TRUE(job.engine().BuildRDF(saved));
+    return saved;
+  };
+  EXPECT_EQ(Convert(home_ / "oil.txt", {}, save(cp1252, {{Key::encoding, "utf-8"}})), expected);
+  EXPECT_EQ(Convert(home_ / "oil.txt", {{Key::encoding, "utf-8"}}, save(bom, {})), expected);
+  EXPECT_EQ(Convert(home_ / "oil.txt", {}, save(en, {})), expected);
+  EXPECT_EQ(ReadFile(home_ / "saved-cp1252.rdf").substr(0, 3), kUtf8Bom);
   // A marker text the report's code page cannot hold matches no line, and says nothing of it.
   WriteFile(home_ / "oil437.txt", "  \x99L  100\r\n");  // cp437's "Ö"
   EXPECT_EQ(Convert(home_ / "oil437.txt", {{Key::encoding, "cp437"}},
