@@ -817,10 +817,11 @@ void Checker::CheckMarkers(const Part& part) {
         !rule.empty() && std::string_view("=px").find(rule[0]) != std::string_view::npos;
     const std::string_view action = r.Col(M::Action);
     const bool skipOrStop = IsSkip(action) || IsStop(action);
-    // Rule "=" past the end is worse than cut short: see below.
+    // Rules "=" and "p" past the end are worse than cut short: see below.
     CheckSegment(kDLM, r, M::Start,
-                 known && rule[0] != '=' ? MarkerEnd(r, M::Start, M::Rule, M::Marker, M::Length)
-                                         : std::nullopt,
+                 known && rule[0] != '=' && rule[0] != 'p'
+                     ? MarkerEnd(r, M::Start, M::Rule, M::Marker, M::Length)
+                     : std::nullopt,
                  kLineWidth, "the run fails with error 5 at the first line that reaches this row");
     if (!known && !LooksLikeNumber(rule)) {
       const size_t hidden = dlm.size() - j - 1;
@@ -836,12 +837,16 @@ void Checker::CheckMarkers(const Part& part) {
                        Quoted(rule.substr(0, 1)) + ": write that alone");
     }
     if (known && rule[0] == 'x') CheckRuleXLength(kDLM, r, M::Marker, M::Length);
-    if (known && rule[0] == '=' && r.Num(M::Start) >= 1) {
+    if (known && (rule[0] == '=' || rule[0] == 'p') && r.Num(M::Start) >= 1) {
       if (const auto end = MarkerEnd(r, M::Start, M::Rule, M::Marker, M::Length);
           end && *end > kLineWidth) {
-        Warn(r.line, "this marker reaches column " + std::to_string(*end) +
-                         ", but only the first 500 characters of a report line are read, and "
-                         "rule = compares the whole marker, so this row never matches");
+        Warn(r.line,
+             "this marker reaches column " + std::to_string(*end) +
+                 ", but only the first 500 characters of a report line are read, " +
+                 (rule[0] == '=' ? "and rule = compares the whole marker, so this row never matches"
+                                 : "and its pattern finds no character past column 500, which "
+                                   "b and punctuation refuse and every other pattern character "
+                                   "accepts: a pattern wholly past it matches every line"));
       }
     }
     const int64_t wait = r.Num(M::WaitSlot);

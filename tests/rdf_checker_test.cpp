@@ -259,6 +259,17 @@ TEST_F(RdfChecker, PickupPastColumn500) {
   EXPECT_EQ(r.errors + r.warnings, 1);
 }
 
+// Past column 500 a line has no characters: an = marker there never matches, and a pattern
+// there matches every line.
+TEST_F(RdfChecker, MarkersPastColumn500) {
+  RdfCheckResult r = Break("ARINV01.rdf", "1,=,CUSTOMER,", "497,=,CUSTOMER,");
+  EXPECT_TRUE(On(r, line_, Severity::Warning, {"column 504", "never matches"}));
+  EXPECT_EQ(r.errors + r.warnings, 1);
+  r = Break("ARINV01.rdf", "3,p,xxxxxx  nn/nn/nn,", "600,p,xxxxxx  nn/nn/nn,");
+  EXPECT_TRUE(On(r, line_, Severity::Warning, {"column 615", "matches every line"}));
+  EXPECT_EQ(r.errors + r.warnings, 1);
+}
+
 TEST_F(RdfChecker, MarkerRowHiddenByAnEarlierOne) {
   const RdfCheckResult r = Break("ARINV01.rdf", "CUSTOMER TOTAL,0,1,CTOT", "REPORT TOTAL,0,1,CTOT");
   EXPECT_TRUE(On(r, line_ + 1, Severity::Warning,
