@@ -49,8 +49,15 @@ std::string SheetNameOf(std::string_view heading, int number) {
 // given as "_x0000_", and a "_" that would begin such an escape in the sheet ("_x0041_", or
 // "_x0041" before a NUL or a control character) as "_x005F_", the escape of "_", so that a
 // reader reads back the text as it was. "_X" is taken for "_x", for readers that ignore case.
+// U+FFFE and U+FFFF, which XML may not hold, are given as escapes too.
 bool IsWrittenAsEscape(unsigned char c) {
   return c < 0x20 && c != '\t' && c != '\n';
+}
+
+// The escape of the noncharacter U+FFFE or U+FFFF at `at` (in UTF-8), or null.
+const char* NoncharacterEscape(std::string_view text, size_t at) {
+  if (text.size() - at < 3 || text[at] != '\xEF' || text[at + 1] != '\xBF') return nullptr;
+  return text[at + 2] == '\xBE' ? "_xFFFE_" : text[at + 2] == '\xBF' ? "_xFFFF_" : nullptr;
 }
 
 bool IsHexDigit(char c) {
@@ -65,11 +72,15 @@ bool BeginsEscape(std::string_view text, size_t at) {
     if (!IsHexDigit(text[i])) return false;
   }
   const auto end = static_cast<unsigned char>(text[at + 6]);
-  return end == '_' || IsWrittenAsEscape(end);
+  return end == '_' || IsWrittenAsEscape(end) || NoncharacterEscape(text, at + 6);
 }
 
 bool NeedsEscapes(std::string_view text) {
   if (text.find('\0') != std::string_view::npos) return true;
+  for (size_t at = text.find('\xEF'); at != std::string_view::npos;
+       at = text.find('\xEF', at + 1)) {
+    if (NoncharacterEscape(text, at)) return true;
+  }
   for (size_t at = text.find('_'); at != std::string_view::npos; at = text.find('_', at + 1)) {
     if (BeginsEscape(text, at)) return true;
   }
@@ -84,10 +95,12 @@ size_t Escape(std::string_view text, std::string& out) {
   size_t characters = 0;
   for (size_t i = 0; i < text.size(); ++i) {
     const char c = text[i];
+    const char* const noncharacter = NoncharacterEscape(text, i);
     const char* const escape = c == '\0'                           ? "_x0000_"
                                : c == '_' && BeginsEscape(text, i) ? "_x005F_"
-                                                                   : nullptr;
+                                                                   : noncharacter;
     characters += escape ? 7 : (static_cast<unsigned char>(c) & 0xC0) != 0x80;
+    if (noncharacter) i += 2;                      // the rest of its sequence
     if (characters > xls::kMaxCellText) continue;  // cut: only counted from here on
     if (escape) {
       out.append(escape);

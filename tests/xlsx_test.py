@@ -103,6 +103,12 @@ class Workbooks(unittest.TestCase):
         self.convert(report, rdf, os.path.join(self.dir, "t.csv"))
         with open(os.path.join(self.dir, "t.csv"), newline="", encoding="cp1252") as f:
             self.assertEqual([row[6] for row in csv.reader(f)][1:], notes)
+        # U+FFFE and U+FFFF of a UTF-8 report, which XML may not hold, come back too.
+        notes = ["a\ufffeb\uffffc", "_x0041\ufffe", "\uffff"]
+        report = self.write("u.txt", "".join(line("D", note=n) for n in notes))
+        self.convert(report, rdf, out, "--set", "encoding=utf-8")
+        sheet = openpyxl.load_workbook(out).worksheets[0]
+        self.assertEqual([row[6] for row in self.values(sheet)[1:]], notes)
 
     def test_samples_match_their_csv_and_xls(self):
         # Every sample: the .xlsx holds the .csv's rows, numbers and dates as numbers, and has
