@@ -14,19 +14,20 @@ namespace {
 constexpr size_t kBufferSize = 1 << 20;
 }
 
-BufferedFile::BufferedFile(const std::filesystem::path& path, std::string_view source)
-    : path_(path), source_(source) {
+BufferedFile::BufferedFile(const std::filesystem::path& path, std::string_view source,
+                           const std::filesystem::path& shown)
+    : shown_(shown.empty() ? path : shown), source_(source) {
   // An empty file (a temporary file just made) is not truncated: ext4 takes a truncation to
   // nothing as a file being replaced in place and writes it out at close (auto_da_alloc),
   // which held a 100 MB output's run up by a fifth.
   fd_ = ::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
-  if (fd_ < 0) throw ErrorFromErrno(errno, source_).at(path_);
+  if (fd_ < 0) throw ErrorFromErrno(errno, source_).at(shown_);
   struct stat st {};
   if (::fstat(fd_, &st) != 0 || (st.st_size > 0 && ::ftruncate(fd_, 0) != 0)) {
     const int err = errno;
     ::close(fd_);
     fd_ = -1;
-    throw ErrorFromErrno(err, source_).at(path_);
+    throw ErrorFromErrno(err, source_).at(shown_);
   }
   buffer_ = std::make_unique_for_overwrite<char[]>(kBufferSize);
   size_ = kBufferSize;
@@ -63,7 +64,7 @@ void BufferedFile::flush() {
     ssize_t n = ::write(fd_, data.data(), data.size());
     if (n < 0) {
       if (errno == EINTR) continue;
-      throw ErrorFromErrno(errno, source_).at(path_);
+      throw ErrorFromErrno(errno, source_).at(shown_);
     }
     data.remove_prefix(static_cast<size_t>(n));
   }
@@ -75,7 +76,7 @@ void BufferedFile::Close() {
   flush();
   int fd = fd_;
   fd_ = -1;
-  if (::close(fd) != 0) throw ErrorFromErrno(errno, source_).at(path_);
+  if (::close(fd) != 0) throw ErrorFromErrno(errno, source_).at(shown_);
 }
 
 }  // namespace qb

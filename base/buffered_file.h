@@ -11,8 +11,10 @@ namespace qb {
 
 class BufferedFile {
  public:
-  // Creates the file (replacing one of that name). Throws QbError naming `source`.
-  BufferedFile(const std::filesystem::path& path, std::string_view source);
+  // Creates the file (replacing one of that name). Throws QbError naming `source` and
+  // `shown` (by default `path`): the file as the user knows it.
+  BufferedFile(const std::filesystem::path& path, std::string_view source,
+               const std::filesystem::path& shown = {});
   // Closes the file; bytes not yet written out are lost (only a failed pass gets here
   // without Close).
   ~BufferedFile();
@@ -40,7 +42,7 @@ class BufferedFile {
   void flush();
 
   int fd_ = -1;
-  std::filesystem::path path_;
+  std::filesystem::path shown_;  // what errors name
   // A staging area of size_ bytes, used_ of them pending. Not zero-filled: a small output
   // touches only the pages it writes.
   std::unique_ptr<char[]> buffer_;

@@ -53,7 +53,10 @@ std::string ProcLink(int fd) {
 
 TempFile::TempFile(const std::filesystem::path& folder, std::string_view stem,
                    std::string_view suffix, std::string_view source)
-    : folder_(folder.empty() ? "." : folder), stem_(stem), suffix_(suffix) {
+    : folder_(folder.empty() ? "." : folder),
+      stem_(stem),
+      suffix_(suffix),
+      shown_(folder_ / (stem_ + suffix_)) {
   fd_ = ::open(folder_.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0666);
   if (fd_ >= 0) {
     path_ = ProcLink(fd_);
@@ -78,7 +81,9 @@ TempFile::TempFile(const std::filesystem::path& folder, std::string_view stem,
 
 TempFile TempFile::Beside(const std::filesystem::path& target, std::string_view source) {
   const std::filesystem::path folder = target.has_parent_path() ? target.parent_path() : ".";
-  return TempFile(folder, "." + target.filename().string(), ".part", source);
+  TempFile file(folder, "." + target.filename().string(), ".part", source);
+  file.shown_ = target;
+  return file;
 }
 
 TempFile::TempFile(TempFile&& other) noexcept
@@ -86,6 +91,7 @@ TempFile::TempFile(TempFile&& other) noexcept
       folder_(std::move(other.folder_)),
       stem_(std::move(other.stem_)),
       suffix_(std::move(other.suffix_)),
+      shown_(std::move(other.shown_)),
       fd_(std::exchange(other.fd_, -1)) {}
 
 void TempFile::RenameTo(const std::filesystem::path& target, std::string_view source) {

@@ -29,6 +29,9 @@ class TempFile {
 
   // What opens the file (by open(), fopen(), LineReader ...) while it lives.
   const std::filesystem::path& path() const { return path_; }
+  // What a message calls it: the target a file beside one is written for, else its folder and
+  // the name it has or would have without its unique part.
+  const std::filesystem::path& shown() const { return shown_; }
 
   // Puts the file in place of `target` in one step: a file of that name is replaced whole, or
   // left as it was when this fails. Throws QbError naming `source`.
@@ -42,7 +45,8 @@ class TempFile {
   std::filesystem::path path_;    // empty once removed or renamed
   std::filesystem::path folder_;  // where it lives
   std::string stem_, suffix_;     // for the name it takes when committed
-  int fd_ = -1;                   // an unnamed file: held open, or it is gone
+  std::filesystem::path shown_;
+  int fd_ = -1;  // an unnamed file: held open, or it is gone
 };
 
 // The folder of one run's work files, "qbrun.<unique>" in `parent` (the program folder's

@@ -19,7 +19,7 @@ class TextSink final : public OutputSink {
       : output_(target.path),
         temp_(TempFile::Beside(target.path, "Process")),
         rows_(temp_.path(), "Process", RowFormatter(options, target.columnTypes, target.alphabet),
-              options.writerThread, target.alphabet, options.bom) {}
+              options.writerThread, target.alphabet, options.bom, temp_.shown()) {}
 
   void Header(std::span<const std::string_view> labels) override { rows_.Labels(labels); }
   void Row(std::span<const ValueBuffer* const> values) override { rows_.Values(values); }

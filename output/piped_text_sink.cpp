@@ -32,8 +32,9 @@ uint32_t GetU32(const char*& p) {
 }  // namespace
 
 PipedTextSink::PipedTextSink(const std::filesystem::path& path, std::string_view source,
-                             RowFormatter formatter, bool threaded, const Alphabet* utf8, bool bom)
-    : file_(path, source),
+                             RowFormatter formatter, bool threaded, const Alphabet* utf8, bool bom,
+                             const std::filesystem::path& shown)
+    : file_(path, source, shown),
       formatter_(std::move(formatter)),
       utf8_(utf8 && !utf8->Native() ? utf8 : nullptr),
       batches_(threaded ? kBatches : 1),

@@ -26,7 +26,8 @@ class PipedTextSink {
   // naming `source`. With `utf8`, an alphabet other than Windows-1252, each line is written
   // in UTF-8 (after a byte-order mark when `bom`); else its bytes are written as they are.
   PipedTextSink(const std::filesystem::path& path, std::string_view source, RowFormatter formatter,
-                bool threaded = true, const Alphabet* utf8 = nullptr, bool bom = false);
+                bool threaded = true, const Alphabet* utf8 = nullptr, bool bom = false,
+                const std::filesystem::path& shown = {});
   // Stops the writer. Rows not yet written are dropped: only a failed run gets here without
   // Close.
   ~PipedTextSink();

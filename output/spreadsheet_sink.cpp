@@ -238,7 +238,8 @@ TurboSink::TurboSink(const OutputOptions& options, const OutputTarget& target)
       log_(*target.log),
       turboFile_(target.workFolder, "qb", ".tmp", "Process"),
       rows_(turboFile_.path(), "Process",
-            RowFormatter(options, target.columnTypes, target.alphabet), options.writerThread) {}
+            RowFormatter(options, target.columnTypes, target.alphabet), options.writerThread,
+            nullptr, false, turboFile_.shown()) {}
 
 void TurboSink::Finish() {
   rows_.Close();

@@ -407,7 +407,7 @@ uint32_t GetSpilled(const char* at, CellData& cell) {
 SpilledRows::SpilledRows(const std::filesystem::path& folder, std::string_view source)
     : file_(folder, "qbxls", ".tmp", source), buffer_(new char[kSpillBuffer]), source_(source) {
   fd_ = ::open(file_.path().c_str(), O_RDWR | O_CLOEXEC);
-  if (fd_ < 0) throw ErrorFromErrno(errno, source_).at(file_.path());
+  if (fd_ < 0) throw ErrorFromErrno(errno, source_).at(file_.shown());
 }
 
 SpilledRows::~SpilledRows() {
@@ -428,7 +428,7 @@ void SpilledRows::WriteOut() {
     const ssize_t n =
         ::pwrite(fd_, buffer_.get() + done, used_ - done, static_cast<off_t>(written_ + done));
     if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) throw ErrorFromErrno(n < 0 ? errno : ENOSPC, source_).at(file_.path());
+    if (n <= 0) throw ErrorFromErrno(n < 0 ? errno : ENOSPC, source_).at(file_.shown());
     done += static_cast<size_t>(n);
   }
   written_ += used_;
@@ -449,10 +449,10 @@ void SpilledRows::ForEach(const std::function<void(uint32_t row, const CellData&
     const size_t want = static_cast<size_t>(std::min<uint64_t>(kSpillBuffer, written_ - offset));
     const ssize_t n = ::pread(fd_, chunk.get(), want, static_cast<off_t>(offset));
     if (n < 0 && errno == EINTR) continue;
-    if (n < 0) throw ErrorFromErrno(errno, source_).at(file_.path());
+    if (n < 0) throw ErrorFromErrno(errno, source_).at(file_.shown());
     if (n == 0 || static_cast<size_t>(n) % kSpilledCell != 0) {
       throw QbError(kPathFileAccess, source_, "A work file of the sheet came back short")
-          .at(file_.path());
+          .at(file_.shown());
     }
     each(chunk.get(), static_cast<size_t>(n));
     offset += static_cast<uint64_t>(n);

@@ -116,7 +116,7 @@ TempFile ProcessDFF(Engine& engine, const std::atomic<bool>& cancel,
 
   FieldPlacer placer(engine.tables);
   LineReader reader(report, kProc);
-  BufferedFile sink(output.path(), kProc);
+  BufferedFile sink(output.path(), kProc, output.shown());
   ByteProgress progress(ui, reader.FileSize());
   int64_t lineNumber = 0;
   auto place = [&](std::string_view piece) {

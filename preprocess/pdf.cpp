@@ -135,7 +135,7 @@ TempFile ConvertPdfToText(const std::filesystem::path& report, RunFolder& work,
   if (!std::filesystem::is_regular_file(report, ec)) Unreadable(report, "the file does not exist");
   static ReadPdf* const read = LoadPdfReader();
 
-  BufferedFile sink(text.path(), "ProcessPDF");
+  BufferedFile sink(text.path(), "ProcessPDF", text.shown());
   PieceWriter writer{sink, counts, nullptr, {}};
   auto page = [](void* context, const QbPdfPage* p) {
     auto& w = *static_cast<PieceWriter*>(context);
@@ -172,7 +172,7 @@ TempFile ReformatPdfText(Engine& engine, const std::atomic<bool>& cancel,
   TempFile reportOut(work.Path("ReformatPdfText"), textPath.stem().string(), ".qbr",
                      "ReformatPdfText");
   LineReader reader(textPath, "ReformatPdfText");
-  BufferedFile sink(reportOut.path(), "ReformatPdfText");
+  BufferedFile sink(reportOut.path(), "ReformatPdfText", reportOut.shown());
   ByteProgress progress(engine.app().ui(), reader.FileSize());
   const LayoutParams params = ReadLayoutParams(engine.tables, engine.flags.RdfUtf8);
   std::optional<Alphabet> codePage;

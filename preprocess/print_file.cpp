@@ -93,7 +93,7 @@ TempFile ProcessPrintFile(Engine& engine, const std::atomic<bool>& cancel,
   UserInterface& ui = engine.app().ui();
   ui.status("Reading print file ...");
   TempFile output(work.Path(kProc), report.stem().string(), ".qbr", kProc);
-  BufferedFile sink(output.path(), kProc);
+  BufferedFile sink(output.path(), kProc, output.shown());
   Printer printer(sink, how.asa, counts);
 
   if (!IsEbcdic(how.encoding)) {

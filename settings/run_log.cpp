@@ -126,7 +126,8 @@ void RunLog::LogError(std::string_view procedure, int32_t number, std::string_vi
 }
 
 void RunLog::LogError(const QbError& error) const {
-  const std::string place = error.Place();
+  // The place: the detail where it is, else the file the error is about.
+  const std::string place = error.detail().empty() ? error.file().string() : error.Place();
   if (place.empty())
     return LogError(error.source(), error.number(), error.description(), appLogFile_);
   const std::string n = std::to_string(error.number());

@@ -85,6 +85,11 @@ TEST_F(ConversionJobTest, AFailedRunLeavesThePreviousOutputAndNoTemporaryFile) {
     EXPECT_FALSE(ok) << kind.name;
     ASSERT_TRUE(job.LastError()) << kind.name;
     EXPECT_EQ(job.LastError()->number(), kDiskFull) << kind.name;
+    // The error names a file the user knows: the output, or a work file in the run's folder,
+    // not the descriptor an unnamed file is opened by.
+    const std::string named = job.LastError()->file().string();
+    EXPECT_TRUE(named == output.string() || named.starts_with((home_ / "out").string()))
+        << kind.name << ": " << named;
     EXPECT_EQ(ReadFile(output), "previous output") << kind.name;
     EXPECT_EQ(Files(home_.path()), Expected(kind)) << kind.name;
     std::filesystem::remove(output);
