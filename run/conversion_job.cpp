@@ -234,6 +234,19 @@ std::vector<std::string> ConversionJob::Findings(std::string_view advice) const 
     lines.push_back("no line of " + report + " matched a marker of " + rdf + ": " +
                     std::string(advice));
   }
+  // Text that could not be read is written as the replacement character.
+  if (stats.invalidSequences > 0) {
+    lines.push_back("completed, but " + std::to_string(stats.invalidSequences) +
+                    " byte sequences of " + report +
+                    " were not valid in its encoding and were written as \"\xEF\xBF\xBD\": "
+                    "check the encoding setting");
+  }
+  if (stats.unheldCharacters > 0) {
+    lines.push_back("completed, but " + std::to_string(stats.unheldCharacters) +
+                    " different characters of " + report +
+                    " came after the most a run holds and were written as \"\xEF\xBF\xBD\": "
+                    "split the report, or convert it with a code page that has its letters");
+  }
   return lines;
 }
 

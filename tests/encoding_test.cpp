@@ -37,10 +37,12 @@ class EncodingTest : public test::EngineTest {
     EXPECT_EQ(job.Check(), RunDriver::Check::Ready);
     EXPECT_TRUE(job.Run()) << report;
     stats_ = job.Stats();
+    findings_ = job.Findings();
     return ReadFile(r.output);
   }
 
   RunStats stats_;
+  std::vector<std::string> findings_;
 };
 
 // The invoice register with names that hold letters past ASCII, each the same column width.
@@ -148,9 +150,23 @@ TEST_F(EncodingTest, InvalidBytesAreOneCharacterEachAndCounted) {
     at += 10;
   }
   WriteFile(home_ / "bad.txt", text);
+  EXPECT_TRUE(findings_.empty());  // of good.txt
   EXPECT_EQ(Convert(home_ / "bad.txt", {{Key::encoding, "utf-8"}}), good);
   EXPECT_EQ(stats_.invalidSequences, 4);
   EXPECT_NE(Log().find("4 byte sequences were not valid utf-8"), std::string::npos);
+  ASSERT_EQ(findings_.size(), 1u);
+  EXPECT_NE(findings_[0].find("4 byte sequences of"), std::string::npos) << findings_[0];
+  // A first line of 130 letters past ASCII, more than a run holds: the last are unheld.
+  std::u32string letters;
+  for (char32_t c = U'\u0400'; c < U'\u0482'; ++c) letters += c;
+  WriteFile(home_ / "many.txt",
+            Utf8(letters) + "\r\n" + Recoder("UTF-8", "WINDOWS-1252", "test")(AccentedRegister()));
+  Convert(home_ / "many.txt", {{Key::encoding, "utf-8"}});
+  ASSERT_GT(stats_.unheldCharacters, 0);
+  ASSERT_EQ(findings_.size(), 1u);
+  EXPECT_NE(findings_[0].find(std::to_string(stats_.unheldCharacters) + " different characters"),
+            std::string::npos)
+      << findings_[0];
 }
 
 TEST_F(EncodingTest, TheNumericCleanUpReadsUnicodeMinusSignsAndNoBreakSpaces) {
