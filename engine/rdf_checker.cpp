@@ -240,6 +240,15 @@ class Checker {
 
 bool Checker::ReadLines() {
   const std::filesystem::path& file = result_.file;
+  // Checking, as loading, reads the file more than once: a pipe gives its lines once.
+  if (std::error_code ec;
+      std::filesystem::exists(file, ec) && !std::filesystem::is_regular_file(file, ec)) {
+    Error(0, std::filesystem::is_directory(file, ec)
+                 ? "this is a folder: name an RDF file"
+                 : "this is not a file: an RDF is read more than once, so it cannot come "
+                   "through a pipe; save it to a file and name that");
+    return false;
+  }
   try {
     std::string first;
     {

@@ -66,6 +66,16 @@ ConversionJob::ConversionJob(const Application& front, UserInterface& ui, JobReq
     rdf = *found;
   }
   request_.rdf = rdf;
+  // Loading reads an RDF several times over: a pipe would give its lines once.
+  if (std::error_code ec;
+      std::filesystem::exists(rdf, ec) && !std::filesystem::is_regular_file(rdf, ec)) {
+    throw JobError(JobError::Kind::Failed,
+                   "the RDF " + rdf.string() +
+                       (std::filesystem::is_directory(rdf, ec)
+                            ? " is a folder: name an RDF file"
+                            : " is not a file: an RDF is read more than once, so it cannot come "
+                              "through a pipe; save it to a file and name that"));
+  }
   // Without a report (a job that lists or saves the RDF) no name says which kind of report
   // is read: the RDF is loaded as the kind it is.
   engine_.flags.PdfReport =

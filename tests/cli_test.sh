@@ -307,6 +307,13 @@ check "a load error keeps its number" contains "$tmp/err" "Error 9 in LoadRDFDet
 check "a load error says where and what on the next line" \
   test "$(grep -A1 '^Subscript out of range' "$tmp/err" | sed -n 2p)" = "$tmp/two.rdf:23: DLC line has 7 columns; 8 are needed: record name, group, sequence, field, start, length, rule, value"
 
+# An RDF is read more than once: one through a pipe is refused, naming what to do.
+"$qbconvert" --home "$tmp/home" --report "$samples/ARINV01.txt" --rdf <(cat "$samples/ARINV01.rdf") \
+  --output "$tmp/piped.csv" >"$tmp/out" 2>"$tmp/err"; rc=$?
+check "an RDF through a pipe exits 1" test $rc -eq 1
+check "an RDF through a pipe is to be saved to a file" contains "$tmp/err" "cannot come through a pipe"
+check "an RDF through a pipe writes nothing" test ! -e "$tmp/piped.csv"
+
 # --trace writes no output without --output; the figures go to standard error beside it.
 "$qbconvert" --home "$tmp/home" --report "$samples/ARINV01.txt" --rdf "$samples/ARINV01.rdf" \
   --trace --lines 6-7 >"$tmp/out" 2>"$tmp/err"; rc=$?

@@ -4,6 +4,7 @@
 #include "engine/rdf_checker.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <initializer_list>
@@ -372,9 +373,12 @@ TEST_F(RdfChecker, AFileOfBlanksIsEmptyAndABlankFirstLineIsNamed) {
   EXPECT_TRUE(On(CheckRdf(dir_ / "E.rdf"), 1, Severity::Error, {"an empty line first"}));
 }
 
-TEST_F(RdfChecker, MissingFileIsOneError) {
+TEST_F(RdfChecker, MissingFileFolderOrPipeIsOneError) {
   const RdfCheckResult r = CheckRdf(dir_ / "none.rdf");
   EXPECT_TRUE(On(r, 0, Severity::Error, {"cannot be read", "File not found"}));
+  EXPECT_TRUE(On(CheckRdf(dir_.path()), 0, Severity::Error, {"folder"}));
+  ASSERT_EQ(::mkfifo((dir_ / "pipe.rdf").c_str(), 0600), 0);  // opened, it would wait for a writer
+  EXPECT_TRUE(On(CheckRdf(dir_ / "pipe.rdf"), 0, Severity::Error, {"cannot come through a pipe"}));
   EXPECT_EQ(
       FormatDiagnostic(r.diagnostics.at(0)),
       (dir_ / "none.rdf").string() + ": error: The file cannot be read: File not found (error 53)");
