@@ -18,6 +18,7 @@
 #include <functional>
 #include <limits>
 #include <map>
+#include <new>
 #include <set>
 #include <thread>
 #include <tuple>
@@ -918,7 +919,16 @@ int Run(std::span<const char* const> args) {
 }  // namespace
 
 int RunCommand(std::span<const char* const> args) {
-  const int status = Run(args);
+  int status;
+  try {
+    status = Run(args);
+  } catch (const std::bad_alloc&) {
+    // What the run traps itself (a conversion's error 7) never gets here; this is the rest:
+    // reading a damaged file whole for --check, say.
+    std::fprintf(stderr, "qbconvert: out of memory: %s\n",
+                 "a file is larger than this machine can hold (a file without line ends?)");
+    return kExitFailed;
+  }
   if (!StandardOutputWritten() && (status == kExitOk || status == kExitDropped)) return kExitFailed;
   return status;
 }
