@@ -23,7 +23,8 @@ constexpr std::array<OptionInfo, 27> kOptions{{
      "takes a line of qbsys.txt or its system's name); may be repeated"},
     {Opt::Fields, "fields", "N,N,...", false, "output only these field numbers, in this order"},
     {Opt::Overwrite, "overwrite", "", false,
-     "replace an existing output file (only when the run succeeds), or the file of "
+     "replace an existing output file (once the run has written the new one whole; a run that "
+     "fails, or is stopped by Ctrl-C, leaves it as it was), or the file of "
      "--save-rdf"},
     {Opt::Quiet, "quiet", "", false,
      "print nothing on success (a batch still prints its table, without the progress line)"},
