@@ -1191,12 +1191,16 @@ void Checker::CheckSettings(const Part& part) {
                           "; loading ignores it: the codes are HD, OF, QS, TQ, DL, RT, ES and EN");
       }
     } else if (code == "OF" && !FormatOfExtension(value)) {
-      Warn(r->line,
-           ColumnText(kRLF, S::Value, value) +
-               "; the output type is .txt, .csv, .xls or .xlsx, and a run refuses any other");
+      Warn(r->line, ColumnText(kRLF, S::Value, value) +
+                        "; the output type is .txt, .csv, .xls or .xlsx, and a run whose output "
+                        "type this record gives (no output name gives another) refuses any other");
     } else if (code == "EN" && !EncodingNamed(value)) {
-      Warn(r->line, ColumnText(kRLF, S::Value, value) + "; the encodings are " + EncodingNames() +
-                        ", and a run refuses any other");
+      Error(r->line, ColumnText(kRLF, S::Value, value) + "; the encodings are " + EncodingNames() +
+                         ", and every run with this RDF refuses any other");
+    } else if (code == "DL" && Trim(value).empty()) {
+      Warn(r->line,
+           "the delimiter is empty, and a .txt output needs one: a run that writes a "
+           ".txt with this RDF fails (write \"comma\" or the character)");
     } else if (code == "RT" && !OneOf(value, kRecordSelections)) {
       Warn(r->line, ColumnText(kRLF, S::Value, value) +
                         "; the record selections are All Records, Details Only and Totals Only, "

@@ -317,6 +317,17 @@ TEST_F(RdfChecker, TotalsOnlyWithoutARecordField) {
   EXPECT_EQ(r.errors + r.warnings, 1);
 }
 
+// Settings that make runs fail: an unknown encoding fails every run, an empty delimiter a
+// .txt output's.
+TEST_F(RdfChecker, SettingsThatRunsRefuse) {
+  RdfCheckResult r = Break("ARINV01.rdf", "RT,All Records", "EN,latin9\r\nRT,All Records");
+  EXPECT_TRUE(On(r, line_, Severity::Error, {"is \"latin9\"", "every run with this RDF refuses"}));
+  EXPECT_EQ(r.errors + r.warnings, 1);
+  r = Break("ARINV01.rdf", "RT,All Records", "DL,\r\nRT,All Records");
+  EXPECT_TRUE(On(r, line_, Severity::Warning, {"delimiter is empty", ".txt"}));
+  EXPECT_EQ(r.errors + r.warnings, 1);
+}
+
 TEST_F(RdfChecker, DelimitedFieldsOutOfOrder) {
   const RdfCheckResult r = Break("ORDERS.rdf", "2,12,,0,", "3,12,,0,");
   EXPECT_TRUE(On(r, line_, Severity::Warning, {"the input field, is 3", "places input field 2"}));
