@@ -1170,8 +1170,10 @@ void Checker::CheckFields(const Part& part) {
     }
   }
   if (!anyWritten) {
-    Warn(part.SectionLine(kFLD), "no field of detail part " + part.id +
-                                     " is written (output y), so a run has nothing to write");
+    Warn(part.SectionLine(kFLD),
+         "no field of detail part " + part.id +
+             " is written (output y), so a run refuses to start (\"At least one Output field "
+             "must be selected.\") until fields are chosen: in the grid, or with --fields");
   }
 }
 

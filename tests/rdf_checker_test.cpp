@@ -317,6 +317,13 @@ TEST_F(RdfChecker, TotalsOnlyWithoutARecordField) {
   EXPECT_EQ(r.errors + r.warnings, 1);
 }
 
+TEST_F(RdfChecker, NoFieldWritten) {
+  const RdfCheckResult r = Break("ARINV01.rdf", ",y,", ",n,");
+  EXPECT_TRUE(On(r, LineOf("FLD\r\n"), Severity::Warning,
+                 {"No field of detail part 01", "refuses to start", "--fields"}));
+  EXPECT_EQ(r.errors + r.warnings, 1);
+}
+
 // Settings that make runs fail: an unknown encoding fails every run, an empty delimiter a
 // .txt output's.
 TEST_F(RdfChecker, SettingsThatRunsRefuse) {
