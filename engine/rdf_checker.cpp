@@ -535,6 +535,12 @@ void Checker::CheckRuleXLength(const RdfSection& s, const Row& r, size_t markerC
   } else if (r.Num(lengthColumn) < 0) {
     Error(r.line, ColumnText(s, lengthColumn, r.Col(lengthColumn)) +
                       "; a length cannot be negative (0 searches the rest of the line)");
+  } else if (const size_t marker = r.Col(markerColumn).size();
+             r.Num(lengthColumn) > 0 && static_cast<size_t>(r.Num(lengthColumn)) < marker) {
+    Warn(r.line, ColumnText(s, lengthColumn, r.Col(lengthColumn)) + ", shorter than the " +
+                     std::to_string(marker) +
+                     " characters of the marker, so this row never matches: give at least " +
+                     std::to_string(marker) + ", or 0 for the rest of the line");
   }
 }
 

@@ -248,9 +248,12 @@ TEST_F(RdfChecker, UncountedRecordWithSequenceRows) {
   EXPECT_EQ(r.errors + r.warnings, 1);
 }
 
-TEST_F(RdfChecker, ContainsRuleWithoutLength) {
-  const RdfCheckResult r = Break("ARINV01.rdf", "0,0,stop,0", "0,0,stop");
+TEST_F(RdfChecker, ContainsRuleWithoutLengthOrTooShortOne) {
+  RdfCheckResult r = Break("ARINV01.rdf", "0,0,stop,0", "0,0,stop");
   EXPECT_TRUE(On(r, line_, Severity::Warning, {"gives none", "0 for the rest of the line"}));
+  EXPECT_EQ(r.errors + r.warnings, 1);
+  r = Break("ARINV01.rdf", "0,0,stop,0", "0,0,stop,5");  // END OF REPORT: 13 characters
+  EXPECT_TRUE(On(r, line_, Severity::Warning, {"is 5", "never matches", "at least 13"}));
   EXPECT_EQ(r.errors + r.warnings, 1);
 }
 
