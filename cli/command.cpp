@@ -264,15 +264,15 @@ bool MayWrite(const std::filesystem::path& target, std::string_view what,
 }
 
 // Ctrl-C during a run: the first calls `cancel` and says `what`, the second ends the
-// program at once. A thread waits for the signal, so no handler state is needed; SIGUSR1
-// tells it the run is over.
+// program at once. A request to stop (SIGTERM, or SIGHUP when the terminal goes) counts as
+// Ctrl-C, so that it too leaves the outputs whole and no work files. A thread waits for the
+// signal, so no handler state is needed; SIGUSR1 tells it the run is over.
 class InterruptWatch {
  public:
   InterruptWatch(std::function<void()> cancel, std::string what) {
     sigset_t set;
     sigemptyset(&set);
-    sigaddset(&set, SIGINT);
-    sigaddset(&set, SIGUSR1);
+    for (int sig : {SIGINT, SIGTERM, SIGHUP, SIGUSR1}) sigaddset(&set, sig);
     pthread_sigmask(SIG_BLOCK, &set, &old_);
     thread_ = std::thread([set, cancel = std::move(cancel), what = std::move(what)] {
       for (int presses = 0;;) {

@@ -263,7 +263,7 @@ interrupt() {
   exec 3>"$tmp/pipe.txt"
   rows 100000 >&3
   sleep 0.3
-  kill -INT "$1"
+  kill -"${2:-INT}" "$1"
   sleep 0.2
   exec 3>&-
   wait "$1"; rc=$?
@@ -288,6 +288,14 @@ check "Ctrl-C replacing keeps the previous output" \
   test "$(cat "$tmp/interrupted/out.csv")" = "$(printf 'previous\r\n')"
 check "Ctrl-C replacing says so" contains "$tmp/err" "the output that was there stays as it was"
 check "Ctrl-C replacing counts nothing written" contains "$tmp/out" "0 Lines Written"
+# SIGTERM, as a service manager sends it, stops the run as Ctrl-C does: rows whole, no work files.
+rm -f "$tmp/interrupted/out.csv"
+"$qbconvert" --home "$tmp/home" --report "$tmp/pipe.txt" --rdf "$big_rdf" \
+  --output "$tmp/interrupted/out.csv" --quiet >"$tmp/out" 2>"$tmp/err" &
+interrupt $! TERM
+check "SIGTERM exits 130" test $rc -eq 130
+check "SIGTERM keeps the rows so far" test "$(wc -l <"$tmp/interrupted/out.csv")" -eq 100001
+check "SIGTERM leaves no work folder" test -z "$(ls "$tmp/home/out" | grep '^qbrun\.')"
 
 # The RDF author's tools. --check: GCC-style messages, exit 1 on errors, 0 with warnings only.
 "$qbconvert" --home "$tmp/home" --check --rdf "$samples/ARINV01.rdf" --report "$samples/ARINV01.txt" \
