@@ -233,6 +233,7 @@ class Checker {
 
   RdfCheckResult result_;
   std::vector<Line> lines_;
+  bool utf8_ = false;  // the RDF's texts are UTF-8
   Part header_;
   std::vector<Part> details_;
   std::optional<int64_t> announced_;  // characters 7-8 of the first line
@@ -267,7 +268,8 @@ bool Checker::ReadLines() {
       }
     }
     // A UTF-8 byte-order mark says the RDF's texts are UTF-8; loading reads past it.
-    if (first.starts_with(kUtf8Bom)) first.erase(0, kUtf8Bom.size());
+    utf8_ = first.starts_with(kUtf8Bom);
+    if (utf8_) first.erase(0, kUtf8Bom.size());
     const bool scrambled = IsScrambledFirstLine(first);
     if (scrambled && (Trim(first).empty() || first.front() == '[')) {
       Error(1,
@@ -282,6 +284,11 @@ bool Checker::ReadLines() {
       return true;
     });
     if (!scrambled) IndentedRows();
+    // An "EN" record naming UTF-8 makes the texts UTF-8 too, wherever it stands.
+    for (const Line& l : lines_) {
+      if (l.text.starts_with("EN,") && EncodingNamed(Trim(l.text.substr(3))) == Encoding::Utf8)
+        utf8_ = true;
+    }
   } catch (const QbError& e) {
     if (!e.detail().empty()) {
       // A damaged first line is met first by GetRDFInfo, which names it 517.
@@ -544,10 +551,16 @@ void Checker::CheckRuleXLength(const RdfSection& s, const Row& r, size_t markerC
   }
 }
 
-// The last column a marker reads, or nothing for rule "x" to the end of the line.
+// The last column a marker reads, or nothing for rule "x" to the end of the line. A UTF-8
+// RDF's DLM markers are as long as their characters, as the run counts them (`characters`).
 std::optional<int64_t> MarkerEnd(const Row& r, size_t start, size_t rule, size_t marker,
-                                 size_t length) {
-  int64_t count = static_cast<int64_t>(r.Col(marker).size());
+                                 size_t length, bool characters = false) {
+  const std::string_view text = r.Col(marker);
+  int64_t count =
+      characters
+          ? std::count_if(text.begin(), text.end(),
+                          [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; })
+          : static_cast<int64_t>(text.size());
   if (r.Col(rule).substr(0, 1) == "x" && r.Has(length)) {
     if (r.Num(length) == 0) return std::nullopt;
     count = r.Num(length);
@@ -835,7 +848,7 @@ void Checker::CheckMarkers(const Part& part) {
     // Rules "=" and "p" past the end are worse than cut short: see below.
     CheckSegment(kDLM, r, M::Start,
                  known && rule[0] != '=' && rule[0] != 'p'
-                     ? MarkerEnd(r, M::Start, M::Rule, M::Marker, M::Length)
+                     ? MarkerEnd(r, M::Start, M::Rule, M::Marker, M::Length, utf8_)
                      : std::nullopt,
                  kLineWidth, "the run fails with error 5 at the first line that reaches this row");
     if (!known && !LooksLikeNumber(rule)) {
@@ -853,7 +866,7 @@ void Checker::CheckMarkers(const Part& part) {
     }
     if (known && rule[0] == 'x') CheckRuleXLength(kDLM, r, M::Marker, M::Length);
     if (known && (rule[0] == '=' || rule[0] == 'p') && r.Num(M::Start) >= 1) {
-      if (const auto end = MarkerEnd(r, M::Start, M::Rule, M::Marker, M::Length);
+      if (const auto end = MarkerEnd(r, M::Start, M::Rule, M::Marker, M::Length, utf8_);
           end && *end > kLineWidth) {
         Warn(r.line,
              "this marker reaches column " + std::to_string(*end) +
@@ -912,8 +925,8 @@ void Checker::CheckMarkers(const Part& part) {
       if (e.Num(M::Start) < 1) continue;
       const bool same = earlierRule[0] == rule[0] && e.Num(M::Start) == r.Num(M::Start) &&
                         e.Col(M::Marker) == r.Col(M::Marker) &&
-                        MarkerEnd(e, M::Start, M::Rule, M::Marker, M::Length) ==
-                            MarkerEnd(r, M::Start, M::Rule, M::Marker, M::Length);
+                        MarkerEnd(e, M::Start, M::Rule, M::Marker, M::Length, utf8_) ==
+                            MarkerEnd(r, M::Start, M::Rule, M::Marker, M::Length, utf8_);
       if (same || e.Col(M::Marker).empty()) {
         Warn(r.line, "this DLM row never matches: the row on line " + std::to_string(e.line) +
                          (same ? " has the same rule, start, length and marker"

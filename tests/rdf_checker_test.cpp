@@ -272,6 +272,10 @@ TEST_F(RdfChecker, MarkersPastColumn500) {
   r = Break("ARINV01.rdf", "3,p,xxxxxx  nn/nn/nn,", "600,p,xxxxxx  nn/nn/nn,");
   EXPECT_TRUE(On(r, line_, Severity::Warning, {"column 615", "matches every line"}));
   EXPECT_EQ(r.errors + r.warnings, 1);
+  // In a UTF-8 RDF a marker is as long as its characters: three letters at 498 end at 500.
+  r = Break("ARINV01.rdf", {{"RDF 0001T", "\xEF\xBB\xBFRDF 0001T"},
+                            {"1,=,CUSTOMER,", "498,=,\xC3\x84\xC3\x96\xC3\x9C,"}});
+  EXPECT_EQ(r.errors + r.warnings, 0);
 }
 
 TEST_F(RdfChecker, MarkerRowHiddenByAnEarlierOne) {
