@@ -57,6 +57,10 @@ class ReportText {
 
   // Byte sequences that were not valid UTF-8, each read as one replacement character.
   int64_t InvalidSequences() const { return decoder_.Invalid(); }
+  // The most bytes `characters` characters of a line take: four each in UTF-8 (its BOM too).
+  size_t BytesFor(size_t characters) const {
+    return utf8_ ? 4 * characters + kUtf8Bom.size() : characters;
+  }
 
  private:
   std::unique_ptr<Alphabet> alphabet_;

@@ -167,7 +167,8 @@ void RunDriver::Process(const std::filesystem::path& report, const std::filesyst
   // Only the first kLineWidth characters of a piece are ever read: a line of gigabytes costs
   // no more memory than the reader's buffer. A delimited line is read whole: its fields are
   // placed in columns first.
-  LineReader reader(report, "Process", engine_.flags.DffReport ? 0 : Converter::kLineWidth);
+  LineReader reader(report, "Process",
+                    engine_.flags.DffReport ? 0 : text.BytesFor(Converter::kLineWidth));
   const int64_t size = reader.FileSize();
   // Work files: mode 6's rows, an .xls sheet's finished rows until it is saved, an .xlsx's
   // sheets until they are packed.

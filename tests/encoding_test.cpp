@@ -169,6 +169,18 @@ TEST_F(EncodingTest, InvalidBytesAreOneCharacterEachAndCounted) {
       << findings_[0];
 }
 
+// A line longer than the reader's buffer is read only as far as a run looks, 500 columns:
+// in UTF-8 that is up to four bytes a column.
+TEST_F(EncodingTest, ALineOfMegabytesIsReadToColumn500InCharacters) {
+  std::string line = "D";
+  for (int i = 0; i < 398; ++i) line += "\xC3\xA9";  // columns 2 to 399
+  WriteFile(home_ / "long.txt", line + "FARVALUE01" + std::string(2 << 20, ' ') + "\r\n");
+  const auto rdf =
+      Rdf("RDF 0001T Far@FAR\r\nRDF 01 D\r\nDLM\r\n1,=,D,0,1,DET\r\nDLC\r\nDET,0,0,1,400,10,=,,\r\n"
+          "FLD\r\n1,y,c,1,0,Far,\r\n");
+  EXPECT_EQ(Convert(home_ / "long.txt", {{Key::encoding, "utf-8"}}, rdf), "Far\r\nFARVALUE01\r\n");
+}
+
 TEST_F(EncodingTest, TheNumericCleanUpReadsUnicodeMinusSignsAndNoBreakSpaces) {
   const std::string rdf =
       "RDF 0001T Amounts@AMT\r\nRDF 01 D\r\nDLM\r\n1,=,D,0,1,DET\r\nDLC\r\n"
