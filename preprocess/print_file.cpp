@@ -98,7 +98,7 @@ TempFile ProcessPrintFile(Engine& engine, const std::atomic<bool>& cancel,
 
   if (!IsEbcdic(how.encoding)) {
     // Text lines already: only the carriage control is applied.
-    LineReader reader(report, kProc);
+    LineReader reader(report, kProc, kMaxPrintRecord);
     ByteProgress progress(ui, reader.FileSize());
     std::string_view line;
     for (int64_t number = 1; !cancel && reader.Next(line); ++number) {
@@ -115,6 +115,7 @@ TempFile ProcessPrintFile(Engine& engine, const std::atomic<bool>& cancel,
     const auto fixed = static_cast<size_t>(how.recordLength);
     std::string record;
     bool pending = false;  // bytes read since the last record ended
+    bool cutting = false;  // the record reached kMaxPrintRecord: the rest of it is dropped
     for (std::string_view chunk; !cancel && !(chunk = reader.Next()).empty();) {
       progress.AddLine(chunk.size() - 2);
       for (char c : chunk) {
@@ -123,7 +124,12 @@ TempFile ProcessPrintFile(Engine& engine, const std::atomic<bool>& cancel,
           if (!record.empty() && record.back() == '\r') record.pop_back();
           printer.Record(record);
           record.clear();
-          pending = false;
+          pending = cutting = false;
+          continue;
+        }
+        if (record.size() == kMaxPrintRecord) {  // only records without a length grow so
+          if (!cutting) ++counts.cut;
+          cutting = true;
           continue;
         }
         // A line end inside a fixed-length record would split it: it reads as a blank.

@@ -19,7 +19,12 @@ namespace qb {
 struct PrintFileCounts {
   int64_t records = 0;
   int64_t overprinted = 0;  // "+" lines left out
+  int64_t cut = 0;          // EBCDIC records longer than kMaxPrintRecord, cut there
 };
+
+// The longest record or line kept whole; a run reads only its first 500 characters anyway,
+// and a file read without its record length set may have no record ends at all.
+inline constexpr size_t kMaxPrintRecord = 64 * 1024;
 
 // Rewrites `report` as text lines in a ".qbr" work file in the run's folder and returns it.
 // Throws QbError from "ProcessPrintFile": the file unreadable, the work file unwritable, or

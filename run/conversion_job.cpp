@@ -8,6 +8,7 @@
 
 #include "base/buffered_file.h"
 #include "base/errors.h"
+#include "preprocess/print_file.h"
 
 namespace qb {
 namespace {
@@ -243,6 +244,12 @@ std::vector<std::string> ConversionJob::Findings(std::string_view advice) const 
   if (stats.piecesMatched == 0) {
     lines.push_back("no line of " + report + " matched a marker of " + rdf + ": " +
                     std::string(advice));
+  }
+  if (stats.cutRecords > 0) {
+    lines.push_back("completed, but " + std::to_string(stats.cutRecords) + " records of " + report +
+                    " were longer than " + std::to_string(kMaxPrintRecord) +
+                    " bytes and were cut: a file of fixed-length records without record ends "
+                    "needs reclen set to their length");
   }
   // Text that could not be read is written as the replacement character.
   if (stats.invalidSequences > 0) {

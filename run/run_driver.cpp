@@ -115,6 +115,7 @@ bool RunDriver::Run(const std::filesystem::path& report, const std::filesystem::
   stats_.invalidSequences = units->InvalidSequences();
   stats_.unheldCharacters = units->alphabet().Unheld();
   stats_.overprintedLines = counts.printed.overprinted;
+  stats_.cutRecords = counts.printed.cut;
   stats_.crowdedPdfPages = std::move(counts.pdf.crowdedPages);
   if (stats_.invalidSequences > 0) {
     log.WriteLog("Process", std::to_string(stats_.invalidSequences) +
@@ -126,6 +127,12 @@ bool RunDriver::Run(const std::filesystem::path& report, const std::filesystem::
     log.WriteLog("Process", std::to_string(stats_.unheldCharacters) +
                                 " different characters came after the most a run can hold "
                                 "and were read as the replacement character");
+  }
+  if (stats_.cutRecords > 0) {
+    log.WriteLog("Process", std::to_string(stats_.cutRecords) + " records were longer than " +
+                                std::to_string(kMaxPrintRecord) +
+                                " bytes and were cut there: a file of fixed-length records "
+                                "without record ends needs reclen set to their length");
   }
   if (stats_.overprintedLines > 0) {
     log.WriteLog("Process", std::to_string(stats_.overprintedLines) +

@@ -36,6 +36,7 @@ struct RunStats {
   int64_t invalidSequences = 0;
   int64_t unheldCharacters = 0;
   int64_t overprintedLines = 0;
+  int64_t cutRecords = 0;  // EBCDIC records cut for want of record ends (see reclen)
   // A PDF's pages where more than a few words had to move right, their columns taken by
   // others (PdfLayoutCounts::kFewMoved), with the number moved.
   std::vector<std::pair<int32_t, int64_t>> crowdedPdfPages;

@@ -181,6 +181,16 @@ TEST_F(EncodingTest, ALineOfMegabytesIsReadToColumn500InCharacters) {
   EXPECT_EQ(Convert(home_ / "long.txt", {{Key::encoding, "utf-8"}}, rdf), "Far\r\nFARVALUE01\r\n");
 }
 
+// An EBCDIC file read without its record length may have no record ends at all: its record
+// is cut at kMaxPrintRecord bytes (memory stays small), and the run's end says to set reclen.
+TEST_F(EncodingTest, AnEbcdicRecordWithoutAnEndIsCutAndReclenNamed) {
+  WriteFile(home_ / "spool.txt", std::string(3 * kMaxPrintRecord, '\xC4'));  // "D" in EBCDIC
+  Convert(home_ / "spool.txt", {{Key::encoding, "ebcdic-037"}});
+  EXPECT_EQ(stats_.cutRecords, 1);
+  ASSERT_FALSE(findings_.empty());
+  EXPECT_NE(findings_.back().find("needs reclen"), std::string::npos) << findings_.back();
+}
+
 TEST_F(EncodingTest, TheNumericCleanUpReadsUnicodeMinusSignsAndNoBreakSpaces) {
   const std::string rdf =
       "RDF 0001T Amounts@AMT\r\nRDF 01 D\r\nDLM\r\n1,=,D,0,1,DET\r\nDLC\r\n"
