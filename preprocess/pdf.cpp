@@ -132,7 +132,11 @@ TempFile ConvertPdfToText(const std::filesystem::path& report, RunFolder& work,
                           PdfLayoutCounts& counts) {
   TempFile text(work.Path("ProcessPDF"), report.stem().string(), ".qbt", "ProcessPDF");
   std::error_code ec;
-  if (!std::filesystem::is_regular_file(report, ec)) Unreadable(report, "the file does not exist");
+  if (!std::filesystem::is_regular_file(report, ec)) {
+    Unreadable(report, std::filesystem::exists(report, ec)
+                           ? "it is not a file: a PDF is read from a file, not through a pipe"
+                           : "the file does not exist");
+  }
   static ReadPdf* const read = LoadPdfReader();
 
   BufferedFile sink(text.path(), "ProcessPDF", text.shown());
