@@ -709,7 +709,13 @@ int CheckCommand(const ParsedOptions& opts, Application& app, ConsoleUI& ui) {
                         "with, or PDC bands for its columns");
         }
         std::fflush(stdout);
+        // Report lines the run dropped are the RDF's errors with this report, and text it
+        // could not read a warning (the tally counted a report that matched nothing).
         ShowFindings(*job, true);
+        const RunStats& stats = job->Stats();
+        if (stats.lineErrors.count > 0) ++result.errors;
+        if (stats.invalidSequences > 0 || stats.unheldCharacters > 0 || stats.cutRecords > 0)
+          ++result.warnings;
       } else {
         ++result.errors;
         std::printf("%s was not read through: %s\n", opts.value(Opt::Report)->c_str(),

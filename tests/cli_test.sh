@@ -315,6 +315,16 @@ check "a load error keeps its number" contains "$tmp/err" "Error 9 in LoadRDFDet
 check "a load error says where and what on the next line" \
   test "$(grep -A1 '^Subscript out of range' "$tmp/err" | sed -n 2p)" = "$tmp/two.rdf:23: DLC line has 7 columns; 8 are needed: record name, group, sequence, field, start, length, rule, value"
 
+# --check --report: report lines the run drops are errors of the RDF with that report (here
+# group 32767 counted up as a sub-group overflows, which only the run finds).
+printf 'RDF 0001T Drop@DROP\r\nRDF 01 D\r\nDLM\r\n1,=,ITEM,32767,1,ITM,,y\r\nDLC\r\nITM,0,0,1,6,4,=,,\r\nFLD\r\n1,y,c,1,0,Item,\r\n' >"$tmp/drop.rdf"
+printf 'ITEM A100\r\nITEM A200\r\nITEM A300\r\n' >"$tmp/drop.txt"
+"$qbconvert" --home "$tmp/home" --check --rdf "$tmp/drop.rdf" --report "$tmp/drop.txt" \
+  >"$tmp/out" 2>"$tmp/err"; rc=$?
+check "--check of an RDF whose run drops lines exits 1" test $rc -eq 1
+check "--check counts the dropped lines as an error" test "$(tail -1 "$tmp/out")" = "drop.rdf: 1 error, 0 warnings"
+check "--check shows the dropped lines" contains "$tmp/err" "2 report lines were dropped or only partly picked up"
+
 # An RDF is read more than once: one through a pipe is refused, naming what to do.
 "$qbconvert" --home "$tmp/home" --report "$samples/ARINV01.txt" --rdf <(cat "$samples/ARINV01.rdf") \
   --output "$tmp/piped.csv" >"$tmp/out" 2>"$tmp/err"; rc=$?
