@@ -271,6 +271,13 @@ bool Checker::ReadLines() {
     utf8_ = first.starts_with(kUtf8Bom);
     if (utf8_) first.erase(0, kUtf8Bom.size());
     const bool scrambled = IsScrambledFirstLine(first);
+    if (!scrambled && !first.starts_with("RDF")) {
+      Error(1,
+            "the first line begins with blanks: loading reads the RDF, but not this line as its "
+            "header part line, so a saved copy loses it and the rest cannot be checked. Begin "
+            "the line with \"RDF\"");
+      return false;
+    }
     if (scrambled && (Trim(first).empty() || first.front() == '[')) {
       Error(1,
             "the first line must be the header part line, as in \"RDF 0001T Invoice "

@@ -396,6 +396,10 @@ TEST_F(RdfChecker, AFileOfBlanksIsEmptyAndABlankFirstLineIsNamed) {
   }
   WriteFile(dir_ / "E.rdf", "\r\n" + ReadFile(Sample("ARINV01.rdf")));
   EXPECT_TRUE(On(CheckRdf(dir_ / "E.rdf"), 1, Severity::Error, {"an empty line first"}));
+  WriteFile(dir_ / "E.rdf", " " + ReadFile(Sample("ARINV01.rdf")));
+  const RdfCheckResult indented = CheckRdf(dir_ / "E.rdf");
+  EXPECT_TRUE(On(indented, 1, Severity::Error, {"begins with blanks", "Begin the line with"}));
+  EXPECT_EQ(indented.errors + indented.warnings, 1);
 }
 
 TEST_F(RdfChecker, MissingFileFolderOrPipeIsOneError) {
