@@ -218,6 +218,45 @@ TEST_F(WindowTest, TypedNamesAreCheckedOnLeavingTheBox) {
   EXPECT_TRUE(out->hasFocus());
 }
 
+// What the program puts in a box was checked: leaving that box chooses nothing again (an RDF
+// chosen after the report stays). A typed name that was refused is checked again on the next
+// leave, and Run does not take it.
+TEST_F(WindowTest, ANameIsCheckedOnceAndARefusedOneIsNeverRun) {
+  ShowActive();
+  ASSERT_TRUE(window_->Startup());
+  Find<QLineEdit>("txtRfile")->setFocus();
+  window_->ChooseReport(Q(kSamples / "ARINV01.txt"));  // as a drop does, focus in the box
+  std::filesystem::copy_file(kSamples / "ARINV01.rdf", home_ / "MINE.rdf");
+  const QString chosen = Q(home_ / "MINE.rdf");
+  window_->ChooseRdf(chosen);
+  QTest::keyClick(Find<QLineEdit>("txtRfile"), Qt::Key_Tab);
+  EXPECT_EQ(Text("txtDfile"), chosen);
+  EXPECT_TRUE(dialogs_.shown.empty());
+
+  TypeAndLeave("txtOfile", Q(home_ / "sales.csv"));
+  ASSERT_TRUE(Find<QPushButton>("btnRun")->isEnabled());
+  const QString refused = Q(home_ / "Sales (Q1).csv");  // "(" is not taken in a name
+  auto* out = TypeAndLeave("txtOfile", refused);
+  ASSERT_EQ(dialogs_.shown.size(), 1u);
+  EXPECT_EQ(dialogs_.shown[0].title, "File's Path Not Found");
+  Find<QTableView>("dgdFields")->setFocus();  // the box left with the name still in it
+  dialogs_.shown.clear();
+  QTest::keyClick(window_.get(), Qt::Key_F5);
+  ASSERT_EQ(dialogs_.shown.size(), 1u);  // checked again, refused again
+  EXPECT_EQ(dialogs_.shown[0].title, "File's Path Not Found");
+  EXPECT_TRUE(out->hasFocus());
+  EXPECT_EQ(window_->Job(), nullptr);
+  EXPECT_FALSE(std::filesystem::exists(refused.toStdString()));
+
+  // Save RDF As: a name typed without ".rdf" is asked about as the file it becomes.
+  dialogs_.files = {Q(home_ / "rdf" / "ARINV01")};
+  dialogs_.answerYes = false;
+  const std::string before = ReadFile(home_ / "rdf" / "ARINV01.rdf");
+  Action("mnuSaveRDF")->trigger();
+  EXPECT_EQ(dialogs_.shown.back().title, "Save RDF As ...");
+  EXPECT_EQ(ReadFile(home_ / "rdf" / "ARINV01.rdf"), before);
+}
+
 // A report whose RDF auto-find cannot find: the message names the RDF it looked for and the
 // RDF folder; the RDF box keeps what it had. A chosen RDF that is not there is named too.
 TEST_F(WindowTest, MissingFilesAreNamedAsTheyWereLookedFor) {
@@ -421,13 +460,16 @@ TEST_F(WindowTest, AFailedRunSaysWhyAndClaimsNoRows) {
   EXPECT_TRUE(Find<QLabel>("lblFindings")->text().contains("more than 65,536 rows"));
   EXPECT_FALSE(std::filesystem::exists(home_ / "big.xls"));
 
-  // The output named is a folder: the step's box does not say which, the window's does.
+  // The output named is a folder: the error's box names it, and it is told once.
   std::filesystem::create_directory(home_ / "folder.csv");
   window_->ChooseOutput(Q(home_ / "folder.csv"));
   dialogs_.shown.clear();
   window_->Run();
   WaitForRun();
-  EXPECT_EQ(dialogs_.shown.back().title, "Run Failed");
+  EXPECT_EQ(
+      std::count_if(dialogs_.shown.begin(), dialogs_.shown.end(),
+                    [](const auto& m) { return m.text.contains("The output is not a file"); }),
+      1);
   EXPECT_TRUE(dialogs_.shown.back().text.contains("The output is not a file"));
   EXPECT_TRUE(dialogs_.shown.back().text.contains(Q(home_ / "folder.csv")));
   EXPECT_EQ(Find<QLabel>("lblLinesWritten")->text(), "Nothing Written");

@@ -54,6 +54,9 @@
 namespace qb::ui {
 namespace {
 
+// The property of a file box that holds the name last accepted in it.
+constexpr char kAcceptedName[] = "acceptedName";
+
 constexpr char kReportFilters[] =
     "All Files (*.*)|*.*|Text files (*.txt)|*.txt|PDF files (*.pdf)|*.pdf|Print files "
     "(*.prn)|*.prn|"
@@ -554,11 +557,29 @@ bool MainWindow::eventFilter(QObject* watched, QEvent* event) {
   return QMainWindow::eventFilter(watched, event);
 }
 
-// Leaving a box: a new name is checked; a bad one is refused and the focus stays.
+// A name the program puts in a box (a choice, a drop, a recent file) was checked already: it
+// is the box's accepted name, and in the box that has the focus it counts as the text the box
+// had, so leaving the box does not choose it again (auto-find would replace the RDF chosen
+// after it).
+void MainWindow::ShowIn(QLineEdit* box, const QString& text) {
+  box->setText(text);
+  box->setProperty(kAcceptedName, text);
+  if (box->hasFocus()) remembered_ = text;
+}
+
+// Leaving a box: a name typed since the box got the focus is checked.
 void MainWindow::LeaveBox(QLineEdit* box) {
+  if (box->text().trimmed() != remembered_) CheckBox(box);
+}
+
+// A name typed into a box and not yet accepted is chosen, or refused (the message says why)
+// with the focus back in the box. False when refused.
+bool MainWindow::CheckBox(QLineEdit* box) {
   const QString text = box->text().trimmed();
-  if (text.isEmpty() || text == remembered_) return;
-  remembered_ = text;
+  // A message shown while checking takes the focus, which leaves the box again.
+  if (text.isEmpty() || text == box->property(kAcceptedName).toString() || checkingBox_)
+    return true;
+  checkingBox_ = true;
   bool ok = true;
   if (box == txtOfile_) {
     const QFileInfo info(text);
@@ -574,7 +595,13 @@ void MainWindow::LeaveBox(QLineEdit* box) {
   } else {
     ok = box == txtRfile_ ? ChooseReport(text) : ChooseRdf(text);
   }
-  if (!ok) box->setFocus();
+  checkingBox_ = false;
+  if (ok) {
+    remembered_ = box->text().trimmed();
+  } else {
+    box->setFocus();
+  }
+  return ok;
 }
 
 // A report or RDF that is not there is named as it was looked for: a name typed without a
@@ -594,7 +621,7 @@ bool MainWindow::ChooseReport(const QString& path) {
   app_->SetReportLogFile(S(info.absoluteFilePath()));
   app_->Log().WriteLog("Report-Click", S(info.absoluteFilePath()));
   pdfReport_ = info.suffix() == "pdf";  // lower case only: REPORT.PDF is read as text
-  txtRfile_->setText(info.absoluteFilePath());
+  ShowIn(txtRfile_, info.absoluteFilePath());
   Remember(info.absoluteFilePath());
   if (!AutoFindRdf(info.absoluteFilePath())) pane_->SetSource(txtRfile_->text(), txtDfile_->text());
   UpdateRunButton();
@@ -630,7 +657,7 @@ bool MainWindow::AutoFindRdf(const QString& report) {
                      "RDF Not Found", MessageIcon::Exclamation);
     return false;
   }
-  txtDfile_->setText(Q(rdf->string()));
+  ShowIn(txtDfile_, Q(rdf->string()));
   LoadRdf(txtDfile_->text());
   return true;
 }
@@ -639,7 +666,7 @@ bool MainWindow::ChooseRdf(const QString& path) {
   if (!FileThere(path, "RDF File: ")) return false;
   const QFileInfo info(path);
   app_->Settings.Item(Key::rdfdir).Value = S(info.absolutePath());
-  txtDfile_->setText(info.absoluteFilePath());
+  ShowIn(txtDfile_, info.absoluteFilePath());
   Remember(info.absoluteFilePath());
   LoadRdf(txtDfile_->text());
   UpdateRunButton();
@@ -651,7 +678,7 @@ void MainWindow::ChooseOutput(const QString& path) {
   if (auto format = FormatOfExtension(S("." + info.suffix()))) {
     app_->Settings.Item(Key::opfmt).Value = std::string(ExtensionOf(*format));
   }
-  txtOfile_->setText(info.absoluteFilePath());
+  ShowIn(txtOfile_, info.absoluteFilePath());
   app_->Settings.Item(Key::outdir).Value = S(info.absolutePath());
   ShowOutputType();
   UpdateRunButton();
@@ -704,14 +731,18 @@ void MainWindow::ShowOutputType() {
   if (name.isEmpty()) return;
   const QString renamed = WithOutputExtension(name, extension);
   if (renamed == name) return;
-  txtOfile_->setText(renamed);
-  if (txtOfile_->hasFocus()) remembered_ = renamed;  // a name we gave needs no checking
+  ShowIn(txtOfile_, renamed);
 }
 
 // The run goes on a worker thread with a job of its own: a copy of the loaded RDF with the
 // grid's choices as they are now, and of the settings. The grid stays this thread's.
 void MainWindow::Run() {
   if (running_) return;
+  // Names typed into the boxes and not yet accepted are checked first, as leaving a box
+  // checks them: a refused one is not run.
+  for (QLineEdit* box : {txtRfile_, txtDfile_, txtOfile_}) {
+    if (!CheckBox(box)) return;
+  }
   JobRequest request;
   request.report = S(txtRfile_->text());
   request.rdf = S(txtDfile_->text());
@@ -859,12 +890,19 @@ void MainWindow::closeEvent(QCloseEvent* event) {
     event->ignore();
     return;
   }
+  if (frmConvertMany_ && frmConvertMany_->RunActive()) {
+    // So does Exit during a Convert Many run, whose finished outputs stay.
+    exitRequested_ = true;
+    frmConvertMany_->close();  // cancels the run, and closes when it has ended
+    event->ignore();
+    return;
+  }
   app_->Log().WriteLog("Quillbrook", "Closed...");
   event->accept();
 }
 
 void MainWindow::NewForm() {
-  for (QLineEdit* box : {txtRfile_, txtDfile_, txtOfile_}) box->clear();
+  for (QLineEdit* box : {txtRfile_, txtDfile_, txtOfile_}) ShowIn(box, {});
   engine_->DestroyRecordsets();
   engine_->CreateRecordsets();
   model_->Reload();
@@ -878,7 +916,16 @@ void MainWindow::SaveRdfAs() {
   QString path = dialogs_.saveFile(this, "Save RDF As ...", QtFilters(kRdfFilters), 1,
                                    Q(app_->Settings[Key::rdfdir]));
   if (path.isEmpty()) return;
-  if (QFileInfo(path).suffix().isEmpty()) path += ".rdf";
+  if (QFileInfo(path).suffix().isEmpty()) {
+    // The picker asked about the name as typed; the RDF that has the name with ".rdf" is
+    // asked about here.
+    path += ".rdf";
+    if (QFileInfo::exists(path) &&
+        !dialogs_.question(this, path + " already exists.\rDo you want to replace it?",
+                           "Save RDF As ...", MessageIcon::Exclamation)) {
+      return;
+    }
+  }
   if (!engine_->BuildRDF(S(path))) return;  // the error was shown and logged
   model_->Reload();
 }
@@ -942,7 +989,12 @@ void MainWindow::CheckRdfFile() {
 // Convert Many is a window of its own beside this one, kept with its list when closed. Its
 // batch runs with its own copy of the settings, so this window's runs and choices go on.
 void MainWindow::ConvertMany() {
-  if (!frmConvertMany_) frmConvertMany_ = new ConvertManyDialog(*app_, dialogs_, this);
+  if (!frmConvertMany_) {
+    frmConvertMany_ = new ConvertManyDialog(*app_, dialogs_, this);
+    connect(frmConvertMany_, &ConvertManyDialog::runFinished, this, [this] {
+      if (exitRequested_) close();
+    });
+  }
   frmConvertMany_->show();
   frmConvertMany_->raise();
   frmConvertMany_->activateWindow();

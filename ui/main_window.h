@@ -87,7 +87,9 @@ class MainWindow final : public QMainWindow {
   void LoadRdf(const QString& path);
   bool FileThere(const QString& path, const QString& label);
   bool AutoFindRdf(const QString& report);
+  void ShowIn(QLineEdit* box, const QString& text);
   void LeaveBox(QLineEdit* box);
+  bool CheckBox(QLineEdit* box);
   void SetOutputType(const QString& extension);
   void ShowOutputType();
   void OpenChosen(const QString& path);
@@ -121,9 +123,10 @@ class MainWindow final : public QMainWindow {
   bool exitRequested_ = false;  // Exit during a run: close when it has ended
   bool pdfReport_ = false;
   std::chrono::steady_clock::time_point runStart_;
-  QString remembered_;    // a box's text when it got the focus
-  QStringList recent_;    // the reports and RDFs chosen last, the latest first
-  QStringList runShown_;  // the texts of the boxes shown during the current run
+  QString remembered_;        // a box's text when it got the focus, or as it was accepted
+  bool checkingBox_ = false;  // LeaveBox is checking a name
+  QStringList recent_;        // the reports and RDFs chosen last, the latest first
+  QStringList runShown_;      // the texts of the boxes shown during the current run
 
   QGroupBox *fraFiles_, *fraFileSettings_, *fraStatistics_;
   QLineEdit *txtRfile_, *txtDfile_, *txtOfile_;
