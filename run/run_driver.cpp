@@ -141,7 +141,8 @@ bool RunDriver::Run(const std::filesystem::path& report, const std::filesystem::
   }
   converter_.FinishErrorReport();
   stats_.runTime = std::chrono::steady_clock::now() - start;
-  stats_.linesWritten = stats_.previousKept ? 0 : converter_.State().LinesWritten;
+  // An abandoned run wrote nothing, nor one that kept the previous output.
+  stats_.linesWritten = stats_.previousKept || Abandoned() ? 0 : converter_.State().LinesWritten;
   stats_.linesProcessed = linesProcessed_;
   stats_.piecesMatched = converter_.State().PiecesMatched;
   stats_.lineErrors = converter_.Errors();

@@ -244,6 +244,7 @@ TEST_F(ConvertManyTest, CancelAndCloseMidRunKeepTheFinishedOutputs) {
   WaitForRun();
   EXPECT_TRUE(dialog_->isVisible());
   EXPECT_EQ(Result("BIG.txt"), "cancelled");
+  EXPECT_EQ(Cell("BIG.txt", kRows), "0");  // its rows so far were not written
   EXPECT_FALSE(fs::exists(in / "BIG.csv"));
   for (const char* name : {"ARINV01", "ARAGE02"}) {
     EXPECT_EQ(Result(std::string(name) + ".txt"), "done");
@@ -263,6 +264,18 @@ TEST_F(ConvertManyTest, CancelAndCloseMidRunKeepTheFinishedOutputs) {
   EXPECT_FALSE(dialog_->isVisible());
   EXPECT_EQ(Result("BIG.txt"), "cancelled");
   EXPECT_EQ(Result("ARINV01.txt"), "skipped");
+  EXPECT_FALSE(fs::exists(in / "BIG.csv"));
+
+  // Exit from the main window during a run cancels it too, and the program ends with it.
+  window_->show();
+  Open();
+  Click("btnRun");
+  ASSERT_TRUE(dialog_->RunActive());
+  EXPECT_FALSE(window_->close());
+  EXPECT_TRUE(window_->isVisible());
+  WaitForRun();
+  EXPECT_FALSE(window_->isVisible());
+  EXPECT_EQ(Result("BIG.txt"), "cancelled");
   EXPECT_FALSE(fs::exists(in / "BIG.csv"));
 }
 
