@@ -259,7 +259,8 @@ TEST_F(ReportPaneTest, ThePaneFollowsTheWindowsReportRdfAndGrid) {
   auto* pane = window.findChild<ReportPane*>();
   ASSERT_NE(pane, nullptr);
   const QString report = QString::fromStdString((kSampleDir / "ARINV01.txt").string());
-  const QString rdf = QString::fromStdString((kSampleDir / "ARINV01.rdf").string());
+  std::filesystem::copy_file(kSampleDir / "ARINV01.rdf", home_ / "ARINV01.rdf");
+  const QString rdf = QString::fromStdString((home_ / "ARINV01.rdf").string());
   // A report alone shows plain, with no preview.
   ASSERT_TRUE(window.ChooseReport(report));
   ASSERT_TRUE(Until([&] { return pane->tracer() && pane->tracer()->Status().indexed; }));
@@ -286,6 +287,19 @@ TEST_F(ReportPaneTest, ThePaneFollowsTheWindowsReportRdfAndGrid) {
   EXPECT_EQ(window.statusBar()->currentMessage(),
             "Columns 12 to 19: start 12, length 8 (copied \"12,8\")");
   EXPECT_EQ(QGuiApplication::clipboard()->text(), "12,8");
+
+  // The RDF changed on disk and loaded again (F6): the view reads the report with it.
+  auto customerAction = [&] {  // the CUSTOMER marker's row is line 11
+    for (const MarkerTally& m : pane->tracer()->Markers())
+      if (m.rdfLine == 11) return m.action;
+    return std::string();
+  };
+  EXPECT_EQ(customerAction(), "CUST");
+  std::string text = test::ReadFile(home_ / "ARINV01.rdf");
+  text.replace(text.find("1,=,CUSTOMER,0,0,CUST"), 21, "1,=,CUSTOMER,0,0,skip");
+  test::WriteFile(home_ / "ARINV01.rdf", text);
+  QTest::keyClick(&window, Qt::Key_F6);
+  EXPECT_TRUE(Until([&] { return pane->tracer() && customerAction() == "skip"; }));
 
   // F9 hides the pane and shows it again.
   QTest::keyClick(&window, Qt::Key_F9);

@@ -98,11 +98,9 @@ ReportPane::~ReportPane() {
 }
 
 void ReportPane::SetSource(const QString& report, const QString& rdf) {
-  if (report != report_ || rdf != rdf_ || !tracer_) {
-    report_ = report;
-    rdf_ = rdf;
-    StartTracer();
-  }
+  report_ = report;
+  rdf_ = rdf;
+  StartTracer();  // the same names too: the RDF may have been loaded again, changed
   SourceChanged();
 }
 
