@@ -666,6 +666,19 @@ TEST_F(WindowTest, DroppedFilesAreChosenAndRemembered) {
   EXPECT_TRUE(drop.isAccepted());
   EXPECT_EQ(Text("txtRfile"), Q(kSamples / "ARINV01.txt"));
   EXPECT_EQ(Text("txtDfile"), Q(kSamples / "ARINV01S.rdf"));  // not the one auto-find found
+  // A folder is said to be one, with where its reports are converted.
+  QMimeData folder;
+  folder.setUrls({QUrl::fromLocalFile(Q(home_.path()))});
+  QDragEnterEvent enterFolder(QPoint(10, 10), Qt::CopyAction, &folder, Qt::LeftButton,
+                              Qt::NoModifier);
+  QApplication::sendEvent(window_.get(), &enterFolder);
+  QDropEvent dropFolder(QPointF(10, 10), Qt::CopyAction, &folder, Qt::LeftButton, Qt::NoModifier);
+  QApplication::sendEvent(window_.get(), &dropFolder);
+  ASSERT_FALSE(dialogs_.shown.empty());
+  EXPECT_EQ(dialogs_.shown.back().title, "Not a File");
+  EXPECT_TRUE(dialogs_.shown.back().text.contains("Convert Many"))
+      << dialogs_.shown.back().text.toStdString();
+  EXPECT_EQ(Text("txtRfile"), Q(kSamples / "ARINV01.txt"));
 
   auto recent = [this] {
     QStringList paths;

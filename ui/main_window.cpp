@@ -609,6 +609,14 @@ bool MainWindow::CheckBox(QLineEdit* box) {
 bool MainWindow::FileThere(const QString& path, const QString& label) {
   const QFileInfo info(path);
   if (info.isFile()) return true;
+  if (info.isDir()) {
+    dialogs_.message(this,
+                     label + info.absoluteFilePath() +
+                         "  \r\rIs a folder: choose a file in it (File > Convert Many ... "
+                         "converts every report of a folder).",
+                     "Not a File", MessageIcon::Exclamation);
+    return false;
+  }
   dialogs_.message(this, label + info.absoluteFilePath() + "  \r\rDoes not exist.",
                    "File Not Found", MessageIcon::Critical);
   return false;
