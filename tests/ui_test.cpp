@@ -248,6 +248,16 @@ TEST_F(WindowTest, ANameIsCheckedOnceAndARefusedOneIsNeverRun) {
   EXPECT_EQ(window_->Job(), nullptr);
   EXPECT_FALSE(std::filesystem::exists(refused.toStdString()));
 
+  // A chosen RDF deleted since is said when Run is pressed.
+  TypeAndLeave("txtOfile", Q(home_ / "sales.csv"));
+  std::filesystem::remove(home_ / "MINE.rdf");
+  dialogs_.shown.clear();
+  QTest::keyClick(window_.get(), Qt::Key_F5);
+  ASSERT_EQ(dialogs_.shown.size(), 1u);
+  EXPECT_EQ(dialogs_.shown[0].text, "RDF File: " + chosen + "  \r\rDoes not exist.");
+  EXPECT_EQ(window_->Job(), nullptr);
+  std::filesystem::copy_file(kSamples / "ARINV01.rdf", home_ / "MINE.rdf");
+
   // Save RDF As: a name typed without ".rdf" is asked about as the file it becomes.
   dialogs_.files = {Q(home_ / "rdf" / "ARINV01")};
   dialogs_.answerYes = false;

@@ -751,6 +751,9 @@ void MainWindow::Run() {
   for (QLineEdit* box : {txtRfile_, txtDfile_, txtOfile_}) {
     if (!CheckBox(box)) return;
   }
+  // A report or RDF moved or deleted since it was chosen is said, not silently not run.
+  if (!FileThere(txtRfile_->text(), "Report File: ") || !FileThere(txtDfile_->text(), "RDF File: "))
+    return;
   JobRequest request;
   request.report = S(txtRfile_->text());
   request.rdf = S(txtDfile_->text());
