@@ -320,6 +320,37 @@ TEST_F(WindowTest, TheOutputNameAndTypeAlwaysAgree) {
   EXPECT_EQ(ReadFile(home_ / "jan.dat.xls").substr(0, 4), "\xD0\xCF\x11\xE0");  // a workbook
 }
 
+// The grid shows and takes the labels in the RDF's own encoding: Windows-1252, or UTF-8 after
+// a byte-order mark; a character Windows-1252 lacks is kept as "?".
+TEST_F(WindowTest, GridLabelsAreInTheRdfsEncoding) {
+  ASSERT_TRUE(window_->Startup());
+  std::string rdf = ReadFile(kSamples / "ARINV01.rdf");
+  rdf.replace(rdf.find("Customer Name"), 13, "Kunde \x80");  // the euro sign
+  WriteFile(home_ / "cp.rdf", rdf);
+  WriteFile(home_ / "u8.rdf", "\xEF\xBB\xBF" + ReadFile(home_ / "cp.rdf")
+                                                   .replace(rdf.find("Kunde \x80"), 7,
+                                                            "Gr\xC3\xBC\xC3\x9F\xE2\x82\xAC"));
+  QAbstractItemModel* model = Find<QTableView>("dgdFields")->model();
+  Recordset& fields = window_->engine().tables.rsFields;
+  auto label = [&] {  // field 3's label as the engine holds it
+    fields.Filter("fldFLD = 3");
+    std::string text(fields.GetText(col::Fields::fldLAB));
+    fields.Filter("");
+    return text;
+  };
+  window_->ChooseRdf(Q(home_ / "cp.rdf"));
+  EXPECT_EQ(model->data(model->index(2, 2)).toString(), QString::fromUtf8("Kunde \u20ac"));
+  ASSERT_TRUE(model->setData(model->index(2, 2), QString::fromUtf8("\u20ac \u0141"), Qt::EditRole));
+  EXPECT_EQ(label(), "\x80 ?");
+  window_->ChooseRdf(Q(home_ / "u8.rdf"));
+  EXPECT_EQ(model->data(model->index(2, 2)).toString(), QString::fromUtf8("Gr\u00fc\u00df\u20ac"));
+  ASSERT_TRUE(
+      model->setData(model->index(2, 2), QString::fromUtf8("\u0141\u00f3d\u017a"), Qt::EditRole));
+  EXPECT_EQ(label(),
+            "\xC5\x81\xC3\xB3"
+            "d\xC5\xBA");
+}
+
 TEST_F(WindowTest, TheGridChecksOrdersMovesAndGroupsFields) {
   ASSERT_TRUE(window_->Startup());
   window_->ChooseRdf(QString::fromStdString((kSamples / "ARINV01.rdf").string()));

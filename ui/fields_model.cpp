@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "base/text_encoding.h"
 #include "engine/rdf_tables.h"
 
 namespace qb::ui {
@@ -15,6 +16,25 @@ bool FieldsModel::seek(int row) const {
   fields_.MoveFirst();
   for (int i = 0; i < row && !fields_.IsEOF(); ++i) fields_.MoveNext();
   return !fields_.IsEOF();
+}
+
+QString FieldsModel::Label(std::string_view bytes) const {
+  if (utf8_) return QString::fromUtf8(bytes.data(), static_cast<qsizetype>(bytes.size()));
+  QString label;
+  for (char c : bytes) label += QChar(Windows1252CodePoint(static_cast<unsigned char>(c)));
+  return label;
+}
+
+// A character Windows-1252 lacks is written as "?", as the code page's converters do.
+std::string FieldsModel::LabelBytes(const QString& text) const {
+  if (utf8_) return text.toStdString();
+  std::string bytes;
+  for (QChar c : text) {
+    int b = 0;
+    while (b < 256 && Windows1252CodePoint(static_cast<unsigned char>(b)) != c.unicode()) ++b;
+    bytes += b < 256 ? static_cast<char>(b) : '?';
+  }
+  return bytes;
 }
 
 int FieldsModel::rowCount(const QModelIndex& parent) const {
@@ -29,8 +49,7 @@ QVariant FieldsModel::data(const QModelIndex& index, int role) const {
     case 1:
       return static_cast<int>(fields_.GetInt(F::fldORD));
     default:
-      return QString::fromLatin1(fields_.GetText(F::fldLAB).data(),
-                                 static_cast<int>(fields_.GetText(F::fldLAB).size()));
+      return Label(fields_.GetText(F::fldLAB));
   }
 }
 
@@ -69,7 +88,7 @@ bool FieldsModel::setData(const QModelIndex& index, const QVariant& value, int r
       break;
     }
     default:
-      fields_.SetText(F::fldLAB, text.toLatin1().toStdString());
+      fields_.SetText(F::fldLAB, LabelBytes(text));
       break;
   }
   emit dataChanged(index, index);

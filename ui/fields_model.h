@@ -6,6 +6,8 @@
 
 #include <QAbstractTableModel>
 #include <functional>
+#include <string>
+#include <string_view>
 
 #include "engine/recordset.h"
 
@@ -14,10 +16,12 @@ namespace qb::ui {
 class FieldsModel final : public QAbstractTableModel {
   Q_OBJECT
  public:
-  // `refuse` shows a message when an edit is refused.
-  FieldsModel(Recordset& fields, std::function<void(const QString&)> refuse,
+  // `refuse` shows a message when an edit is refused. `utf8` says whether the RDF's texts
+  // (the labels) are UTF-8, as the engine's flag says for the RDF loaded; else they are
+  // Windows-1252.
+  FieldsModel(Recordset& fields, const bool& utf8, std::function<void(const QString&)> refuse,
               QObject* parent = nullptr)
-      : QAbstractTableModel(parent), fields_(fields), refuse_(std::move(refuse)) {}
+      : QAbstractTableModel(parent), fields_(fields), utf8_(utf8), refuse_(std::move(refuse)) {}
 
   int rowCount(const QModelIndex& parent = {}) const override;
   int columnCount(const QModelIndex& = {}) const override { return 3; }
@@ -40,8 +44,12 @@ class FieldsModel final : public QAbstractTableModel {
 
  private:
   bool seek(int row) const;
+  // A label's bytes as text, and back.
+  QString Label(std::string_view bytes) const;
+  std::string LabelBytes(const QString& text) const;
 
   Recordset& fields_;
+  const bool& utf8_;
   std::function<void(const QString&)> refuse_;
 };
 

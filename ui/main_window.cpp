@@ -272,9 +272,10 @@ void MainWindow::BuildControls() {
   dgdFields_->setObjectName("dgdFields");
   dgdFields_->setSelectionBehavior(QAbstractItemView::SelectRows);
   dgdFields_->horizontalHeader()->setStretchLastSection(true);
-  model_ = std::make_unique<FieldsModel>(engine_->tables.rsFields, [this](const QString& text) {
-    dialogs_.message(this, text, "Quillbrook", MessageIcon::Exclamation);
-  });
+  model_ = std::make_unique<FieldsModel>(
+      engine_->tables.rsFields, engine_->flags.RdfUtf8, [this](const QString& text) {
+        dialogs_.message(this, text, "Quillbrook", MessageIcon::Exclamation);
+      });
   dgdFields_->setModel(model_.get());
   auto* moves = new QVBoxLayout;
   cmdUp_ = new QPushButton("Move &Up", fields);
