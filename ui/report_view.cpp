@@ -175,10 +175,12 @@ const std::string* ReportView::Text(int64_t line) {
     int64_t first = std::max<int64_t>(1, line - kTextReadAround);
     int64_t count = RowsShown() + 2 * kTextReadAround;
     if (unmatchedOnly_) {
-      // Read what is shown in one piece when it is close together, else around this line.
+      // Read what is shown in one piece when it is close together, else this line alone
+      // (not every line between the lines shown, which may be most of the report).
       const int64_t last = std::max(line, LineAt(RowsShown() - 1));
-      first = LineAt(0) > 0 && last - LineAt(0) < 4 * kTextReadAround ? LineAt(0) : line;
-      count = std::max<int64_t>(last - first + 1, 1);
+      const bool close = LineAt(0) > 0 && last - LineAt(0) < 4 * kTextReadAround;
+      first = close ? LineAt(0) : line;
+      count = close ? std::max<int64_t>(last - first + 1, 1) : 1;
     }
     text_ = tracer_->Text(first, count);
     textFirst_ = first;
