@@ -93,10 +93,12 @@ ReadPdf* LoadPdfReader() {
 struct PieceWriter {
   BufferedFile& sink;
   PdfLayoutCounts& counts;
+  const std::atomic<bool>* cancel;
   std::exception_ptr error;
   std::string line;  // a piece line, its buffer kept
 
   void Page(const QbPdfPage& page) {
+    if (cancel && *cancel) throw QbError(kUserInterrupt, "ProcessPDF", "Scanning PDF file");
     if (page.number > 1) sink.WriteLine(kPageSeparator);
     sink.WriteLine(std::string(kPageStart) + " Page " + std::to_string(page.number));
     const Turn turn = TurnOf(page);
@@ -129,7 +131,7 @@ std::string InCodePage(std::string_view utf8, Alphabet& codePage) {
 }  // namespace
 
 TempFile ConvertPdfToText(const std::filesystem::path& report, RunFolder& work,
-                          PdfLayoutCounts& counts) {
+                          PdfLayoutCounts& counts, const std::atomic<bool>* cancel) {
   TempFile text(work.Path("ProcessPDF"), report.stem().string(), ".qbt", "ProcessPDF");
   std::error_code ec;
   if (!std::filesystem::is_regular_file(report, ec)) {
@@ -140,7 +142,7 @@ TempFile ConvertPdfToText(const std::filesystem::path& report, RunFolder& work,
   static ReadPdf* const read = LoadPdfReader();
 
   BufferedFile sink(text.path(), "ProcessPDF", text.shown());
-  PieceWriter writer{sink, counts, nullptr, {}};
+  PieceWriter writer{sink, counts, cancel, nullptr, {}};
   auto page = [](void* context, const QbPdfPage* p) {
     auto& w = *static_cast<PieceWriter*>(context);
     try {
@@ -244,7 +246,7 @@ TempFile ProcessPDF(Engine& engine, std::atomic<bool>& cancel, const std::filesy
     cancel = true;
     throw QbError(kPdfScan, "ProcessPDF", std::string(kPdfScanText));
   }
-  TempFile text = ConvertPdfToText(report, work, counts);
+  TempFile text = ConvertPdfToText(report, work, counts, &cancel);
   for (const auto& [page, degrees] : counts.turnedPages) {
     engine.app().Log().WriteLog("ProcessPDF", "Page " + std::to_string(page) +
                                                   ": the text runs turned " +

@@ -36,9 +36,10 @@ struct PdfLayoutCounts {
 // Writes the PDF's text pieces, page by page, to a ".qbt" work file in the run's folder, the
 // pieces' text in UTF-8. A page whose text runs turned is turned upright first (noted in
 // `counts`). Throws QbError 514 when the PDF cannot be read (damaged, encrypted, not a PDF),
-// or 76 when the program folder's out/ is missing.
+// or 76 when the program folder's out/ is missing, and 18 when `cancel` is set (checked
+// between pages).
 TempFile ConvertPdfToText(const std::filesystem::path& report, RunFolder& work,
-                          PdfLayoutCounts& counts);
+                          PdfLayoutCounts& counts, const std::atomic<bool>* cancel = nullptr);
 
 // Lays the pages of a ".qbt" file out into a ".qbr" work file in `encoding`, which it
 // returns. Stops after the current line when `cancel` is set.

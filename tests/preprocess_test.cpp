@@ -444,6 +444,16 @@ TEST_F(PdfTest, ALongPdfReadOnSeveralThreadsKeepsItsPagesInOrder) {
   }
   EXPECT_EQ(got, want);
   EXPECT_EQ(pageStarts, 59);
+
+  // Cancelled, the reading stops between pages: a run or the report view is not held up for
+  // the rest of a long PDF.
+  cancel = true;
+  try {
+    ProcessPDF(engine_, cancel, home_ / "long.pdf", work, Encoding::Utf8, counts);
+    ADD_FAILURE() << "a cancelled PDF was read";
+  } catch (const QbError& e) {
+    EXPECT_EQ(e.number(), kUserInterrupt);
+  }
 }
 
 TEST_F(PdfTest, SamplePdfsConvertLikeTheirTextReport) {
