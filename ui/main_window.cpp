@@ -163,6 +163,8 @@ MainWindow::MainWindow(const std::filesystem::path& programFolder, Dialogs& dial
 }
 
 MainWindow::~MainWindow() {
+  // The boxes lose the focus as the widgets go: leaving one must not reach this window then.
+  for (QLineEdit* box : {txtRfile_, txtDfile_, txtOfile_}) box->disconnect(this);
   delete pane_;  // its threads end before the RDF and settings it copies from go
   if (worker_.joinable()) {
     if (job_) job_->Abandon();
