@@ -281,17 +281,19 @@ void Batch::Plan() {
       item.message = std::move(why);
     };
     std::string autoFind;
+    // Auto-find by a line of the report, and identification, read the report before its run:
+    // a pipe would be used up.
+    const bool pipe = !fs::is_regular_file(report, ec);
     if (!request_.rdf.empty()) {
       item.rdf = request_.rdf;
       item.rdfChosenBy = "given";
+    } else if (pipe) {
+      fail("a report that comes through a pipe is not identified: name its RDF with --rdf");
     } else if (std::optional<fs::path> found =
                    system ? FindRdf(report, *system, autoFindFolder) : std::nullopt;
                found && fs::is_regular_file(*found, ec)) {
       item.rdf = *found;
       item.rdfChosenBy = "auto-find";
-    } else if (!fs::is_regular_file(report, ec)) {
-      // Each RDF's identification reads the report: a pipe would be used up by the first.
-      fail("a report that comes through a pipe is not identified: name its RDF with --rdf");
     } else {
       autoFind = found ? "auto-find looked for " + found->string() + ", which is not there"
                        : "auto-find gives no RDF name for it";

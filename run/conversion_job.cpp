@@ -24,6 +24,16 @@ bool IsPdfRdf(const Application& app, const std::filesystem::path& rdf) {
   return probe.LastError() && probe.LastError()->number() == kRdfNotForText;
 }
 
+// A report that exists but is no file or folder: a pipe, a device. A missing report or a
+// folder is told of by the run's checks.
+bool ThroughPipe(const std::filesystem::path& report) {
+  std::error_code ec;
+  const auto kind = std::filesystem::status(report, ec).type();
+  return !report.empty() && !ec && kind != std::filesystem::file_type::not_found &&
+         kind != std::filesystem::file_type::regular &&
+         kind != std::filesystem::file_type::directory;
+}
+
 // Whether loading the RDF reads the report: to tell its layout among the RDF's several, or
 // to compare its program name with the RDF's ("pfset" naming a line of a text report).
 bool LoadingReadsReport(const Application& app, const std::filesystem::path& rdf, bool pdf) {
@@ -46,6 +56,8 @@ ConversionJob::ConversionJob(const Application& front, UserInterface& ui, JobReq
     : request_(std::move(request)), app_(front, ui), engine_(app_) {
   // The overrides count for finding the RDF too ("rdfdir", "pfset").
   ApplyOverrides();
+  reportFile_ = request_.report;
+  const bool pipe = ThroughPipe(request_.report);
   std::filesystem::path rdf = request_.rdf;
   if (rdf.empty()) {
     clsSystem system;
@@ -55,8 +67,10 @@ ConversionJob::ConversionJob(const Application& front, UserInterface& ui, JobReq
       throw JobError(JobError::Kind::Failed, "the \"pfset\" setting '" + app_.Settings[Key::pfset] +
                                                  "' is not a source system entry; name the RDF");
     }
-    std::optional<std::filesystem::path> found =
-        FindRdf(request_.report, system, app_.Settings[Key::rdfdir]);
+    // Auto-find by a line of the report reads it (by its name, it does not).
+    if (pipe && system.Row >= 1) SpoolReport();
+    std::optional<std::filesystem::path> found = FindRdf(
+        system.Row >= 1 ? reportFile_ : request_.report, system, app_.Settings[Key::rdfdir]);
     if (!found || !std::filesystem::exists(*found)) {
       throw JobError(JobError::Kind::Failed,
                      "no RDF found for " + request_.report.string() + ": source system \"" +
@@ -81,8 +95,7 @@ ConversionJob::ConversionJob(const Application& front, UserInterface& ui, JobReq
   // is read: the RDF is loaded as the kind it is.
   engine_.flags.PdfReport =
       request_.report.empty() ? IsPdfRdf(app_, rdf) : request_.report.extension() == ".pdf";
-  reportFile_ = request_.report;
-  SpoolReport(rdf);
+  if (pipe && !spooled_ && LoadingReadsReport(app_, rdf, engine_.flags.PdfReport)) SpoolReport();
   if (!engine_.LoadRDF(rdf, reportFile_)) {
     const std::string why =
         engine_.LastError() ? engine_.LastError()->describe() : std::string("unknown error");
@@ -107,17 +120,10 @@ ConversionJob::ConversionJob(const Application& front, UserInterface& ui, const 
   MakeDriver();
 }
 
-// A report that is no file (a pipe, a device) can be read only once: when loading the RDF
-// reads it too, it is first copied into a work file, which both then read. Otherwise the run
-// reads it as it comes.
-void ConversionJob::SpoolReport(const std::filesystem::path& rdf) {
-  std::error_code ec;
-  const auto kind = std::filesystem::status(request_.report, ec).type();
-  if (request_.report.empty() || ec || kind == std::filesystem::file_type::regular ||
-      kind == std::filesystem::file_type::directory) {
-    return;  // a missing report or a folder is told of by the run's checks
-  }
-  if (!LoadingReadsReport(app_, rdf, engine_.flags.PdfReport)) return;
+// A report that is no file (a pipe, a device) can be read only once: when finding or loading
+// the RDF reads it too, it is first copied into a work file, which all of them then read.
+// Otherwise the run reads it as it comes.
+void ConversionJob::SpoolReport() {
   constexpr std::string_view kProc = "ConversionJob";
   try {
     const int in = ::open(request_.report.c_str(), O_RDONLY | O_CLOEXEC);
@@ -128,7 +134,7 @@ void ConversionJob::SpoolReport(const std::filesystem::path& rdf) {
     } closer{in};
     spoolFolder_.emplace(app_.ProgramFolder() / "out");
     spooled_.emplace(spoolFolder_->Path(kProc), "report", "", kProc);
-    BufferedFile copy(spooled_->path(), kProc);
+    BufferedFile copy(spooled_->path(), kProc, spooled_->shown());
     constexpr size_t kChunk = 1 << 20;
     for (;;) {
       char* const p = copy.Reserve(copy.Cursor(), kChunk);

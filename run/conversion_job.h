@@ -113,7 +113,7 @@ class ConversionJob {
   void ApplyOverrides();
   void ApplyFieldList();
   void MakeDriver();
-  void SpoolReport(const std::filesystem::path& rdf);
+  void SpoolReport();
 
   JobRequest request_;
   Application app_;

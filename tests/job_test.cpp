@@ -7,6 +7,7 @@
 
 #include <csignal>
 #include <fstream>
+#include <optional>
 #include <thread>
 
 #include "output/spreadsheet.h"
@@ -192,31 +193,52 @@ TEST_F(ConversionJobTest, JobsCopyTheRdfAndShareNothing) {
 TEST_F(ConversionJobTest, AReportThroughAPipeIsIdentifiedAndConvertedWhole) {
   constexpr std::string_view kDetail =
       "DLM\r\n1,=,D,0,1,DET\r\nDLC\r\nDET,0,0,1,3,7,=,,\r\nDET,0,0,2,11,8,=,,\r\nFLD\r\n";
-  Rdf(std::string("RDF 0002T Two@TWO\r\nRID\r\nF1,1,x,MARK,stop,0\r\nFLG\r\n02,1\r\n01,0\r\n") +
-          "RDF 01 Unmarked\r\n" + std::string(kDetail) + "1,y,c,1,0,Number,\r\n" +
-          "RDF 02 Marked\r\n" + std::string(kDetail) + "1,y,c,1,0,Marked,\r\n",
-      "two.rdf");
+  const std::string twoLayouts =
+      std::string("RDF 0002T Two@TWO\r\nRID\r\nF1,1,x,MARK,stop,0\r\nFLG\r\n02,1\r\n01,0\r\n") +
+      "RDF 01 Unmarked\r\n" + std::string(kDetail) + "1,y,c,1,0,Number,\r\n" + "RDF 02 Marked\r\n" +
+      std::string(kDetail) + "1,y,c,1,0,Marked,\r\n";
+  Rdf(twoLayouts, "two.rdf");
+  // Auto-find reads the RDF's name from the report too: "D" from line 1, columns 1-8, up to
+  // a blank ("Ledgerline Financials" in the systems list).
+  std::filesystem::create_directories(home_ / "rdfs");
+  WriteFile(home_ / "rdfs" / "D.rdf", twoLayouts);
   const std::string report = ReadFile(home_ / "r.txt") + "MARK\r\n";
   const auto pipe = home_ / "pipe.txt";
   ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
-  std::thread feed([&] {
-    std::ofstream(pipe, std::ios::binary) << report;  // blocks until the job opens the pipe
-  });
-  JobRequest request = Request(kKinds[1]);
-  request.report = pipe;
-  request.rdf = home_ / "two.rdf";
-  {
-    ConversionJob job(app_, ui_, request);
-    feed.join();
-    ASSERT_EQ(job.Check(), RunDriver::Check::Ready);
-    ASSERT_TRUE(job.Run());
+  for (const bool autoFind : {false, true}) {
+    std::thread feed([&] {
+      std::ofstream(pipe, std::ios::binary) << report;  // blocks until the job opens the pipe
+    });
+    JobRequest request = Request(kKinds[1]);
+    request.report = pipe;
+    request.rdf = autoFind ? std::filesystem::path() : home_ / "two.rdf";
+    if (autoFind) {
+      request.overrides.push_back({Key::pfset, "Ledgerline Financials,1,1,8, "});
+      request.overrides.push_back({Key::rdfdir, (home_ / "rdfs").string()});
+    }
+    ui_.answers = {true};
+    {
+      std::optional<ConversionJob> job;
+      try {
+        job.emplace(app_, ui_, request);
+      } catch (const JobError& e) {
+        ADD_FAILURE() << e.what();
+        std::ifstream drain(pipe, std::ios::binary);  // lets the feed end
+        std::string rest((std::istreambuf_iterator<char>(drain)), {});
+      }
+      feed.join();
+      ASSERT_TRUE(job);
+      EXPECT_EQ(job->Request().rdf.filename(), autoFind ? "D.rdf" : "two.rdf");
+      ASSERT_EQ(job->Check(), RunDriver::Check::Ready);
+      ASSERT_TRUE(job->Run());
+    }
+    const auto rows = test::ReadLines(home_ / "out.csv");
+    ASSERT_EQ(rows.size(), static_cast<size_t>(kLines) + 1) << autoFind;
+    EXPECT_EQ(rows[0], "Marked");
+    EXPECT_EQ(rows[1], "1000000");
+    EXPECT_EQ(rows[kLines], "1039999");
+    EXPECT_TRUE(Files(home_ / "out").empty());
   }
-  const auto rows = test::ReadLines(home_ / "out.csv");
-  ASSERT_EQ(rows.size(), static_cast<size_t>(kLines) + 1);
-  EXPECT_EQ(rows[0], "Marked");
-  EXPECT_EQ(rows[1], "1000000");
-  EXPECT_EQ(rows[kLines], "1039999");
-  EXPECT_TRUE(Files(home_ / "out").empty());
 }
 
 // The report and the RDF are never written: an output that is one of them, by its name, a
