@@ -99,14 +99,21 @@ bool RunDriver::Run(const std::filesystem::path& report, const std::filesystem::
   std::optional<TempFile> text;
   std::atomic<bool>& cancel = converter_.State().CancelFlag;
   TextStepCounts counts;
+  bool stepCancelled = false;
   if (const std::string_view step = TextStep(engine_, how);
       !step.empty() && !engine_.flags.DffReport) {
     ok = RunTrapped(log, step, lastError_, [&] {
-      text.emplace(MakeReportText(engine_, cancel, report, work, how, counts));
+      try {
+        text.emplace(MakeReportText(engine_, cancel, report, work, how, counts));
+      } catch (const QbError& e) {
+        // Cancelled before the run read a line: a cancelled run that wrote nothing.
+        if (e.number() != kUserInterrupt || !cancel) throw;
+        stepCancelled = true;
+      }
     });
   }
   processFailed_ = false;
-  if (ok) {
+  if (ok && !stepCancelled) {
     ok = RunTrapped(log, "Process", lastError_,
                     [&] { Process(text ? text->path() : report, output, work, *units); }) &&
          !processFailed_;
@@ -279,7 +286,8 @@ void RunDriver::Fail(std::string_view procedure, const QbError& error) {
 }
 
 void RunDriver::RunEnd(const std::filesystem::path& output, bool launch) {
-  if (IsWorkbook(options_.format) && launch && !abandon_) {
+  std::error_code ec;  // a run cancelled before it read a line wrote no output to open
+  if (IsWorkbook(options_.format) && launch && !abandon_ && std::filesystem::exists(output, ec)) {
     engine_.app().ui().status("Opening Spreadsheet ...");
     LaunchSpreadsheet(engine_.app().Log(), engine_.app().ui(), options_.launchMethod, output);
   }

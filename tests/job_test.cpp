@@ -241,6 +241,28 @@ TEST_F(ConversionJobTest, AReportThroughAPipeIsIdentifiedAndConvertedWhole) {
   }
 }
 
+// Cancelled while a PDF's text is still being read, a run ends as cancelled (not failed),
+// having written nothing; the previous output stays.
+TEST_F(ConversionJobTest, ARunCancelledWhileAPdfIsReadIsCancelledNotFailed) {
+  JobRequest request = Request(kKinds[1]);
+  request.report = test::Sample("pdf/ARINV01_fixed.pdf");
+  request.rdf = test::Sample("ARINV01P.rdf");
+  WriteFile(request.output, "previous output");
+  ui_.answers = {true};
+  ConversionJob job(app_, ui_, request);
+  ui_.onStatus = [&job](std::string_view text) {
+    if (text.starts_with("Scanning PDF")) job.Cancel();
+  };
+  ASSERT_EQ(job.Check(), RunDriver::Check::Ready);
+  EXPECT_TRUE(job.Run());
+  ui_.onStatus = nullptr;
+  EXPECT_TRUE(job.Stats().cancelled);
+  EXPECT_FALSE(job.LastError());
+  EXPECT_EQ(job.Stats().linesWritten, 0);
+  EXPECT_EQ(ReadFile(request.output), "previous output");
+  EXPECT_TRUE(Files(home_ / "out").empty());
+}
+
 // The report and the RDF are never written: an output that is one of them, by its name, a
 // link or a second name of the same file, is refused before anything is opened.
 TEST_F(ConversionJobTest, TheReportAndTheRdfAreNeverTheOutput) {

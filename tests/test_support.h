@@ -54,13 +54,17 @@ class RecordingUI final : public UserInterface {
     answers.pop_front();
     return a;
   }
-  void status(std::string_view text) override { statuses.emplace_back(text); }
+  void status(std::string_view text) override {
+    statuses.emplace_back(text);
+    if (onStatus) onStatus(text);
+  }
   void progress(int percent) override {
     percents.push_back(percent);
     if (onProgress) onProgress(percent);
   }
 
   std::function<void(int)> onProgress;
+  std::function<void(std::string_view)> onStatus;
   std::vector<RecordedMessage> messages;
   std::deque<bool> answers;
   std::vector<std::string> statuses;
