@@ -92,21 +92,41 @@ bool LineReader::fill() {
 // The buffer holds one unfinished line: each of its pieces is cut to keep_ characters, in
 // place, form feeds kept. What was compacted before is not looked at again.
 void LineReader::compact() {
+  end_ = compacted_ = Compact(compacted_, end_);
+}
+
+size_t LineReader::Compact(size_t from, size_t to) {
   char* const buf = buf_.get();
-  size_t out = compacted_;
-  for (size_t in = compacted_; in < end_; ++in) {
+  size_t out = from;
+  for (size_t in = from; in < to; ++in) {
     const char c = buf[in];
+    // A piece is cut after keep_ bytes, but not inside a UTF-8 character: the continuation
+    // bytes of one begun before the cut are kept (in a single-byte code page, a few more
+    // characters past the limit, which the run does not read anyway).
+    const bool continues = keptLast_ && (static_cast<unsigned char>(c) & 0xC0) == 0x80;
     if (c == '\f') {
       pieceLength_ = 0;
-    } else if (pieceLength_ < keep_) {
+    } else if (pieceLength_ < keep_ || continues) {
       ++pieceLength_;
     } else {
       ++dropped_;
+      keptLast_ = false;
       continue;
     }
+    keptLast_ = true;
     buf[out++] = c;
   }
-  end_ = compacted_ = out;
+  return out;
+}
+
+std::string_view LineReader::Finish(size_t end) {
+  // A line that was cut while it was read has the rest of its pieces cut the same way.
+  if (compacted_ > 0) end = Compact(compacted_, end);
+  const std::string_view line(buf_.get() + begin_, end - begin_);
+  lineBytes_ = line.size() + dropped_;
+  compacted_ = pieceLength_ = dropped_ = 0;
+  keptLast_ = false;
+  return line;
 }
 
 bool LineReader::Next(std::string_view& line) {
@@ -115,24 +135,15 @@ bool LineReader::Next(std::string_view& line) {
     const char* start = buf_.get() + scanFrom;
     const void* lf = std::memchr(start, '\n', end_ - scanFrom);
     if (lf) {
-      size_t at = static_cast<size_t>(static_cast<const char*>(lf) - buf_.get());
-      size_t len = at - begin_;
-      lineBytes_ = len + dropped_;
-      if (len > 0 && buf_[at - 1] == '\r') {
-        --len;
-        --lineBytes_;
-      }
-      line = std::string_view(buf_.get() + begin_, len);
+      const size_t at = static_cast<size_t>(static_cast<const char*>(lf) - buf_.get());
+      line = Finish(at > begin_ && buf_[at - 1] == '\r' ? at - 1 : at);
       begin_ = at + 1;
-      compacted_ = pieceLength_ = dropped_ = 0;
       return true;
     }
     if (!fill()) {
       if (begin_ == end_) return false;
-      line = std::string_view(buf_.get() + begin_, end_ - begin_);  // last line, no LF
-      lineBytes_ = line.size() + dropped_;
+      line = Finish(end_);  // the last line, without an LF
       begin_ = end_;
-      compacted_ = pieceLength_ = dropped_ = 0;
       return true;
     }
     scanFrom = scanFrom_;

@@ -49,6 +49,12 @@ class LineReader {
  private:
   bool fill();
   void compact();
+  // Cuts the pieces of the bytes from `from` to `to` of a line being cut, in place; returns
+  // where the kept bytes end.
+  size_t Compact(size_t from, size_t to);
+  // The current line, from begin_ up to `end` (its CR left out), with a cut line's rest cut
+  // too; sets lineBytes_.
+  std::string_view Finish(size_t end);
 
   int fd_ = -1;
   int64_t size_ = 0;
@@ -64,6 +70,7 @@ class LineReader {
   size_t compacted_ = 0;
   size_t pieceLength_ = 0;
   size_t dropped_ = 0;
+  bool keptLast_ = false;  // the byte before was kept: a UTF-8 character it began stays whole
   size_t lineBytes_ = 0;
   // The next form feed at or after some line start, or the buffer's end when there is
   // none; null when not yet searched since the buffer last changed.

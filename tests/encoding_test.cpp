@@ -179,6 +179,13 @@ TEST_F(EncodingTest, ALineOfMegabytesIsReadToColumn500InCharacters) {
       Rdf("RDF 0001T Far@FAR\r\nRDF 01 D\r\nDLM\r\n1,=,D,0,1,DET\r\nDLC\r\nDET,0,0,1,400,10,=,,\r\n"
           "FLD\r\n1,y,c,1,0,Far,\r\n");
   EXPECT_EQ(Convert(home_ / "long.txt", {{Key::encoding, "utf-8"}}, rdf), "Far\r\nFARVALUE01\r\n");
+  // Cut where it is, such a line never splits a character into an invalid sequence.
+  std::string accents;
+  for (int i = 0; i < 700000; ++i) accents += "\xC3\xA9";
+  WriteFile(home_ / "accents.txt", "D" + accents + "\r\nD" + accents + "\r\n");
+  Convert(home_ / "accents.txt", {{Key::encoding, "utf-8"}}, rdf);
+  EXPECT_EQ(stats_.invalidSequences, 0);
+  EXPECT_TRUE(findings_.empty());
 }
 
 // An EBCDIC file read without its record length may have no record ends at all: its record
