@@ -222,8 +222,8 @@ class Checker {
   // nothing for "to the end of the line".
   void CheckSegment(const RdfSection& s, const Row& r, size_t start, std::optional<int64_t> end,
                     int64_t width, std::string_view consequence);
-  void CheckRuleXLength(const RdfSection& s, const Row& r, size_t markerColumn,
-                        size_t lengthColumn);
+  void CheckRuleXLength(const RdfSection& s, const Row& r, size_t markerColumn, size_t lengthColumn,
+                        bool characters);
   const Part* DetailPart(std::string_view id) const {
     for (const Part& p : details_) {
       if (p.id == id) return &p;
@@ -538,8 +538,16 @@ void Checker::CheckSegment(const RdfSection& s, const Row& r, size_t start,
 
 // Rule "x" searches, without an explicit length, only as many characters as the marker
 // has; with one, that many (0: the rest of the line).
+// The characters of a UTF-8 text: its bytes but continuation bytes.
+size_t Utf8Characters(std::string_view text) {
+  return static_cast<size_t>(std::count_if(text.begin(), text.end(), [](char c) {
+    return (static_cast<unsigned char>(c) & 0xC0) != 0x80;
+  }));
+}
+
+// `characters`: the marker is as long as its UTF-8 characters (a DLM row of a UTF-8 RDF).
 void Checker::CheckRuleXLength(const RdfSection& s, const Row& r, size_t markerColumn,
-                               size_t lengthColumn) {
+                               size_t lengthColumn, bool characters) {
   if (!r.Has(lengthColumn)) {
     Warn(r.line, "rule x finds the marker anywhere within the length given in column " +
                      std::to_string(lengthColumn + 1) + ", but this row gives none, so it " +
@@ -549,7 +557,8 @@ void Checker::CheckRuleXLength(const RdfSection& s, const Row& r, size_t markerC
   } else if (r.Num(lengthColumn) < 0) {
     Error(r.line, ColumnText(s, lengthColumn, r.Col(lengthColumn)) +
                       "; a length cannot be negative (0 searches the rest of the line)");
-  } else if (const size_t marker = r.Col(markerColumn).size();
+  } else if (const size_t marker =
+                 characters ? Utf8Characters(r.Col(markerColumn)) : r.Col(markerColumn).size();
              r.Num(lengthColumn) > 0 && static_cast<size_t>(r.Num(lengthColumn)) < marker) {
     Warn(r.line, ColumnText(s, lengthColumn, r.Col(lengthColumn)) + ", shorter than the " +
                      std::to_string(marker) +
@@ -563,11 +572,7 @@ void Checker::CheckRuleXLength(const RdfSection& s, const Row& r, size_t markerC
 std::optional<int64_t> MarkerEnd(const Row& r, size_t start, size_t rule, size_t marker,
                                  size_t length, bool characters = false) {
   const std::string_view text = r.Col(marker);
-  int64_t count =
-      characters
-          ? std::count_if(text.begin(), text.end(),
-                          [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; })
-          : static_cast<int64_t>(text.size());
+  auto count = static_cast<int64_t>(characters ? Utf8Characters(text) : text.size());
   if (r.Col(rule).substr(0, 1) == "x" && r.Has(length)) {
     if (r.Num(length) == 0) return std::nullopt;
     count = r.Num(length);
@@ -600,7 +605,7 @@ void Checker::CheckIdentification() {
                 "all blanks), d (a dot somewhere), . or /. With any other rule every report line "
                 "passes the test");
     }
-    if (rule.substr(0, 1) == "x") CheckRuleXLength(kRID, *r, R::Marker, R::Length);
+    if (rule.substr(0, 1) == "x") CheckRuleXLength(kRID, *r, R::Marker, R::Length, false);
     const std::string_view action = Trim(r->Col(R::Action));
     if (action.substr(0, 4) != "stop" && NearMiss(action, "stop")) {
       Warn(r->line, ColumnText(kRID, R::Action, r->Col(R::Action)) +
@@ -871,7 +876,7 @@ void Checker::CheckMarkers(const Part& part) {
       Warn(r.line, ColumnText(kDLM, M::Rule, rule) + "; a rule is one character, so it acts as " +
                        Quoted(rule.substr(0, 1)) + ": write that alone");
     }
-    if (known && rule[0] == 'x') CheckRuleXLength(kDLM, r, M::Marker, M::Length);
+    if (known && rule[0] == 'x') CheckRuleXLength(kDLM, r, M::Marker, M::Length, utf8_);
     if (known && (rule[0] == '=' || rule[0] == 'p') && r.Num(M::Start) >= 1) {
       if (const auto end = MarkerEnd(r, M::Start, M::Rule, M::Marker, M::Length, utf8_);
           end && *end > kLineWidth) {
@@ -1223,8 +1228,9 @@ void Checker::CheckSettings(const Part& part) {
                         "; the output type is .txt, .csv, .xls or .xlsx, and a run whose output "
                         "type this record gives (no output name gives another) refuses any other");
     } else if (code == "EN" && !EncodingNamed(value)) {
-      Error(r->line, ColumnText(kRLF, S::Value, value) + "; the encodings are " + EncodingNames() +
-                         ", and every run with this RDF refuses any other");
+      Warn(r->line, ColumnText(kRLF, S::Value, value) + "; the encodings are " + EncodingNames() +
+                        ", and a run with this RDF refuses any other unless its encoding is set "
+                        "for the run (--set encoding=NAME)");
     } else if (code == "DL" && Trim(value).empty()) {
       Warn(r->line,
            "the delimiter is empty, and a .txt output needs one: a run that writes a "
