@@ -33,8 +33,11 @@ std::string UniquePart() {
   return text;
 }
 
+// A run's folder holds this file from the start: only such folders are removed as stale,
+// not one a user named "qbrun.backup".
+constexpr std::string_view kRunFolderMark = ".qbrun";
+
 // A name RunFolder::Path gives: the prefix and the six letters and digits mkdtemp puts in.
-// Only such folders are removed as stale, not one a user named "qbrun.old" in the folder.
 bool IsRunFolderName(std::string_view name) {
   if (name.size() != kRunFolderPrefix.size() + 6 || !name.starts_with(kRunFolderPrefix)) {
     return false;
@@ -157,6 +160,10 @@ const std::filesystem::path& RunFolder::Path(std::string_view source) {
   if (::mkdtemp(name.data()) == nullptr)
     throw ErrorFromErrno(errno, std::string(source)).at(parent_);
   path_ = name;
+  const int mark =
+      ::open((path_ / kRunFolderMark).c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+  if (mark < 0) throw ErrorFromErrno(errno, std::string(source)).at(path_);
+  ::close(mark);
   return path_;
 }
 
@@ -166,7 +173,7 @@ void RunFolder::RemoveStale(const std::filesystem::path& parent,
   const auto now = std::filesystem::file_time_type::clock::now();
   for (const auto& entry : std::filesystem::directory_iterator(parent, ec)) {
     if (!IsRunFolderName(entry.path().filename().string()) || !entry.is_directory(ec) ||
-        entry.is_symlink(ec)) {
+        entry.is_symlink(ec) || !std::filesystem::exists(entry.path() / kRunFolderMark, ec)) {
       continue;
     }
     const auto changed = std::filesystem::last_write_time(entry.path(), ec);

@@ -127,7 +127,7 @@ void LogCutCells(const RunLog& log, std::string_view source, std::span<const Cut
                      std::to_string(c.row) + ", column " + std::to_string(c.column) +
                      ": a text of " + std::to_string(c.length) + " characters" +
                      (c.escaped > 0 ? " (" + std::to_string(c.escaped) +
-                                          " with the escapes a workbook writes for NULs and \"_x\")"
+                                          " with the escapes a workbook writes for some characters)"
                                     : "") +
                      " was cut to the " + std::to_string(kMaxCellText) + " a cell holds");
   }

@@ -171,15 +171,20 @@ TEST_F(DffTest, EachRunHasItsOwnWorkFolder) {
   EXPECT_EQ(ReadFile(b.path()), "second\r\n \r\n");
   EXPECT_NE(one.Path("t"), two.Path("t"));
 
-  // Old run folders go; a new one stays, and so does an old folder of the user's whose name
-  // merely begins as a run folder's does.
+  // Old run folders go; a new one stays, and so do old folders of the user's whose names
+  // merely look like a run folder's.
   const auto stale = home_ / "out" / "qbrun.k1LLed";
   const auto fresh = home_ / "out" / "qbrun.runs00";
   const auto users = home_ / "out" / "qbrun.2026-10 archive";
-  for (const auto& folder : {stale, fresh, users}) std::filesystem::create_directories(folder);
+  const auto alike = home_ / "out" / "qbrun.backup";
+  for (const auto& folder : {stale, fresh, users, alike}) {
+    std::filesystem::create_directories(folder);
+    if (folder != users && folder != alike) WriteFile(folder / ".qbrun", "");  // as a run marks it
+  }
   WriteFile(stale / "x.qbr", "left by a killed run");
   WriteFile(users / "oct.csv", "kept");
-  for (const auto& old : {stale, users}) {
+  WriteFile(alike / "old.csv", "kept");
+  for (const auto& old : {stale, users, alike}) {
     std::filesystem::last_write_time(
         old, std::filesystem::file_time_type::clock::now() - std::chrono::hours(25));
   }
@@ -187,6 +192,7 @@ TEST_F(DffTest, EachRunHasItsOwnWorkFolder) {
   EXPECT_FALSE(std::filesystem::exists(stale));
   EXPECT_TRUE(std::filesystem::exists(fresh));
   EXPECT_EQ(ReadFile(users / "oct.csv"), "kept");
+  EXPECT_EQ(ReadFile(alike / "old.csv"), "kept");
   EXPECT_TRUE(std::filesystem::exists(one.Path("t")));
 }
 
@@ -324,7 +330,7 @@ TEST_F(PdfTest, TheIntermediateFileIsReadByItsMarkers) {
     EXPECT_EQ(e.number(), 514);
     EXPECT_NE(e.description().find("damaged or not a PDF"), std::string::npos);
   }
-  EXPECT_TRUE(std::filesystem::is_empty(work.Path("t")));
+  EXPECT_EQ(test::Files(work.Path("t")), std::vector<std::string>{".qbrun"});  // its mark alone
 }
 
 // What poppler finds wrong in a damaged PDF stays off standard error, where the run's own

@@ -219,8 +219,8 @@ TEST_F(WindowTest, TypedNamesAreCheckedOnLeavingTheBox) {
 }
 
 // What the program puts in a box was checked: leaving that box chooses nothing again (an RDF
-// chosen after the report stays). A typed name that was refused is checked again on the next
-// leave, and Run does not take it.
+// chosen after the report stays). A typed name that was refused is checked again when Run is
+// pressed, and not run; nor is an RDF deleted since it was chosen.
 TEST_F(WindowTest, ANameIsCheckedOnceAndARefusedOneIsNeverRun) {
   ShowActive();
   ASSERT_TRUE(window_->Startup());
@@ -242,7 +242,7 @@ TEST_F(WindowTest, ANameIsCheckedOnceAndARefusedOneIsNeverRun) {
   Find<QTableView>("dgdFields")->setFocus();  // the box left with the name still in it
   dialogs_.shown.clear();
   QTest::keyClick(window_.get(), Qt::Key_F5);
-  ASSERT_EQ(dialogs_.shown.size(), 1u);  // checked again, refused again
+  ASSERT_EQ(dialogs_.shown.size(), 1u);  // checked again by Run, refused again
   EXPECT_EQ(dialogs_.shown[0].title, "File's Path Not Found");
   EXPECT_TRUE(out->hasFocus());
   EXPECT_EQ(window_->Job(), nullptr);
