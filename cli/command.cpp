@@ -187,8 +187,9 @@ void ExplainPdfCase(const std::filesystem::path& report, std::string_view error)
 // field choices (without a report, as the kind of RDF it is). Throws UsageError for a field the RDF
 // lacks; nothing when loading failed (the reason is on standard error).
 std::optional<ConversionJob> PrepareJob(const ParsedOptions& opts, const Application& app,
-                                        ConsoleUI& ui) {
+                                        ConsoleUI& ui, const std::atomic<bool>* stop = nullptr) {
   JobRequest request;
+  request.stop = stop;
   request.report = opts.value(Opt::Report).value_or("");
   request.rdf = opts.value(Opt::Rdf).value_or("");
   request.output = opts.value(Opt::Output).value_or("");
@@ -365,7 +366,13 @@ int Convert(const ParsedOptions& opts, Application& app, ConsoleUI& ui) {
                  report.c_str());
     return kExitFailed;
   }
-  std::optional<ConversionJob> job = PrepareJob(opts, app, ui);
+  // Ctrl-C while the job is prepared (a piped report copied first) stops it, writing nothing.
+  std::atomic<bool> stopped{false};
+  std::optional<ConversionJob> job = [&] {
+    InterruptWatch watch([&stopped] { stopped = true; }, "nothing is written");
+    return PrepareJob(opts, app, ui, &stopped);
+  }();
+  if (stopped) return kExitCancelled;
   if (!job) return kExitFailed;
   // After loading: the RDF auto-find chose must not be written over either.
   if (!output.empty() &&

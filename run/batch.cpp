@@ -410,6 +410,7 @@ void Batch::Run(const std::function<void(const Progress&)>& progress) {
         job.overrides = request_.overrides;
         // With a job on every core, a writer thread a job only takes turns with the readers.
         job.writerThread = workers < std::max(1u, std::thread::hardware_concurrency());
+        job.stop = &cancelled_;
         try {
           ConversionJob conversion(front_, ui, job);
           {
@@ -439,7 +440,8 @@ void Batch::Run(const std::function<void(const Progress&)>& progress) {
           }
           item.message = why;
         } catch (const JobError& e) {
-          item.result = BatchItem::Result::Failed;
+          item.result = e.kind() == JobError::Kind::Cancelled ? BatchItem::Result::Cancelled
+                                                              : BatchItem::Result::Failed;
           item.message = e.what();
         }
       }

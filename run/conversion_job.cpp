@@ -137,6 +137,10 @@ void ConversionJob::SpoolReport() {
     BufferedFile copy(spooled_->path(), kProc, spooled_->shown());
     constexpr size_t kChunk = 1 << 20;
     for (;;) {
+      if (request_.stop && *request_.stop) {
+        throw JobError(JobError::Kind::Cancelled,
+                       "cancelled while copying the report " + request_.report.string());
+      }
       char* const p = copy.Reserve(copy.Cursor(), kChunk);
       const ssize_t n = ::read(in, p, kChunk);
       if (n < 0 && errno == EINTR) continue;

@@ -42,6 +42,9 @@ struct JobRequest {
   // A text output's rows formatted on a thread of their own (see OutputOptions): off for the
   // jobs of a batch that gives every core a job already.
   bool writerThread = true;
+  // Set from another thread while the job is prepared, it stops the copy of a piped report
+  // (JobError::Kind::Cancelled).
+  const std::atomic<bool>* stop = nullptr;
 };
 
 // A job that cannot be prepared, in words for the user.
@@ -50,6 +53,7 @@ class JobError : public std::runtime_error {
   enum class Kind {
     Failed,       // the RDF cannot be found or loaded, or the settings do not fit the output
     NoSuchField,  // the request's field list names a field the RDF lacks
+    Cancelled,    // the request's stop was set while the job was prepared
   };
   JobError(Kind kind, const std::string& what) : std::runtime_error(what), kind_(kind) {}
   Kind kind() const { return kind_; }

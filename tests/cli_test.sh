@@ -296,6 +296,15 @@ interrupt $! TERM
 check "SIGTERM exits 130" test $rc -eq 130
 check "SIGTERM keeps the rows so far" test "$(wc -l <"$tmp/interrupted/out.csv")" -eq 100001
 check "SIGTERM leaves no work folder" test -z "$(ls "$tmp/home/out" | grep '^qbrun\.')"
+# SIGTERM while a piped report is copied (its RDF has two layouts, which loading tells apart
+# by reading the report): nothing is written, no work folder stays, exit 130.
+printf 'RDF 0002T Big@BIG\r\nRID\r\nF1,1,x,MARK,stop,0\r\nFLG\r\n02,1\r\n01,0\r\nRDF 01 D\r\nDLM\r\n1,=,D,0,1,DET\r\nDLC\r\nDET,0,0,1,3,7,=,,\r\nFLD\r\n1,y,c,1,0,Number,\r\nRDF 02 M\r\nDLM\r\n1,=,D,0,1,DET\r\nDLC\r\nDET,0,0,1,3,7,=,,\r\nFLD\r\n1,y,c,1,0,Marked,\r\n' >"$tmp/two-layouts.rdf"
+"$qbconvert" --home "$tmp/home" --report "$tmp/pipe.txt" --rdf "$tmp/two-layouts.rdf" \
+  --output "$tmp/interrupted/copying.csv" --quiet >"$tmp/out" 2>"$tmp/err" &
+interrupt $! TERM
+check "SIGTERM while copying a piped report exits 130" test $rc -eq 130
+check "SIGTERM while copying writes nothing" test ! -e "$tmp/interrupted/copying.csv"
+check "SIGTERM while copying leaves no work folder" test -z "$(ls "$tmp/home/out" | grep '^qbrun\.')"
 
 # The RDF author's tools. --check: GCC-style messages, exit 1 on errors, 0 with warnings only.
 "$qbconvert" --home "$tmp/home" --check --rdf "$samples/ARINV01.rdf" --report "$samples/ARINV01.txt" \
