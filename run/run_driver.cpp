@@ -216,14 +216,14 @@ void RunDriver::Process(const std::filesystem::path& report, const std::filesyst
       return !state.CancelFlag.load(std::memory_order_relaxed) && !state.StopFlag;
     };
     if (engine_.flags.DffReport) {
-      // Each piece between form feeds is a line of its own, its fields placed in columns;
-      // the text ends with a line of one blank, as the reformatted file always did.
+      // Each piece between form feeds is a line of its own, its fields placed in columns
+      // (counted in characters: a line is read into units first); the text ends with a line
+      // of one blank, as the reformatted file always did.
       FieldPlacer placer(engine_.tables);
       int64_t input = 0;
       auto hand = [&](std::string_view piece) {
-        const std::string_view placed = placer.Place(piece, report, input);
         ++number;
-        HandLine(text.Units(placed, number), number, 0);
+        HandLine(placer.Place(text.Units(piece, number), report, input), number, 0);
       };
       while (running() && reader.Next(line, formFeed)) {
         ++input;

@@ -198,6 +198,26 @@ TEST_F(EncodingTest, AnEbcdicRecordWithoutAnEndIsCutAndReclenNamed) {
   EXPECT_NE(findings_.back().find("needs reclen"), std::string::npos) << findings_.back();
 }
 
+// A delimited report in UTF-8 has its fields placed in columns of characters, as in any
+// other encoding; a byte-order mark is not part of its first field.
+TEST_F(EncodingTest, DelimitedFieldsArePlacedByCharacters) {
+  std::string cp1252 = ReadFile(Sample("ORDERS.csv"));
+  for (auto [from, to] : {std::pair<std::string_view, std::string_view>{"ROPE", "R\xD6PE"},
+                          {"C10112",
+                           "C1\xC9"
+                           "1\xC9"},
+                          {"FLOUR", "FL\xD6\xDCR"}}) {
+    cp1252.replace(cp1252.find(from), from.size(), to);
+  }
+  WriteFile(home_ / "orders1252.txt", cp1252);
+  WriteFile(home_ / "ordersu8.txt",
+            std::string(kUtf8Bom) + Recoder("UTF-8", "WINDOWS-1252", "test")(cp1252));
+  const std::string expected = Recoder(
+      "UTF-8", "WINDOWS-1252", "test")(Convert(home_ / "orders1252.txt", {}, Sample("ORDERS.rdf")));
+  EXPECT_NE(expected.find("R\xC3\x96PE"), std::string::npos);
+  EXPECT_EQ(Convert(home_ / "ordersu8.txt", {}, Sample("ORDERS.rdf")), expected);
+}
+
 TEST_F(EncodingTest, TheNumericCleanUpReadsUnicodeMinusSignsAndNoBreakSpaces) {
   const std::string rdf =
       "RDF 0001T Amounts@AMT\r\nRDF 01 D\r\nDLM\r\n1,=,D,0,1,DET\r\nDLC\r\n"
