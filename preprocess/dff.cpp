@@ -3,12 +3,14 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
+#include <optional>
 #include <system_error>
 #include <utility>
 
 #include "base/buffered_file.h"
 #include "base/line_reader.h"
 #include "engine/progress.h"
+#include "engine/report_text.h"
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -108,7 +110,7 @@ void PlaceFields(std::string_view piece, char delimiter, const std::vector<int32
 }
 
 TempFile ProcessDFF(Engine& engine, const std::atomic<bool>& cancel,
-                    const std::filesystem::path& report, RunFolder& work) {
+                    const std::filesystem::path& report, RunFolder& work, Encoding encoding) {
   constexpr std::string_view kProc = "ProcessDFF";
   UserInterface& ui = engine.app().ui();
   ui.status("Reformatting DFF file ...");
@@ -119,8 +121,17 @@ TempFile ProcessDFF(Engine& engine, const std::atomic<bool>& cancel,
   BufferedFile sink(output.path(), kProc, output.shown());
   ByteProgress progress(ui, reader.FileSize());
   int64_t lineNumber = 0;
+  // A UTF-8 report: each piece is placed as units, one a character, and written back.
+  std::optional<ReportText> units;
+  if (encoding == Encoding::Utf8) units.emplace(encoding);
+  std::string utf8;
   auto place = [&](std::string_view piece) {
-    sink.WriteLine(placer.Place(piece, report, lineNumber));
+    if (!units) return sink.WriteLine(placer.Place(piece, report, lineNumber));
+    const std::string_view placed =
+        placer.Place(units->Units(piece, lineNumber), report, lineNumber);
+    utf8.clear();
+    units->alphabet().AppendUtf8(utf8, placed);
+    sink.WriteLine(utf8);
   };
   std::string_view line;
   while (!cancel && reader.Next(line)) {

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "base/temp_file.h"
+#include "base/text_encoding.h"
 #include "engine/engine.h"
 
 namespace qb {
@@ -45,10 +46,13 @@ class FieldPlacer {
 void PlaceFields(std::string_view piece, char delimiter, const std::vector<int32_t>& positions,
                  std::string& line);
 
-// Reformats `report` into a ".qbr" work file in the run's folder and returns it. Throws
-// QbError from "ProcessDFF": out/ missing, the file unreadable, a DFC column outside 1 to
-// 500 (with the input line), or the user cancelled ("Reformatting Report file").
+// Reformats `report` into a ".qbr" work file in the run's folder and returns it. A UTF-8
+// report's fields are placed in columns of characters, and the work file is UTF-8 too (with
+// no byte-order mark). Throws QbError from "ProcessDFF": out/ missing, the file unreadable, a
+// DFC column outside 1 to 500 (with the input line), or the user cancelled ("Reformatting
+// Report file").
 TempFile ProcessDFF(Engine& engine, const std::atomic<bool>& cancel,
-                    const std::filesystem::path& report, RunFolder& work);
+                    const std::filesystem::path& report, RunFolder& work,
+                    Encoding encoding = Encoding::Windows1252);
 
 }  // namespace qb

@@ -16,7 +16,7 @@ TempFile MakeReportText(Engine& engine, std::atomic<bool>& cancel,
                         const ReportEncoding& how, TextStepCounts& counts) {
   if (engine.flags.PdfReport)
     return ProcessPDF(engine, cancel, report, work, how.encoding, counts.pdf);
-  if (engine.flags.DffReport) return ProcessDFF(engine, cancel, report, work);
+  if (engine.flags.DffReport) return ProcessDFF(engine, cancel, report, work, how.encoding);
   return ProcessPrintFile(engine, cancel, report, work, how, counts.printed);
 }
 

@@ -47,6 +47,10 @@ TEST_F(DffTest, ReformatsLinesAndFormFeedsAndEndsWithABlankLine) {
     const TempFile out = ProcessDFF(engine_, cancel, home_ / "in.tsv", work);
     EXPECT_EQ(ReadFile(out.path()), "A      one\r\nB      two\r\nC      three\r\n\r\n \r\n");
     EXPECT_EQ(ui_.statuses.front(), "Reformatting DFF file ...");
+    // In UTF-8 (its mark dropped), columns count characters and the text stays UTF-8.
+    WriteFile(home_ / "in8.tsv", "\xEF\xBB\xBF\xC3\x84\xC3\x96\tone\r\n");
+    const TempFile utf8 = ProcessDFF(engine_, cancel, home_ / "in8.tsv", work, Encoding::Utf8);
+    EXPECT_EQ(ReadFile(utf8.path()), "\xC3\x84\xC3\x96     one\r\n \r\n");
   }
   EXPECT_TRUE(std::filesystem::is_empty(home_ / "out")) << "the run's folder stays";
 
