@@ -255,24 +255,27 @@ std::vector<std::string> ConversionJob::Findings(std::string_view advice) const 
     lines.push_back("no line of " + report + " matched a marker of " + rdf + ": " +
                     std::string(advice));
   }
+  // "1 record of R was", "2 records of R were".
+  auto of = [&report](int64_t n, std::string_view what) {
+    return std::to_string(n) + " " + std::string(what) + (n == 1 ? "" : "s") + " of " + report +
+           (n == 1 ? " was" : " were");
+  };
   if (stats.cutRecords > 0) {
-    lines.push_back("completed, but " + std::to_string(stats.cutRecords) + " records of " + report +
-                    " were longer than " + std::to_string(kMaxPrintRecord) +
-                    " bytes and were cut: a file of fixed-length records without record ends "
+    lines.push_back("completed, but " + of(stats.cutRecords, "record") + " longer than " +
+                    std::to_string(kMaxPrintRecord) +
+                    " bytes and cut there: a file of fixed-length records without record ends "
                     "needs reclen set to their length");
   }
   // Text that could not be read is written as the replacement character.
   if (stats.invalidSequences > 0) {
-    lines.push_back("completed, but " + std::to_string(stats.invalidSequences) +
-                    " byte sequences of " + report +
-                    " were not valid in its encoding and were written as \"\xEF\xBF\xBD\": "
-                    "check the encoding setting");
+    lines.push_back("completed, but " + of(stats.invalidSequences, "byte sequence") +
+                    " not valid in its encoding and written as \"\xEF\xBF\xBD\": check the "
+                    "encoding setting");
   }
   if (stats.unheldCharacters > 0) {
-    lines.push_back("completed, but " + std::to_string(stats.unheldCharacters) +
-                    " different characters of " + report +
-                    " came after the most a run holds and were written as \"\xEF\xBF\xBD\": "
-                    "split the report, or convert it with a code page that has its letters");
+    lines.push_back("completed, but " + of(stats.unheldCharacters, "different character") +
+                    " past the most a run holds and written as \"\xEF\xBF\xBD\": split the "
+                    "report, or convert it with a code page that has its letters");
   }
   return lines;
 }
