@@ -55,8 +55,26 @@ std::unique_ptr<OutputSink> DiscardingSink() {
   return std::make_unique<DiscardSink>();
 }
 
+namespace {
+
+// Where a symbolic link points, followed to the end (a few dozen links at most): the file
+// an output named by a link is written as, so that the link stays a link.
+std::filesystem::path LinkTarget(std::filesystem::path path) {
+  std::error_code ec;
+  for (int hops = 0; hops < 40 && std::filesystem::is_symlink(path, ec); ++hops) {
+    const std::filesystem::path to = std::filesystem::read_symlink(path, ec);
+    if (ec) break;
+    path = to.is_absolute() ? to : path.parent_path() / to;
+  }
+  return path;
+}
+
+}  // namespace
+
 std::unique_ptr<OutputSink> OpenOutputSink(const OutputOptions& options,
-                                           const OutputTarget& target) {
+                                           const OutputTarget& named) {
+  OutputTarget target = named;
+  target.path = LinkTarget(named.path);
   // The output takes the place of what has its name only when that is a file: a folder or a
   // device is never replaced.
   std::error_code ec;

@@ -263,6 +263,29 @@ TEST_F(ConversionJobTest, ARunCancelledWhileAPdfIsReadIsCancelledNotFailed) {
   EXPECT_TRUE(Files(home_ / "out").empty());
 }
 
+// An output named by a symbolic link is written where the link points, and the link stays:
+// one to a file replaces that file, one that dangles makes it.
+TEST_F(ConversionJobTest, AnOutputNamedByALinkIsWrittenWhereItPoints) {
+  std::filesystem::create_directories(home_ / "real");
+  for (const bool dangling : {false, true}) {
+    const auto target = home_ / "real" / (dangling ? "new.csv" : "old.csv");
+    const auto link = home_ / (dangling ? "dangling.csv" : "link.csv");
+    if (!dangling) WriteFile(target, "previous output");
+    std::filesystem::create_symlink(std::filesystem::path("real") / target.filename(), link);
+    JobRequest request = Request(kKinds[1]);
+    request.output = link;
+    ui_.answers = {true};
+    ConversionJob job(app_, ui_, request);
+    ASSERT_EQ(job.Check(), RunDriver::Check::Ready);
+    ASSERT_TRUE(job.Run());
+    EXPECT_TRUE(std::filesystem::is_symlink(link)) << link;
+    EXPECT_EQ(test::ReadLines(target).size(), static_cast<size_t>(kLines) + 1) << target;
+    const std::vector<std::string> real = dangling ? std::vector<std::string>{"new.csv", "old.csv"}
+                                                   : std::vector<std::string>{"old.csv"};
+    EXPECT_EQ(Files(home_ / "real"), real);  // no temporary file left beside them
+  }
+}
+
 // The report and the RDF are never written: an output that is one of them, by its name, a
 // link or a second name of the same file, is refused before anything is opened.
 TEST_F(ConversionJobTest, TheReportAndTheRdfAreNeverTheOutput) {
