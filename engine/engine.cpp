@@ -31,13 +31,16 @@ constexpr std::array<Key, 7> kRestoredKeys{Key::delim, Key::textq, Key::tqswt,  
                                            Key::exswt, Key::rtype, Key::encoding};
 
 // Text at `start`/`length` on line `row` of the report (the last line read when the report
-// is shorter), or "" for an empty report.
+// is shorter), or "" for an empty report. A UTF-8 byte-order mark is not part of line 1.
 std::string ReportText(const std::filesystem::path& report, const clsSystem& system,
                        std::string_view procedure) {
   LineReader reader(report, procedure);
   std::string last;
   std::string_view line;
-  for (int row = 0; row < system.Row && reader.Next(line); ++row) last.assign(line);
+  for (int row = 0; row < system.Row && reader.Next(line); ++row) {
+    if (row == 0 && line.starts_with(kUtf8Bom)) line.remove_prefix(kUtf8Bom.size());
+    last.assign(line);
+  }
   return std::string(Mid(last, system.Start, system.Length, procedure));
 }
 

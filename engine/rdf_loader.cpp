@@ -236,7 +236,8 @@ std::optional<std::string> Engine::GetReportID(const std::filesystem::path& repo
     std::string buffer;
     std::string_view line;
     bool stop = false;
-    while (!stop && reader.Next(line)) {
+    for (bool first = true; !stop && reader.Next(line); first = false) {
+      if (first && line.starts_with(kUtf8Bom)) line.remove_prefix(kUtf8Bom.size());  // not text
       buffer.assign(line.substr(0, kIdentifyWidth));
       buffer.resize(kIdentifyWidth, ' ');
       for (rs.MoveFirst(); !rs.IsEOF(); rs.MoveNext()) {

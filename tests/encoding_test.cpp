@@ -218,6 +218,22 @@ TEST_F(EncodingTest, DelimitedFieldsArePlacedByCharacters) {
   EXPECT_EQ(Convert(home_ / "ordersu8.txt", {}, Sample("ORDERS.rdf")), expected);
 }
 
+// A UTF-8 report's byte-order mark is not text: report identification and auto-find read
+// line 1 from the character after it.
+TEST_F(EncodingTest, IdentificationReadsPastAByteOrderMark) {
+  WriteFile(home_ / "bom.txt", std::string(kUtf8Bom) + "MYPROG01  SALES LIST\r\nD 1\r\n");
+  Rdf("RDF 0002T Two@MYPROG01\r\nRID\r\nF1,1,=,MYPROG01,stop\r\nFLG\r\n02,1\r\n01,0\r\n"
+      "RDF 01 Other\r\nDLM\r\n1,=,D,0,1,DET\r\nDLC\r\nDET,0,0,1,3,1,=,,\r\nFLD\r\n"
+      "1,y,c,1,0,Other,\r\nRDF 02 Sales\r\nDLM\r\n1,=,D,0,1,DET\r\nDLC\r\n"
+      "DET,0,0,1,3,1,=,,\r\nFLD\r\n1,y,c,1,0,Sales,\r\n",
+      "MYPROG01.rdf");
+  ASSERT_TRUE(engine_.LoadRDF(home_ / "MYPROG01.rdf", home_ / "bom.txt"));
+  engine_.tables.rsFields.MoveFirst();
+  EXPECT_EQ(engine_.tables.rsFields.GetText(col::Fields::fldLAB), "Sales");
+  EXPECT_EQ(FindRdf(home_ / "bom.txt", ParseSystemEntry("Mine,1,1,8, ", "test"), home_.path()),
+            home_ / "MYPROG01.rdf");
+}
+
 TEST_F(EncodingTest, TheNumericCleanUpReadsUnicodeMinusSignsAndNoBreakSpaces) {
   const std::string rdf =
       "RDF 0001T Amounts@AMT\r\nRDF 01 D\r\nDLM\r\n1,=,D,0,1,DET\r\nDLC\r\n"
