@@ -657,6 +657,18 @@ int RdfCommand(const ParsedOptions& opts, const Application& app, ConsoleUI& ui)
     return kExitOk;
   }
   Engine& engine = job->engine();
+  // The header part line is saved as loading kept it: one that began with blanks was read,
+  // but not kept as that line, and an RDF saved without it would not load.
+  Recordset& kept = engine.tables.rsLines;
+  kept.MoveFirst();
+  if (kept.IsEOF() || !kept.GetText(col::Lines::fldRDL).starts_with("RDF")) {
+    std::fprintf(stderr,
+                 "qbconvert: %s is not saved: the first line of %s does not begin with \"RDF\" "
+                 "(blanks before it?), and the saved RDF would lack it; correct the line first "
+                 "(qbconvert --check --rdf shows it)\n",
+                 save->c_str(), opts.value(Opt::Rdf)->c_str());
+    return kExitFailed;
+  }
   if (!engine.BuildRDF(*save)) {
     std::fprintf(stderr, "qbconvert: cannot write %s: %s\n", save->c_str(),
                  engine.LastError()->describe().c_str());

@@ -334,6 +334,14 @@ check "--check of an RDF whose run drops lines exits 1" test $rc -eq 1
 check "--check counts the dropped lines as an error" test "$(tail -1 "$tmp/out")" = "drop.rdf: 1 error, 0 warnings"
 check "--check shows the dropped lines" contains "$tmp/err" "2 report lines were dropped or only partly picked up"
 
+# An RDF whose first line begins with a blank converts, but is not saved without that line.
+{ printf ' '; cat "$samples/ARINV01.rdf"; } >"$tmp/indented.rdf"
+"$qbconvert" --home "$tmp/home" --rdf "$tmp/indented.rdf" --save-rdf "$tmp/indented-saved.rdf" \
+  >"$tmp/out" 2>"$tmp/err"; rc=$?
+check "--save-rdf of an RDF whose first line is indented exits 1" test $rc -eq 1
+check "--save-rdf says why it saves nothing" contains "$tmp/err" "does not begin with \"RDF\""
+check "--save-rdf writes no RDF that would not load" test ! -e "$tmp/indented-saved.rdf"
+
 # An RDF is read more than once: one through a pipe is refused, naming what to do.
 "$qbconvert" --home "$tmp/home" --report "$samples/ARINV01.txt" --rdf <(cat "$samples/ARINV01.rdf") \
   --output "$tmp/piped.csv" >"$tmp/out" 2>"$tmp/err"; rc=$?
