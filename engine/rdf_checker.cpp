@@ -222,8 +222,8 @@ class Checker {
   // nothing for "to the end of the line".
   void CheckSegment(const RdfSection& s, const Row& r, size_t start, std::optional<int64_t> end,
                     int64_t width, std::string_view consequence);
-  void CheckRuleXLength(const RdfSection& s, const Row& r, size_t markerColumn, size_t lengthColumn,
-                        bool characters);
+  void CheckRuleXLength(const RdfSection& s, const Row& r, size_t startColumn, size_t markerColumn,
+                        size_t lengthColumn, int64_t width, bool characters);
   const Part* DetailPart(std::string_view id) const {
     for (const Part& p : details_) {
       if (p.id == id) return &p;
@@ -546,24 +546,32 @@ size_t Utf8Characters(std::string_view text) {
 }
 
 // `characters`: the marker is as long as its UTF-8 characters (a DLM row of a UTF-8 RDF).
-void Checker::CheckRuleXLength(const RdfSection& s, const Row& r, size_t markerColumn,
-                               size_t lengthColumn, bool characters) {
+void Checker::CheckRuleXLength(const RdfSection& s, const Row& r, size_t startColumn,
+                               size_t markerColumn, size_t lengthColumn, int64_t width,
+                               bool characters) {
+  const auto marker = static_cast<int64_t>(characters ? Utf8Characters(r.Col(markerColumn))
+                                                      : r.Col(markerColumn).size());
+  const int64_t length = r.Num(lengthColumn);
   if (!r.Has(lengthColumn)) {
     Warn(r.line, "rule x finds the marker anywhere within the length given in column " +
                      std::to_string(lengthColumn + 1) + ", but this row gives none, so it " +
                      "searches only the " + std::to_string(r.Col(markerColumn).size()) +
                      " characters from its start: give the length to search, or 0 for the " +
                      "rest of the line");
-  } else if (r.Num(lengthColumn) < 0) {
+  } else if (length < 0) {
     Error(r.line, ColumnText(s, lengthColumn, r.Col(lengthColumn)) +
                       "; a length cannot be negative (0 searches the rest of the line)");
-  } else if (const size_t marker =
-                 characters ? Utf8Characters(r.Col(markerColumn)) : r.Col(markerColumn).size();
-             r.Num(lengthColumn) > 0 && static_cast<size_t>(r.Num(lengthColumn)) < marker) {
+  } else if (length > 0 && length < marker) {
     Warn(r.line, ColumnText(s, lengthColumn, r.Col(lengthColumn)) + ", shorter than the " +
                      std::to_string(marker) +
                      " characters of the marker, so this row never matches: give at least " +
                      std::to_string(marker) + ", or 0 for the rest of the line");
+  } else if (const int64_t start = r.Num(startColumn);
+             length == 0 && start >= 1 && start + marker - 1 > width) {
+    Warn(r.line, "rule x with length 0 searches from column " + std::to_string(start) +
+                     " to the end of the line, column " + std::to_string(width) +
+                     ", fewer than the " + std::to_string(marker) +
+                     " characters of the marker, so this row never matches");
   }
 }
 
@@ -605,7 +613,8 @@ void Checker::CheckIdentification() {
                 "all blanks), d (a dot somewhere), . or /. With any other rule every report line "
                 "passes the test");
     }
-    if (rule.substr(0, 1) == "x") CheckRuleXLength(kRID, *r, R::Marker, R::Length, false);
+    if (rule.substr(0, 1) == "x")
+      CheckRuleXLength(kRID, *r, R::Start, R::Marker, R::Length, kIdentifyWidth, false);
     const std::string_view action = Trim(r->Col(R::Action));
     if (action.substr(0, 4) != "stop" && NearMiss(action, "stop")) {
       Warn(r->line, ColumnText(kRID, R::Action, r->Col(R::Action)) +
@@ -876,7 +885,8 @@ void Checker::CheckMarkers(const Part& part) {
       Warn(r.line, ColumnText(kDLM, M::Rule, rule) + "; a rule is one character, so it acts as " +
                        Quoted(rule.substr(0, 1)) + ": write that alone");
     }
-    if (known && rule[0] == 'x') CheckRuleXLength(kDLM, r, M::Marker, M::Length, utf8_);
+    if (known && rule[0] == 'x')
+      CheckRuleXLength(kDLM, r, M::Start, M::Marker, M::Length, kLineWidth, utf8_);
     if (known && (rule[0] == '=' || rule[0] == 'p') && r.Num(M::Start) >= 1) {
       if (const auto end = MarkerEnd(r, M::Start, M::Rule, M::Marker, M::Length, utf8_);
           end && *end > kLineWidth) {

@@ -255,6 +255,9 @@ TEST_F(RdfChecker, ContainsRuleWithoutLengthOrTooShortOne) {
   r = Break("ARINV01.rdf", "0,0,stop,0", "0,0,stop,5");  // END OF REPORT: 13 characters
   EXPECT_TRUE(On(r, line_, Severity::Warning, {"is 5", "never matches", "at least 13"}));
   EXPECT_EQ(r.errors + r.warnings, 1);
+  r = Break("ARINV01.rdf", "1,x,END OF REPORT,0,0,stop,0", "495,x,END OF REPORT,0,0,stop,0");
+  EXPECT_TRUE(On(r, line_, Severity::Warning, {"from column 495", "never matches"}));
+  EXPECT_EQ(r.errors + r.warnings, 1);
   // In a UTF-8 RDF the marker is as long as its characters: "ÄND" is 3, in 4 bytes.
   r = Break("ARINV01.rdf", {{"RDF 0001T", "\xEF\xBB\xBFRDF 0001T"},
                             {"END OF REPORT,0,0,stop,0", "\xC3\x84ND,0,0,stop,3"}});
