@@ -120,8 +120,9 @@ size_t LineReader::Compact(size_t from, size_t to) {
 }
 
 std::string_view LineReader::Finish(size_t end) {
-  // A line that was cut while it was read has the rest of its pieces cut the same way.
-  if (compacted_ > 0) end = Compact(compacted_, end);
+  // A line that was cut while it was read has the rest of its pieces cut the same way (a CR
+  // before the LF may be the last byte already cut).
+  if (compacted_ > 0 && end > compacted_) end = Compact(compacted_, end);
   const std::string_view line(buf_.get() + begin_, end - begin_);
   lineBytes_ = line.size() + dropped_;
   compacted_ = pieceLength_ = dropped_ = 0;
