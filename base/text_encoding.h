@@ -39,6 +39,10 @@ inline bool IsEbcdic(Encoding e) {
 
 // The UTF-8 byte-order mark, which selects UTF-8 for a report and an RDF.
 inline constexpr std::string_view kUtf8Bom = "\xEF\xBB\xBF";
+// `text` without a byte-order mark it begins with: a file's first line as text.
+inline std::string_view WithoutBom(std::string_view text) {
+  return text.starts_with(kUtf8Bom) ? text.substr(kUtf8Bom.size()) : text;
+}
 
 // UTF-8 text as code points, each sequence that is not valid UTF-8 one U+FFFD; and back.
 std::u32string CodePoints(std::string_view utf8);
@@ -53,6 +57,10 @@ inline char32_t Windows1252CodePoint(unsigned char b) {
       0x2039, 0x0152, 0x008D, 0x017D, 0x008F, 0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
       0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
   return b >= 0x80 && b < 0xA0 ? kHigh[b - 0x80] : b;
+}
+// Appends Windows-1252 `bytes` as UTF-8.
+inline void AppendWindows1252AsUtf8(std::string& out, std::string_view bytes) {
+  for (char c : bytes) AppendUtf8(out, Windows1252CodePoint(static_cast<unsigned char>(c)));
 }
 
 // What each unit of a run's text stands for. Units below 0x80 are ASCII. The run's reading

@@ -44,4 +44,11 @@ inline size_t Utf8Length(std::string_view s) {
   return n;
 }
 
+// The characters of UTF-8 text: its bytes but continuation bytes.
+inline size_t Utf8Characters(std::string_view s) {
+  size_t n = 0;
+  for (char c : s) n += (static_cast<unsigned char>(c) & 0xC0) != 0x80;
+  return n;
+}
+
 }  // namespace qb

@@ -38,7 +38,7 @@ std::string ReportText(const std::filesystem::path& report, const clsSystem& sys
   std::string last;
   std::string_view line;
   for (int row = 0; row < system.Row && reader.Next(line); ++row) {
-    if (row == 0 && line.starts_with(kUtf8Bom)) line.remove_prefix(kUtf8Bom.size());
+    if (row == 0) line = WithoutBom(line);
     last.assign(line);
   }
   return std::string(Mid(last, system.Start, system.Length, procedure));
@@ -154,10 +154,7 @@ void Engine::CountMarkersInCharacters() {
   for (m.MoveFirst(); !m.IsEOF(); m.MoveNext()) {
     const std::string_view text = m.GetText(col::Markers::fldMRK);
     if (m.GetInt(col::Markers::fldLEN) != static_cast<int64_t>(text.size())) continue;
-    const auto characters = std::count_if(text.begin(), text.end(), [](char c) {
-      return (static_cast<unsigned char>(c) & 0xC0) != 0x80;
-    });
-    m.SetInt(col::Markers::fldLEN, characters);
+    m.SetInt(col::Markers::fldLEN, static_cast<int64_t>(Utf8Characters(text)));
   }
   m.MoveFirst();
 }
@@ -204,10 +201,9 @@ bool Engine::BuildRDF(const std::filesystem::path& path) {
     // A UTF-8 file begins with a byte-order mark, which says so before any record is read.
     const bool utf8 = flags.RdfUtf8 || EncodingNamed(settings[Key::encoding]) == Encoding::Utf8;
     if (utf8 && !flags.RdfUtf8 && !IsAscii(out)) {
-      std::u32string text;
-      text.reserve(out.size());
-      for (char c : out) text += Windows1252CodePoint(static_cast<unsigned char>(c));
-      out = Utf8(text);
+      std::string converted;
+      AppendWindows1252AsUtf8(converted, out);
+      out = std::move(converted);
     }
     if (utf8) out.insert(0, kUtf8Bom);
     WriteFileAtomically(path, out, "BuildRDF");

@@ -258,8 +258,7 @@ bool Checker::ReadLines() {
       const bool read = reader.Next(raw);
       first = read ? raw : std::string_view();
       // Blanks and line ends alone are an empty file too, as loading calls it.
-      std::string_view head = first;
-      if (head.starts_with(kUtf8Bom)) head.remove_prefix(kUtf8Bom.size());
+      const std::string_view head = WithoutBom(first);
       if (!read || IsBlankRdf(file, head, kProc)) {
         Error(0,
               "the file is empty: an RDF begins with its header part line, as in \"RDF 0001T "
@@ -538,13 +537,6 @@ void Checker::CheckSegment(const RdfSection& s, const Row& r, size_t start,
 
 // Rule "x" searches, without an explicit length, only as many characters as the marker
 // has; with one, that many (0: the rest of the line).
-// The characters of a UTF-8 text: its bytes but continuation bytes.
-size_t Utf8Characters(std::string_view text) {
-  return static_cast<size_t>(std::count_if(text.begin(), text.end(), [](char c) {
-    return (static_cast<unsigned char>(c) & 0xC0) != 0x80;
-  }));
-}
-
 // `characters`: the marker is as long as its UTF-8 characters (a DLM row of a UTF-8 RDF).
 void Checker::CheckRuleXLength(const RdfSection& s, const Row& r, size_t startColumn,
                                size_t markerColumn, size_t lengthColumn, int64_t width,

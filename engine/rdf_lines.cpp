@@ -32,7 +32,7 @@ bool RdfLineSource::Next(std::string_view& line) {
   for (;;) {
     if (!reader_.Next(raw)) return false;
     ++physical_;
-    if (physical_ == 1 && raw.starts_with(kUtf8Bom)) raw.remove_prefix(kUtf8Bom.size());
+    if (physical_ == 1) raw = WithoutBom(raw);
     if (!scrambled_ && (raw.empty() || raw.front() == ' ' || raw.front() == '[')) continue;
     break;
   }

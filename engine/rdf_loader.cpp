@@ -237,7 +237,7 @@ std::optional<std::string> Engine::GetReportID(const std::filesystem::path& repo
     std::string_view line;
     bool stop = false;
     for (bool first = true; !stop && reader.Next(line); first = false) {
-      if (first && line.starts_with(kUtf8Bom)) line.remove_prefix(kUtf8Bom.size());  // not text
+      if (first) line = WithoutBom(line);  // the mark is not text
       buffer.assign(line.substr(0, kIdentifyWidth));
       buffer.resize(kIdentifyWidth, ' ');
       for (rs.MoveFirst(); !rs.IsEOF(); rs.MoveNext()) {

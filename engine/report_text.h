@@ -51,7 +51,7 @@ class ReportText {
   std::string_view Units(std::string_view line, int64_t number) {
     if (!utf8_) [[likely]]
       return line;
-    if (number == 1 && line.starts_with(kUtf8Bom)) line.remove_prefix(kUtf8Bom.size());
+    if (number == 1) line = WithoutBom(line);
     return decoder_.Decode(line, LineReader::kLineSlack);
   }
 

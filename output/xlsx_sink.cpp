@@ -148,7 +148,7 @@ class XlsxSink final : public OutputSink {
   // Appends `units` to `out` as UTF-8.
   void AppendUtf8(std::string& out, std::string_view units) const {
     if (alphabet_) return alphabet_->AppendUtf8(out, units);
-    for (char c : units) qb::AppendUtf8(out, Windows1252CodePoint(static_cast<unsigned char>(c)));
+    AppendWindows1252AsUtf8(out, units);
   }
 
   const XlsxLibrary& lib_;

@@ -54,7 +54,7 @@ size_t FirstFree(const Line& line, size_t at, size_t length) {
 std::string TagText(std::string_view tag, bool rdfUtf8) {
   if (rdfUtf8) return std::string(tag);
   std::string out;
-  for (char c : tag) AppendUtf8(out, Windows1252CodePoint(static_cast<unsigned char>(c)));
+  AppendWindows1252AsUtf8(out, tag);
   return out;
 }
 

@@ -103,7 +103,7 @@ TempFile ProcessPrintFile(Engine& engine, const std::atomic<bool>& cancel,
     std::string_view line;
     for (int64_t number = 1; !cancel && reader.Next(line); ++number) {
       progress.AddLine(reader.LineBytes());
-      if (number == 1 && line.starts_with(kUtf8Bom)) line.remove_prefix(kUtf8Bom.size());
+      if (number == 1) line = WithoutBom(line);
       printer.Record(line);
     }
   } else {
