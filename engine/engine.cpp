@@ -2,7 +2,6 @@
 
 #include "engine/engine.h"
 
-#include <algorithm>
 #include <array>
 
 #include "base/bytes.h"
