@@ -13,15 +13,23 @@
 namespace qb {
 namespace {
 
-// Whether the RDF is for PDF reports, read quietly: its header loads as a text RDF's, or
-// fails only for being a PDF one. A damaged RDF is told of by the load that follows.
-bool IsPdfRdf(const Application& app, const std::filesystem::path& rdf) {
+// An engine of its own for looking at an RDF before the job loads it: it tells no one and
+// logs nothing (a damaged RDF is told of by the load that follows).
+struct QuietProbe {
+  explicit QuietProbe(const Application& front) : app(front, silent, /*logging=*/false) {
+    engine.CreateRecordsets();
+  }
   SilentUserInterface silent;
-  Application quiet(app, silent, /*logging=*/false);
-  Engine probe(quiet);
-  probe.CreateRecordsets();
-  if (probe.GetRDFInfo(rdf) && probe.LoadRDFHeader(rdf)) return false;
-  return probe.LastError() && probe.LastError()->number() == kRdfNotForText;
+  Application app;
+  Engine engine{app};
+};
+
+// Whether the RDF is for PDF reports: its header loads as a text RDF's, or fails only for
+// being a PDF one.
+bool IsPdfRdf(const Application& app, const std::filesystem::path& rdf) {
+  QuietProbe probe(app);
+  if (probe.engine.GetRDFInfo(rdf) && probe.engine.LoadRDFHeader(rdf)) return false;
+  return probe.engine.LastError() && probe.engine.LastError()->number() == kRdfNotForText;
 }
 
 // A report that exists but is no file or folder: a pipe, a device. A missing report or a
@@ -37,12 +45,9 @@ bool ThroughPipe(const std::filesystem::path& report) {
 // Whether loading the RDF reads the report: to tell its layout among the RDF's several, or
 // to compare its program name with the RDF's ("pfset" naming a line of a text report).
 bool LoadingReadsReport(const Application& app, const std::filesystem::path& rdf, bool pdf) {
-  SilentUserInterface silent;
-  Application quiet(app, silent, /*logging=*/false);
-  Engine probe(quiet);
-  probe.CreateRecordsets();
-  if (!probe.GetRDFInfo(rdf)) return false;
-  if (probe.rdf.Number > 1) return true;
+  QuietProbe probe(app);
+  if (!probe.engine.GetRDFInfo(rdf)) return false;
+  if (probe.engine.rdf.Number > 1) return true;
   try {
     return !pdf && ParseSystemEntry(app.Settings[Key::pfset], "LoadRDF").Row >= 1;
   } catch (const QbError&) {
