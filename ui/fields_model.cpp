@@ -20,21 +20,15 @@ bool FieldsModel::seek(int row) const {
 
 QString FieldsModel::Label(std::string_view bytes) const {
   if (utf8_) return QString::fromUtf8(bytes.data(), static_cast<qsizetype>(bytes.size()));
-  QString label;
-  for (char c : bytes) label += QChar(Windows1252CodePoint(static_cast<unsigned char>(c)));
-  return label;
+  std::string text;
+  AppendWindows1252AsUtf8(text, bytes);
+  return QString::fromStdString(text);
 }
 
 // A character Windows-1252 lacks is written as "?", as the code page's converters do.
 std::string FieldsModel::LabelBytes(const QString& text) const {
   if (utf8_) return text.toStdString();
-  std::string bytes;
-  for (QChar c : text) {
-    int b = 0;
-    while (b < 256 && Windows1252CodePoint(static_cast<unsigned char>(b)) != c.unicode()) ++b;
-    bytes += b < 256 ? static_cast<char>(b) : '?';
-  }
-  return bytes;
+  return Alphabet().Units(text.toStdString(), /*utf8=*/true);
 }
 
 int FieldsModel::rowCount(const QModelIndex& parent) const {
